@@ -1,0 +1,58 @@
+# How tests are declared: one call per test executable or per source that must not compile.
+
+# sodrel_test( NAME <name> LEVEL <level> SOURCES ... [LIBRARIES ...] [TIMEOUT <seconds>] )
+#
+# Builds the executable <name> and registers each of its cases as <name>.<Fixture>.<case> under the
+# label <level>:
+#    platform   links the platform's objects
+#    compile    links the platform's objects; what counts is that it compiles
+#    scripted   links both libraries' objects, so that a definition of sd_bus_* or of
+#               steady_clock::now() in the test replaces the real one by name
+#    abi, bus   links the shared libraries
+#    systemd    links the shared libraries; each case runs in a systemd of its own
+function(sodrel_test)
+   cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;LEVEL;TIMEOUT" "SOURCES;LIBRARIES")
+   if(NOT arg_TIMEOUT)
+      set(arg_TIMEOUT 60)
+   endif()
+
+   if(arg_LEVEL MATCHES "^(platform|compile)$")
+      set(subject SodrelPlatformObjects)
+   elseif(arg_LEVEL STREQUAL "scripted")
+      set(subject SodrelObjects SodrelPlatformObjects)
+   elseif(arg_LEVEL MATCHES "^(abi|bus|systemd)$")
+      set(subject Sodrel::Sodrel)
+   else()
+      message(FATAL_ERROR "${arg_NAME}: unknown level '${arg_LEVEL}'")
+   endif()
+
+   add_executable(${arg_NAME} ${arg_SOURCES})
+   target_include_directories(${arg_NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+   target_link_libraries(${arg_NAME} PRIVATE
+      ${arg_LIBRARIES} ${subject} SodrelWarnings GTest::gmock GTest::gtest_main)
+   if(arg_LEVEL STREQUAL "systemd")
+      set_target_properties(${arg_NAME} PROPERTIES
+         CROSSCOMPILING_EMULATOR "${PROJECT_SOURCE_DIR}/tests/systemd/in-box")
+   endif()
+   gtest_discover_tests(${arg_NAME}
+      TEST_PREFIX "${arg_NAME}."
+      DISCOVERY_MODE PRE_TEST
+      PROPERTIES LABELS ${arg_LEVEL} TIMEOUT ${arg_TIMEOUT})
+endfunction()
+
+# sodrel_compile_fails( <name> <source> EXPECT <regex> )
+#
+# Registers a test that passes if the source compiles as it is, and fails to compile with a message
+# that matches EXPECT once MUST_NOT_COMPILE is defined. EXPECT must fit every compiler in use.
+function(sodrel_compile_fails name source)
+   cmake_parse_arguments(PARSE_ARGV 2 arg "" "EXPECT" "")
+   cmake_path(ABSOLUTE_PATH source)
+   add_test(NAME compile.${name}
+      COMMAND "${CMAKE_COMMAND}"
+         "-DCOMPILER=${CMAKE_CXX_COMPILER}"
+         "-DINCLUDES=${PROJECT_SOURCE_DIR}/src;${SODREL_FMT_INCLUDE_DIR}"
+         "-DSOURCE=${source}"
+         "-DEXPECT=${arg_EXPECT}"
+         -P "${PROJECT_SOURCE_DIR}/cmake/CompileFails.cmake")
+   set_tests_properties(compile.${name} PROPERTIES LABELS compile TIMEOUT 180)
+endfunction()
