@@ -1,0 +1,75 @@
+// Creation of entities: what an entity class declares, and the one way to make an entity.
+#pragma once
+
+#include <platform/entity/Node.h>
+#include <platform/entity/Ptr.h>
+#include <platform/memory/AllocTrack.h>
+#include <platform/memory/Slab.h>
+
+#include <cstddef>
+#include <new>
+#include <typeinfo>
+#include <utility>
+
+namespace Tessel {
+
+// Creates an entity and returns the pointer that owns its one use.
+//
+// Throws std::bad_alloc and whatever the constructor throws; then no entity and no memory is left.
+template< typename T, typename... Args >
+[[nodiscard]] Ptr< T > ptrIsImpl( Args&&... args ) {
+   Ptr< T > entity = Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
+   entity->nodeFlagSet( nodeInitialized, true );
+   return entity;
+}
+
+namespace Impl {
+
+// Records the allocation first, then takes the block. Throws std::bad_alloc.
+template< typename T >
+void* entityAlloc( std::size_t size ) {
+   static_assert( alignof( T ) <= alignof( std::max_align_t ), "no slab block is aligned so far" );
+   Orl::AllocTrackTypeInfo::_trackAllocation(
+      &T::memAllocationTracker_, typeid( T ), size, alignof( T ) );
+   void* const block = slabAlloc( size );
+   if( !block ) {
+      Orl::AllocTrackTypeInfo::trackDeallocation( T::memAllocationTracker_ );
+      throw std::bad_alloc();
+   }
+   return block;
+}
+
+template< typename T >
+void entityFree( void* block ) noexcept {
+   Orl::AllocTrackTypeInfo::trackDeallocation( T::memAllocationTracker_ );
+   slabFree( block, typeid( T ) );
+}
+
+} // namespace Impl
+
+} // namespace Tessel
+
+// Stands first in an entity class: the class's allocation tracker, its type data, and memory that
+// only ptrIsImpl can ask for. Operators new and delete belong to the class, so that the language
+// itself gives everything back when a constructor throws.
+//
+// The class's source file defines memAllocationTracker_ (null) and typeData(). A class that derives
+// from an entity class and lacks the macro is tracked and described as that class.
+#define TESSEL_ENTITY( Class )                                                                     \
+ public:                                                                                           \
+   static ::Orl::AllocTrackTypeInfo* memAllocationTracker_;                                        \
+   [[nodiscard]] ::Tessel::TypeRef typeData() const override;                                      \
+                                                                                                   \
+ protected:                                                                                        \
+   template< typename T, typename... Args >                                                        \
+   friend ::Tessel::Ptr< T > Tessel::ptrIsImpl( Args&&... args );                                  \
+   template< typename T >                                                                          \
+   friend struct ::Tessel::TypeTable;                                                              \
+   static void* operator new( std::size_t size ) {                                                 \
+      return ::Tessel::Impl::entityAlloc< Class >( size );                                         \
+   }                                                                                               \
+   static void operator delete( void* block ) noexcept {                                           \
+      ::Tessel::Impl::entityFree< Class >( block );                                                \
+   }                                                                                               \
+                                                                                                   \
+ private:

@@ -1,0 +1,18 @@
+// The behaviour that every entity has unless its class says otherwise.
+#include <platform/entity/Node.h>
+
+namespace Tessel {
+
+void Node::lastUserGone() noexcept {
+   delete this;
+}
+
+Node* Node::publisher() {
+   return nullptr;
+}
+
+TypeRef Node::typeData() const {
+   return nodeType;
+}
+
+} // namespace Tessel

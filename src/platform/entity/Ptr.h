@@ -1,0 +1,70 @@
+// The counted pointer to an entity.
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <utility>
+
+namespace Tessel {
+
+// Owns one use of an entity, or is null. Copying adds a use, dropping removes one.
+//
+// Thread: as a plain pointer; several pointers to one entity may live on several threads.
+template< typename T >
+class Ptr {
+ public:
+   // Null.
+   Ptr() = default;
+   // Null too.
+   Ptr( std::nullptr_t ) {}
+   // Adds a use.
+   explicit Ptr( T* entity ) : entity_( entity ) {
+      if( entity_ ) {
+         entity_->incUse();
+      }
+   }
+   // Adds a use.
+   Ptr( const Ptr& other ) : Ptr( other.entity_ ) {}
+   // Takes the use over; the other pointer is null afterwards.
+   Ptr( Ptr&& other ) noexcept : entity_( other.release() ) {}
+   // Adds a use, from a pointer to a derived class.
+   template< std::derived_from< T > U >
+   Ptr( const Ptr< U >& other ) : Ptr( other.get() ) {}
+   // Takes the use over, from a pointer to a derived class.
+   template< std::derived_from< T > U >
+   Ptr( Ptr< U >&& other ) noexcept : entity_( other.release() ) {}
+   // Takes the other's use, then drops the one until now.
+   Ptr& operator=( Ptr other ) noexcept {
+      std::swap( entity_, other.entity_ );
+      return *this;
+   }
+   ~Ptr() {
+      if( entity_ ) {
+         entity_->decUseImpl();
+      }
+   }
+
+   // Consumes a use that the caller owns.
+   [[nodiscard]] static Ptr adopt( T* entity ) noexcept {
+      Ptr pointer;
+      pointer.entity_ = entity;
+      return pointer;
+   }
+   // Hands the use to the caller; the pointer is null afterwards.
+   [[nodiscard]] T* release() noexcept { return std::exchange( entity_, nullptr ); }
+
+   // The entity, borrowed; null for a null pointer.
+   [[nodiscard]] T* get() const noexcept { return entity_; }
+   // The entity, borrowed. The pointer must not be null.
+   T* operator->() const noexcept { return entity_; }
+   // As operator->.
+   T& operator*() const noexcept { return *entity_; }
+   // Whether the pointer is not null.
+   explicit operator bool() const noexcept { return entity_ != nullptr; }
+   friend bool operator==( const Ptr& left, const Ptr& right ) = default;
+
+ private:
+   T* entity_ = nullptr;
+};
+
+} // namespace Tessel

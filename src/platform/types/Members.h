@@ -1,0 +1,278 @@
+// The rows of a class's member table: `attribute`, `operation`, `hook` and `closed`, with values,
+// parameters and results deduced from the member pointer.
+#pragma once
+
+#include <platform/entity/Ptr.h>
+#include <platform/types/TypeData.h>
+#include <platform/value/Interval.h>
+#include <platform/value/Optional.h>
+#include <platform/value/String.h>
+#include <platform/value/VoidPtr.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace Tessel {
+
+namespace Impl {
+
+// How a C++ type appears in type data: its value type, and the type that generic access sees.
+template< typename T >
+struct Reflected;
+
+template< ValueType type, typename T >
+struct ReflectedAs {
+   static constexpr ValueType valueType = type;
+   using Seen = T;
+   static constexpr TypeRef typeRef() { return nodeType; }
+};
+
+template<>
+struct Reflected< void > : ReflectedAs< ValueType::none, void > {};
+template<>
+struct Reflected< bool > : ReflectedAs< ValueType::boolean, bool > {};
+template<>
+struct Reflected< std::uint32_t > : ReflectedAs< ValueType::u32, std::uint32_t > {};
+template<>
+struct Reflected< std::int32_t > : ReflectedAs< ValueType::s32, std::int32_t > {};
+template<>
+struct Reflected< Interval > : ReflectedAs< ValueType::duration, Interval > {};
+template<>
+struct Reflected< String > : ReflectedAs< ValueType::string, String > {};
+template<>
+struct Reflected< Orl::Optional< String > > : ReflectedAs< ValueType::optionalString, String > {};
+template< typename T >
+struct Reflected< T* > : ReflectedAs< ValueType::voidPtr, Orl::VoidPtr > {};
+template< typename T >
+struct Reflected< Ptr< T > > : ReflectedAs< ValueType::entity, Ptr< T > > {
+   static constexpr TypeRef typeRef() { return TypeTable< T >::self; }
+};
+
+// Turns what generic access passes into what C++ takes: the passed value itself where the types are
+// the same.
+template< typename T >
+decltype( auto ) argumentFrom( const void* value ) {
+   using Seen = typename Reflected< T >::Seen;
+   if constexpr( std::is_same_v< T, Orl::Optional< String > > ) {
+      return value ? T( *static_cast< const Seen* >( value ) ) : T();
+   } else if constexpr( std::is_pointer_v< T > ) {
+      return static_cast< T >( *static_cast< const Seen* >( value ) );
+   } else {
+      return *static_cast< const Seen* >( value );
+   }
+}
+
+template< typename T >
+inline constexpr bool mayBeNull = std::is_same_v< T, Orl::Optional< String > >;
+
+// The addresses of all arguments: the one argument's own, or those in the array.
+template< std::size_t count >
+std::array< const void*, count > argumentAddresses( const void* argument ) {
+   std::array< const void*, count > addresses{};
+   if constexpr( count == 1 ) {
+      addresses[0] = argument;
+   } else if( argument ) {
+      for( std::size_t i = 0; i < count; ++i ) {
+         addresses[i] = static_cast< const void* const* >( argument )[i];
+      }
+   }
+   return addresses;
+}
+
+using AccessFunction = int ( * )( void* result, Node* entity, int request, const void* argument );
+
+inline int refuseAccess( void*, Node*, int, const void* ) {
+   return accessRefused;
+}
+
+template< auto member, typename Class, typename Value >
+int accessAttribute( void* result, Node* entity, int request, const void* argument ) {
+   Value& value = static_cast< Class* >( entity )->*member;
+   if( request == requestRead && result ) {
+      *static_cast< typename Reflected< Value >::Seen* >( result ) = value;
+      return accessDone;
+   }
+   if( request == requestWrite && argument ) {
+      value = argumentFrom< Value >( argument );
+      return accessDone;
+   }
+   return accessRefused;
+}
+
+template< auto member, typename Class, typename Result, typename... Args >
+int callOperation( void* result, Node* entity, int request, const void* argument ) {
+   // First, because what another request passes is no array of addresses.
+   if( request != requestCall ) {
+      return accessRefused;
+   }
+   const auto addresses = argumentAddresses< sizeof...( Args ) >( argument );
+   return [&]< std::size_t... i >( std::index_sequence< i... > ) {
+      if( !( (addresses[i] || mayBeNull< Args >)&&... ) ) {
+         return accessRefused;
+      }
+      Class& object = *static_cast< Class* >( entity );
+      if constexpr( std::is_void_v< Result > ) {
+         ( object.*member )( argumentFrom< Args >( addresses[i] )... );
+      } else {
+         Result value = ( object.*member )( argumentFrom< Args >( addresses[i] )... );
+         if( result ) {
+            *static_cast< typename Reflected< Result >::Seen* >( result ) = std::move( value );
+         }
+      }
+      return accessDone;
+   }
+   ( std::index_sequence_for< Args... >() );
+}
+
+} // namespace Impl
+
+// The most that an operation or a constructor may have.
+inline constexpr std::size_t maxParams = 4;
+
+// Parameters of an operation or a constructor.
+struct ParamRow {
+   // The first `count` are the parameters.
+   std::array< ParamDesc, maxParams > params;
+   std::uint32_t count = 0;
+};
+
+// Parameters of these types with these names.
+template< typename... Args, typename... Names >
+constexpr ParamRow paramRow( Names... names ) {
+   static_assert( sizeof...( Args ) == sizeof...( Names ), "one name for each parameter" );
+   static_assert( sizeof...( Args ) <= maxParams );
+   return {
+      { ParamDesc{ names, Impl::Reflected< std::remove_cvref_t< Args > >::valueType }... },
+      sizeof...( Args ),
+   };
+}
+
+// One row of a member table; its place in the table is the member's id.
+struct MemberRow {
+   // As in the member's MemberDesc; `entityType` is of a value that is an entity.
+   std::string_view name;
+   MemberKind kind = MemberKind::attribute;
+   ValueType type = ValueType::none;
+   TypeRef entityType;
+   bool listed = true; // among the module's member names
+   ParamRow params;    // of an operation
+   // Reads, writes or calls the member.
+   Impl::AccessFunction access = &Impl::refuseAccess;
+};
+
+namespace Impl {
+
+template< auto member, typename Pointer = decltype( member ) >
+struct RowOf;
+
+template< auto member, typename Class, typename Value >
+struct RowOf< member, Value Class::* > {
+   static constexpr MemberRow row( std::string_view name ) {
+      using As = Reflected< Value >;
+      return { name,
+               MemberKind::attribute,
+               As::valueType,
+               As::typeRef(),
+               true,
+               {},
+               &accessAttribute< member, Class, Value > };
+   }
+};
+
+template< auto member, typename Class, typename Result, typename... Args >
+struct OperationRow {
+   template< typename... Names >
+   static constexpr MemberRow row( std::string_view name, Names... params ) {
+      return {
+         name,
+         MemberKind::operation,
+         Reflected< Result >::valueType,
+         Reflected< Result >::typeRef(),
+         true,
+         paramRow< Args... >( params... ),
+         &callOperation< member, Class, Result, std::remove_cvref_t< Args >... >,
+      };
+   }
+};
+
+template< auto member, typename Class, typename Result, typename... Args, bool isNoexcept >
+struct RowOf< member, Result ( Class::* )( Args... ) noexcept( isNoexcept ) >
+   : OperationRow< member, Class, Result, Args... > {};
+
+template< auto member, typename Class, typename Result, typename... Args, bool isNoexcept >
+struct RowOf< member, Result ( Class::* )( Args... ) const noexcept( isNoexcept ) >
+   : OperationRow< member, Class, Result, Args... > {};
+
+} // namespace Impl
+
+// A field that can be read and written.
+template< auto member >
+constexpr MemberRow attribute( std::string_view name ) {
+   return Impl::RowOf< member >::row( name );
+}
+
+// An operation that can be called; one name for each of its parameters.
+template< auto member, typename... Names >
+constexpr MemberRow operation( std::string_view name, Names... params ) {
+   return Impl::RowOf< member >::row( name, params... );
+}
+
+// An operation that the runtime calls by its id: callable, but not listed among the names.
+template< auto member >
+constexpr MemberRow hook( std::string_view name ) {
+   MemberRow row = operation< member >( name );
+   row.listed = false;
+   return row;
+}
+
+// A member that is described but refuses every access. Only fields are listed among the names.
+template< auto member, typename... Names >
+constexpr MemberRow closed( std::string_view name, Names... params ) {
+   MemberRow row = Impl::RowOf< member >::row( name, params... );
+   row.listed = row.kind == MemberKind::attribute;
+   row.access = &Impl::refuseAccess;
+   return row;
+}
+
+// The constructor of a type, and how generic construction creates it.
+struct CreationRow {
+   ParamRow params; // of the constructor
+   // As HideMe's genericIfConstructFromCtorArgs; null for a type that can't be created.
+   void ( *construct )( void* result, const void* const* arguments ) = nullptr;
+};
+
+// A type that has no entities of its own.
+template< typename... Args, typename... Names >
+constexpr CreationRow notCreatable( Names... params ) {
+   return { paramRow< Args... >( params... ), nullptr };
+}
+
+namespace Impl {
+
+template< auto factory, typename T, typename... Args >
+void construct( void* result, [[maybe_unused]] const void* const* arguments ) {
+   [&]< std::size_t... i >( std::index_sequence< i... > ) {
+      *static_cast< T** >( result ) =
+         factory( argumentFrom< std::remove_cvref_t< Args > >( arguments[i] )... ).release();
+   }
+   ( std::index_sequence_for< Args... >() );
+}
+
+template< auto factory, typename T, typename... Args, typename... Names >
+constexpr CreationRow creationRow( Ptr< T > ( * )( Args... ), Names... params ) {
+   return { paramRow< Args... >( params... ), &construct< factory, T, Args... > };
+}
+
+} // namespace Impl
+
+// A type whose entities are made by `factory`; one name for each of its parameters.
+template< auto factory, typename... Names >
+constexpr CreationRow createdBy( Names... params ) {
+   return Impl::creationRow< factory >( factory, params... );
+}
+
+} // namespace Tessel

@@ -1,0 +1,70 @@
+// The registry of module records, and the search for types and members.
+#include <platform/types/TypeData.h>
+
+#include <algorithm>
+#include <mutex>
+#include <vector>
+
+namespace Tessel {
+
+namespace {
+
+struct Registry {
+   std::mutex mutex;
+   std::vector< const ModuleInspectData* > modules;
+};
+
+// Never destroyed: records come and go with their libraries, before and after any other object.
+Registry& registry() {
+   static Registry& registry = *new Registry;
+   return registry;
+}
+
+} // namespace
+
+void ModuleInspectData::loaded() const {
+   const std::lock_guard lock( registry().mutex );
+   registry().modules.push_back( this );
+}
+
+void ModuleInspectData::unloaded() const noexcept {
+   const std::lock_guard lock( registry().mutex );
+   std::erase( registry().modules, this );
+}
+
+TypeRef findType( std::string_view name ) {
+   const std::lock_guard lock( registry().mutex );
+   for( const ModuleInspectData* const module : registry().modules ) {
+      if( !std::ranges::binary_search( module->typeNames, name ) ) {
+         continue;
+      }
+      const auto type = std::ranges::find( module->types, name, &TypeDesc::name );
+      return { module, static_cast< std::uint32_t >( type - module->types.begin() ) };
+   }
+   return nodeType;
+}
+
+TypeRef baseOf( TypeRef type ) {
+   return type == nodeType ? nodeType : type.module->typeRefs[type.module->types[type.index].base];
+}
+
+Member memberOf( TypeRef type, std::string_view name ) {
+   if( type == nodeType ) {
+      return {};
+   }
+   const TypeDesc& desc = type.module->types[type.index];
+   const auto members = type.module->members.subspan( desc.firstMember, desc.memberCount );
+   const auto member = std::ranges::find( members, name, &MemberDesc::name );
+   return member == members.end() ? Member() : Member( type.module->hooks[type.index], *member );
+}
+
+Member memberOf( const Node& entity, std::string_view name ) {
+   for( TypeRef type = entity.typeData(); type != nodeType; type = baseOf( type ) ) {
+      if( const Member member = memberOf( type, name ) ) {
+         return member;
+      }
+   }
+   return {};
+}
+
+} // namespace Tessel

@@ -1,0 +1,47 @@
+// A value that may be absent.
+#pragma once
+
+#include <platform/Export.h>
+
+#include <concepts>
+#include <optional>
+#include <utility>
+
+namespace Orl {
+
+namespace Impl {
+
+// Throws std::bad_optional_access.
+[[noreturn]] TESSEL_EXPORT void throwBadOptionalAccess();
+
+} // namespace Impl
+
+// Holds a T or nothing.
+template< typename T >
+class Optional {
+ public:
+   // Nothing.
+   Optional() = default;
+   // Nothing too.
+   Optional( std::nullopt_t ) {}
+   // The value.
+   template< std::convertible_to< T > U >
+   Optional( U&& value ) : value_( std::forward< U >( value ) ) {}
+
+   // Whether there is a value.
+   [[nodiscard]] bool hasValue() const { return value_.has_value(); }
+   // The value, borrowed. Throws std::bad_optional_access when there is none.
+   [[nodiscard]] const T& operator*() const {
+      if( !value_ ) {
+         Impl::throwBadOptionalAccess();
+      }
+      return *value_;
+   }
+   // Leaves nothing.
+   void optionalClearValue() { value_.reset(); }
+
+ private:
+   std::optional< T > value_;
+};
+
+} // namespace Orl

@@ -1,0 +1,14 @@
+// Readable names of C++ types.
+#pragma once
+
+#include <platform/Export.h>
+#include <platform/value/String.h>
+
+#include <typeinfo>
+
+namespace Tessel {
+
+// The qualified name as it is written in the source, for example "Sodrel::Sdbus".
+TESSEL_EXPORT String typeName( const std::type_info& type );
+
+} // namespace Tessel
