@@ -1,0 +1,54 @@
+// Several trace files read as one: their records in the order of time.
+#pragma once
+
+#include "TraceReader.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Fennet {
+
+// A record with its time of day in nanoseconds since 1970 and the thread that wrote it.
+struct TimedRecord {
+   std::int64_t time;
+   std::shared_ptr< const TraceReader::Origin > origin;
+   Record record;
+};
+
+class TraceSet {
+ public:
+   // `complain` is told what is wrong with a file; the file is given up, the others go on.
+   explicit TraceSet( std::function< void( const std::string& ) > complain );
+
+   // Adds a file, or the trace files of a folder: those whose names end in ".fennet", and with
+   // every `read` those that are new.
+   void add( const std::filesystem::path& path );
+
+   // All records finished since the last call, in the order of time.
+   std::vector< TimedRecord > read();
+
+   // Whether a process that writes to one of the files may still live.
+   [[nodiscard]] bool mayGrow() const;
+
+ private:
+   struct File {
+      std::string path;
+      TraceReader reader;
+      bool damaged = false;
+   };
+
+   void addFile( const std::filesystem::path& path );
+   void addFolder( const std::filesystem::path& folder );
+
+   std::function< void( const std::string& ) > complain_;
+   std::vector< std::filesystem::path > folders_;
+   std::set< std::filesystem::path > known_;
+   std::vector< File > files_;
+};
+
+} // namespace Fennet
