@@ -1,0 +1,28 @@
+// Where an object's virtual operations stand in its virtual table.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace PlatformTest {
+
+// The number of a virtual operation's slot, counted from 0.
+template< typename Operation >
+std::size_t slotOf( Operation operation ) {
+   static_assert( sizeof( operation ) == 2 * sizeof( std::uintptr_t ) );
+   std::uintptr_t oddOffset = 0;
+   std::memcpy( &oddOffset, &operation, sizeof( oddOffset ) );
+   return ( oddOffset - 1 ) / sizeof( void* );
+}
+
+// What an object's virtual table has in a slot, as a function that takes the object.
+template< typename Result, typename Object >
+auto inSlot( Object& object, std::size_t slot ) {
+   using Function = Result ( * )( Object* );
+   Function* table = nullptr;
+   std::memcpy( &table, static_cast< const void* >( &object ), sizeof( table ) );
+   return table[slot];
+}
+
+} // namespace PlatformTest

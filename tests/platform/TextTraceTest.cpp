@@ -1,0 +1,214 @@
+// Text traces: levels, sinks, and what a trace does with its arguments.
+#include <platform/trace/Trace.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Orl::TraceLevels;
+
+constexpr TraceLevels level8 = 1U << 8;
+
+TRACE_FACILITY( "TextTraceTest" );
+
+// Takes over the text traces for as long as it lives.
+class Capture final : public Tessel::TraceSink {
+ public:
+   Capture() : before_( Tessel::traceSinkIs( this ) ) {}
+   ~Capture() { Tessel::traceSinkIs( before_ ); }
+
+   void traceIs( const Tessel::TextTrace& trace ) override {
+      const std::scoped_lock lock( mutex_ );
+      texts.emplace_back( trace.text );
+      last = trace;
+   }
+
+   std::vector< std::string > texts;
+   Tessel::TextTrace last{};
+
+ private:
+   std::mutex mutex_;
+   Tessel::TraceSink* before_;
+};
+
+class ATextTrace : public testing::Test {
+ protected:
+   ATextTrace() { Orl::traceLevelsIs( "TextTraceTest", level8 ); }
+   ~ATextTrace() override { Orl::traceLevelsIs( "TextTraceTest", 0 ); }
+
+   Capture capture;
+};
+
+TEST_F( ATextTrace, isFormattedWithItsArgumentsInOrder ) {
+   const Tessel::String method = "ReloadUnit";
+   TRACE( 8, "Call {} {}, async={}", method, "a.service", true );
+   EXPECT_EQ(
+      capture.texts, std::vector< std::string >{ "Call ReloadUnit a.service, async=true" } );
+}
+
+TEST_F( ATextTrace, carriesItsOrigin ) {
+   const int line = __LINE__ + 1;
+   TRACE( 8, "origin" );
+   EXPECT_STREQ( capture.last.facility, "TextTraceTest" );
+   EXPECT_EQ( capture.last.level, 8 );
+   EXPECT_STREQ( capture.last.file, __FILE__ );
+   EXPECT_STREQ( capture.last.function, "TestBody" );
+   EXPECT_EQ( capture.last.line, line );
+   EXPECT_STREQ( capture.last.tag, "" );
+}
+
+TEST_F( ATextTrace, isEmittedForAnEmptyFormat ) {
+   TRACE( 8, "" );
+   EXPECT_EQ( capture.texts, std::vector< std::string >{ "" } );
+}
+
+TEST_F( ATextTrace, writesDoubledBracesAsOne ) {
+   TRACE( 8, "{{{}}}", 1 );
+   EXPECT_EQ( capture.texts, std::vector< std::string >{ "{1}" } );
+}
+
+TEST_F( ATextTrace, takesANullCStringForAnEmptyOne ) {
+   const char* const nothing = nullptr;
+   TRACE( 8, "<{}>", nothing );
+   EXPECT_EQ( capture.texts, std::vector< std::string >{ "<>" } );
+}
+
+TEST_F( ATextTrace, sharesItsLineWithAnother ) {
+   // clang-format off
+   TRACE( 8, "first" ); TRACE( 8, "second" );
+   // clang-format on
+   EXPECT_EQ( capture.texts, ( std::vector< std::string >{ "first", "second" } ) );
+}
+
+TEST_F( ATextTrace, isLeftOutWhenOnlyOtherLevelsAreEnabled ) {
+   TRACE( 7, "seven" );
+   TRACE( 9, "nine" );
+   EXPECT_TRUE( capture.texts.empty() );
+}
+
+TEST_F( ATextTrace, followsALevelThatChangesBetweenTwoTraces ) {
+   for( const bool on : { true, false, true } ) {
+      Orl::traceLevelsIs( "TextTraceTest", on ? level8 : 0 );
+      TRACE( 8, "{}", on );
+   }
+   EXPECT_EQ( capture.texts, ( std::vector< std::string >{ "true", "true" } ) );
+}
+
+TEST_F( ATextTrace, evaluatesAnArgumentOnceWhetherOnOrOff ) {
+   int evaluations = 0;
+   TRACE( 8, "{}", ++evaluations );
+   TRACE( 9, "{}", ++evaluations );
+   EXPECT_EQ( evaluations, 2 );
+}
+
+// Text that counts how often it is asked for.
+struct CountingText {
+   operator std::string_view() const {
+      ++conversions;
+      return "counted";
+   }
+   mutable int conversions = 0;
+};
+
+} // namespace
+
+template<>
+struct fmt::formatter< CountingText > : fmt::formatter< fmt::string_view > {
+   template< typename Context >
+   auto format( const CountingText& text, Context& context ) const {
+      const std::string_view view = text;
+      return fmt::formatter< fmt::string_view >::format( { view.data(), view.size() }, context );
+   }
+};
+
+namespace {
+
+TEST_F( ATextTrace, convertsNoArgumentWhenItsLevelIsOff ) {
+   const CountingText text;
+   TRACE( 9, "{}", text );
+   EXPECT_EQ( text.conversions, 0 );
+   TRACE( 8, "{}", text );
+   EXPECT_EQ( text.conversions, 1 );
+}
+
+TEST_F( ATextTrace, leavesErrnoAlone ) {
+   errno = EXDEV;
+   TRACE( 8, "anything" );
+   EXPECT_EQ( errno, EXDEV );
+}
+
+TEST_F( ATextTrace, comesWholeFromEachOfManyThreads ) {
+   constexpr int threads = 4;
+   constexpr int traces = 200;
+   std::vector< std::thread > tracing;
+   for( int thread = 0; thread < threads; ++thread ) {
+      tracing.emplace_back( [] {
+         for( int trace = 0; trace < traces; ++trace ) {
+            TRACE( 8, "{}", "text" );
+         }
+      } );
+   }
+   for( std::thread& thread : tracing ) {
+      thread.join();
+   }
+   EXPECT_EQ( capture.texts, std::vector< std::string >( threads * traces, "text" ) );
+}
+
+TEST( AFacility, hasNoLevelAtFirst ) {
+   const Orl::TraceHandle handle( "AFacility.first", false );
+   EXPECT_EQ( handle.levels(), 0U );
+}
+
+TEST( AFacility, hasEveryLevelWhenOpenedSo ) {
+   const Orl::TraceHandle handle( "AFacility.all", true );
+   EXPECT_EQ( handle.levels(), Orl::allTraceLevels );
+   EXPECT_TRUE( handle.enabled( 0 ) );
+   EXPECT_TRUE( handle.enabled( 31 ) );
+}
+
+TEST( AFacility, takesLevelsSetBeforeItsFirstUse ) {
+   Orl::traceLevelsIs( "AFacility.early", level8 );
+   const Orl::TraceHandle handle( "AFacility.early", false );
+   EXPECT_TRUE( handle.enabled( 8 ) );
+   EXPECT_FALSE( handle.enabled( 9 ) );
+}
+
+TEST( AFacility, sharesItsLevelsBetweenHandlesOfOneName ) {
+   Orl::TraceHandle one( "AFacility.shared", false );
+   const Orl::TraceHandle other( "AFacility.shared", false );
+   one.levelsIs( level8 );
+   EXPECT_EQ( other.levels(), level8 );
+   EXPECT_EQ( Orl::traceLevels( "AFacility.shared" ), level8 );
+}
+
+TEST( AFacility, isOpenedByManyThreadsAtOnce ) {
+   std::atomic< int > enabled = 0;
+   Orl::traceLevelsIs( "AFacility.threads", level8 );
+   std::vector< std::thread > opening;
+   for( int thread = 0; thread < 4; ++thread ) {
+      opening.emplace_back( [&] {
+         const Orl::TraceHandle handle( "AFacility.threads", false );
+         enabled += handle.enabled( 8 );
+      } );
+   }
+   for( std::thread& thread : opening ) {
+      thread.join();
+   }
+   EXPECT_EQ( enabled, 4 );
+}
+
+TEST( ATextTraceCall, givesItsTagToTheSink ) {
+   Capture capture;
+   const Orl::TraceHandle handle( "ATextTraceCall", false );
+   Tessel::fmtrace( handle, 5, "file", "function", 7, "tag", "{}-{}", 1, Tessel::String( "x" ) );
+   EXPECT_EQ( capture.texts, std::vector< std::string >{ "1-x" } );
+   EXPECT_STREQ( capture.last.tag, "tag" );
+}
+
+} // namespace

@@ -1,0 +1,39 @@
+// A message bus of the test's own that stands for the system bus.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <support/ChildProcess.h>
+
+namespace Sodrel::Test {
+
+// Runs a real dbus-daemon on which everybody may do everything and own every name.
+//
+// As long as it exists, sd_bus_open_system of this process, and of those that it starts, leads
+// there. The socket has an abstract name and the configuration is in memory, so nothing is left
+// behind on disk, however the test ends.
+// Throws std::runtime_error if the daemon does not start.
+class PrivateBus {
+ public:
+   PrivateBus();
+   PrivateBus( const PrivateBus& ) = delete;
+   PrivateBus& operator=( const PrivateBus& ) = delete;
+   ~PrivateBus();
+
+   const std::string& address() const { return busAddress; }
+
+   // Kills the daemon as a crash would; from then on connecting is refused.
+   void kill();
+
+   // Starts the daemon anew on the same address; nobody is connected to it.
+   void start();
+
+ private:
+   std::string busAddress;
+   std::string addressBefore;
+   bool hadAddressBefore;
+   std::unique_ptr< ChildProcess > daemon;
+};
+
+} // namespace Sodrel::Test

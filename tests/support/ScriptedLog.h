@@ -1,0 +1,14 @@
+// What happened in a scripted test, in its order: sd-bus calls, clock readings and traces.
+#pragma once
+
+#include <string>
+
+namespace Sodrel::Test {
+
+// Appends one line to the log.
+void logLine( const std::string& line );
+
+// The lines so far, joined by line ends; the log is empty afterwards.
+std::string takeLog();
+
+} // namespace Sodrel::Test

@@ -1,0 +1,45 @@
+// Runs a command with a system bus and a scripted manager of its own: for trying out and for demos
+// where no systemd runs.
+#include <cstdio>
+
+#include <unistd.h>
+
+#include <support/ScriptedManager.h>
+
+using namespace Sodrel::Test;
+
+int main( int argc, char** argv ) {
+   if( argc < 2 ) {
+      std::fputs(
+         "usage: scripted-manager COMMAND [ARGUMENT...]\n"
+         "Runs the command with DBUS_SYSTEM_BUS_ADDRESS leading to a manager with these units:\n"
+         "  web.service     active, can be reloaded\n"
+         "  worker.service  active, cannot be reloaded\n"
+         "  simple.service  active, is not seen \"activating\" when it starts\n"
+         "  idle.service    inactive\n"
+         "  broken.service  inactive, fails to start\n"
+         "  crashed.service failed\n"
+         "Hands back the command's exit status.\n",
+         stderr );
+      return 2;
+   }
+   const PrivateBus bus;
+   const ScriptedManager manager(
+      bus, {
+              { .name = "web.service", .activeState = "active" },
+              { .name = "worker.service", .activeState = "active", .canReload = false },
+              { .name = "simple.service",
+                .activeState = "active",
+                .canReload = false,
+                .announcesStart = false },
+              { .name = "idle.service" },
+              { .name = "broken.service", .startFails = true },
+              { .name = "crashed.service", .activeState = "failed" },
+           } );
+   ChildProcess command( [&] {
+      execvp( argv[1], argv + 1 );
+      std::perror( argv[1] );
+      return 127;
+   } );
+   return command.wait();
+}

@@ -1,0 +1,52 @@
+// The library's allocations, counted and made to fail: operator new, free and the slab allocator's
+// functions are replaced by name.
+#pragma once
+
+#include <cstddef>
+#include <typeinfo>
+
+namespace Sodrel::Test {
+
+// While one exists, what is allocated on this thread counts as the library's, and may fail.
+class LibraryMemory {
+ public:
+   // The allocation with that number, from 1, fails; with `forEver` all later ones too. 0: none.
+   explicit LibraryMemory( std::size_t failing = 0, bool forEver = false );
+   ~LibraryMemory();
+   LibraryMemory( const LibraryMemory& ) = delete;
+   LibraryMemory& operator=( const LibraryMemory& ) = delete;
+
+   [[nodiscard]] std::size_t allocations() const;
+   [[nodiscard]] std::size_t failures() const;
+};
+
+// The blocks of operator new that the library has not given back, whenever they were allocated.
+std::size_t libraryBlocks();
+
+// While one exists, allocations are not the library's: the replaced functions and the tests' own.
+class NotLibrary {
+ public:
+   NotLibrary();
+   ~NotLibrary();
+   NotLibrary( const NotLibrary& ) = delete;
+   NotLibrary& operator=( const NotLibrary& ) = delete;
+};
+
+// While one exists, allocations are the library's again: what the replaced functions call back.
+class LibraryAgain {
+ public:
+   LibraryAgain();
+   ~LibraryAgain();
+   LibraryAgain( const LibraryAgain& ) = delete;
+   LibraryAgain& operator=( const LibraryAgain& ) = delete;
+
+ private:
+   int depth_;
+};
+
+// Called with whatever is given to free, before it is gone.
+extern void ( *onFree )( void* memory );
+// Called with the type of each entity whose block is given back, before it is.
+extern void ( *onSlabFree )( const std::type_info& type );
+
+} // namespace Sodrel::Test

@@ -1,0 +1,52 @@
+// The content of scripted messages: typed values that are read in their order, as sd-bus does it.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Sodrel::Test {
+
+// One basic value, or the begin or the end of a container.
+struct Item {
+   char type = 0;                     // ')' for the end of a container
+   std::optional< std::string > text; // a string; a container's type of contents
+   std::uint32_t number = 0;
+};
+
+using Content = std::vector< Item >;
+
+Content u( std::uint32_t number );
+Content b( bool value );
+// Nothing gives a null C string.
+Content s( std::optional< std::string > text );
+Content o( std::optional< std::string > path );
+Content variant( const char* type, const Content& value );
+// Containers of the types as, a{sv} and {sv}.
+Content texts( std::initializer_list< Content > strings );
+Content properties( std::initializer_list< Content > entries );
+Content property( const char* name, const Content& value );
+Content join( std::initializer_list< Content > parts );
+
+} // namespace Sodrel::Test
+
+// What stands behind sd-bus's message in a scripted test. Results are those of sd-bus.
+struct sd_bus_message {
+   int read( const char* types, std::va_list arguments );
+   int enter( char type, const char* contents );
+   int exit();
+   int skip( const char* type );
+
+   std::string name;
+   Sodrel::Test::Content content;
+   bool owned = false; // by the library, which releases it
+   bool released = false;
+   std::size_t next = 0; // to be read
+
+ private:
+   [[nodiscard]] bool isNext( char type, const char* contents ) const;
+};
