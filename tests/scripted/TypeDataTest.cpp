@@ -1,0 +1,240 @@
+// The type data of the library's entities and the order of their virtual operations.
+#include <scripted/MonitorTest.h>
+
+#include <array>
+#include <cstring>
+
+namespace Sodrel::Test {
+
+namespace {
+
+using Tessel::MemberDesc;
+using Tessel::ModuleInspectData;
+using Tessel::TypeDesc;
+using Tessel::TypeRef;
+using Tessel::ValueType;
+
+const ModuleInspectData& sodrelModule = _Sodrel_c4788d5e_orlModule;
+const ModuleInspectData& monitorModule = _SignalMonitor_178310f1_orlModule;
+
+std::string typeText( ValueType type ) {
+   switch( type ) {
+   case ValueType::none:
+      return "void";
+   case ValueType::boolean:
+      return "bool";
+   case ValueType::u32:
+      return "u32";
+   case ValueType::s32:
+      return "s32";
+   case ValueType::duration:
+      return "duration";
+   case ValueType::string:
+      return "string";
+   case ValueType::optionalString:
+      return "optional string";
+   case ValueType::voidPtr:
+      return "pointer";
+   case ValueType::entity:
+      return "entity";
+   }
+   return "?";
+}
+
+std::string nameOf( TypeRef type ) {
+   return type == Tessel::nodeType ? "Tessel::Node"
+                                   : std::string( type.module->types[type.index].name );
+}
+
+std::string
+paramsText( const ModuleInspectData& module, std::uint32_t first, std::uint32_t count ) {
+   std::string all( 1, '(' );
+   for( const auto& param : module.params.subspan( first, count ) ) {
+      all += all.size() == 1 ? "" : ", ";
+      all += typeText( param.type ) + " " + std::string( param.name );
+   }
+   return all + ")";
+}
+
+// A type as one would declare it, its members after their ids.
+std::string declaration( const ModuleInspectData& module, std::uint32_t index ) {
+   const TypeDesc& type = module.types[index];
+   std::string text = std::string( type.name ) +
+                      paramsText( module, type.firstParam, type.paramCount ) + " : " +
+                      nameOf( module.typeRefs[type.base] );
+   for( const MemberDesc& member : module.members.subspan( type.firstMember, type.memberCount ) ) {
+      text += '\n';
+      text += std::to_string( member.id ) + " ";
+      text += member.type == ValueType::entity ? nameOf( module.typeRefs[member.typeRef] )
+                                               : typeText( member.type );
+      text += ' ';
+      text += member.name;
+      if( member.kind == Tessel::MemberKind::operation ) {
+         text += paramsText( module, member.firstParam, member.paramCount );
+      }
+   }
+   return text;
+}
+
+std::string joined( std::span< const std::string_view > names ) {
+   std::string all;
+   for( const std::string_view name : names ) {
+      all += all.empty() ? "" : " ";
+      all += name;
+   }
+   return all;
+}
+
+using TheTypeData = MonitorTest;
+using TheVirtualTables = MonitorTest;
+
+TEST_F( TheTypeData, describesTheClient ) {
+   EXPECT_EQ( sodrelModule.word, 0x00010001U );
+   EXPECT_EQ( sodrelModule.types.size(), 1U );
+   EXPECT_EQ(
+      declaration( sodrelModule, 0 ),
+      "Sodrel::Sdbus() : Tessel::Node\n"
+      "0 void managerCall(string method, bool async)\n"
+      "1 string managerCallSO(string method, string s, bool async)\n"
+      "2 string managerCallSsO(string method, string s1, string s2, bool async)\n"
+      "3 bool managerPropertyB(string property)\n"
+      "4 string managerPropertyS(string property)\n"
+      "5 string unitPropertyS(string unit, string property)\n"
+      "6 void asyncManagerCall(string method)\n"
+      "7 string asyncManagerCallSO(string method, string s)\n"
+      "8 string asyncManagerCallSsO(string method, string s1, string s2)\n"
+      "9 pointer sdbus()\n"
+      "10 pointer rawSdbus\n"
+      "11 void handleSdbusCall(s32 ret, pointer sdErr, string errMsg)\n"
+      "12 void handleSdbusMessage(pointer sdMsg)\n"
+      "13 string handleSdbusMessageO(pointer sdMsg, string errMsg)\n"
+      "14 bool handleSdbusMessageB(pointer sdMsg, string errMsg)\n"
+      "15 void handleInitialized()\n"
+      "16 void handleDeleted()" );
+}
+
+TEST_F( TheTypeData, describesTheMonitorsAndTheirRecords ) {
+   EXPECT_EQ( monitorModule.word, 0x00010007U );
+   EXPECT_EQ( monitorModule.types.size(), 7U );
+   const std::array expected{
+      "Sodrel::SignalMonitor(pointer rawSdbus) : Tessel::Node\n"
+      "0 duration syncTimeout\n"
+      "1 bool wait(optional string object)",
+      "Sodrel::JobRemovedMonitor::CallbackData() : Tessel::Node\n"
+      "0 bool callbackFailed\n"
+      "1 u32 jobId\n"
+      "2 string result",
+      "Sodrel::JobRemovedMonitor(pointer rawSdbus) : Sodrel::SignalMonitor\n"
+      "0 Sodrel::JobRemovedMonitor::CallbackData data\n"
+      "1 bool isUnitObject(string object)\n"
+      "2 u32 parseJobId(string job)\n"
+      "3 void handleInitialized()\n"
+      "4 void handleDeleted()",
+      "Sodrel::DaemonReloadingMonitor::CallbackData() : Tessel::Node\n"
+      "0 bool callbackFailed\n"
+      "1 bool started\n"
+      "2 bool finished",
+      "Sodrel::DaemonReloadingMonitor(pointer rawSdbus) : Sodrel::SignalMonitor\n"
+      "0 Sodrel::DaemonReloadingMonitor::CallbackData data\n"
+      "1 void handleInitialized()\n"
+      "2 void handleDeleted()",
+      "Sodrel::UnitReloadingMonitor::CallbackData() : Tessel::Node\n"
+      "0 bool callbackFailed\n"
+      "1 bool started\n"
+      "2 bool finished\n"
+      "3 bool failed",
+      "Sodrel::UnitReloadingMonitor(pointer rawSdbus, string unitPath) : Sodrel::SignalMonitor\n"
+      "0 string unitPath\n"
+      "1 Sodrel::UnitReloadingMonitor::CallbackData data\n"
+      "2 void handleInitialized()\n"
+      "3 void handleDeleted()",
+   };
+   for( std::uint32_t index = 0; index < expected.size(); ++index ) {
+      EXPECT_EQ( declaration( monitorModule, index ), expected.at( index ) );
+   }
+}
+
+TEST_F( TheTypeData, listsTheNamesInAlphabeticalOrder ) {
+   EXPECT_EQ(
+      joined( monitorModule.memberNames ),
+      "callbackFailed data failed finished jobId object rawSdbus result started syncTimeout "
+      "unitPath wait" );
+   EXPECT_EQ(
+      joined( monitorModule.typeNames ),
+      "Sodrel::DaemonReloadingMonitor Sodrel::DaemonReloadingMonitor::CallbackData "
+      "Sodrel::JobRemovedMonitor Sodrel::JobRemovedMonitor::CallbackData Sodrel::SignalMonitor "
+      "Sodrel::UnitReloadingMonitor Sodrel::UnitReloadingMonitor::CallbackData" );
+   EXPECT_EQ( joined( sodrelModule.typeNames ), "Sodrel::Sdbus" );
+}
+
+TEST_F( TheTypeData, isFoundByTheNamesOfTheTypes ) {
+   EXPECT_EQ( Tessel::findType( "Sodrel::Sdbus" ), ( TypeRef{ &sodrelModule, 0 } ) );
+   EXPECT_EQ(
+      Tessel::findType( "Sodrel::UnitReloadingMonitor" ), ( TypeRef{ &monitorModule, 6 } ) );
+   EXPECT_EQ( Tessel::findType( "Sodrel::Nothing" ), Tessel::nodeType );
+}
+
+TEST_F( TheTypeData, isGivenByEachEntity ) {
+   const auto client = createdSdbus();
+   const auto job = jobRemovedMonitorFactory( bus );
+   const auto daemon = daemonReloadingMonitorFactory( bus );
+   const auto unit = unitReloadingMonitorFactory( bus, fooPath );
+   EXPECT_EQ( client->typeData(), ( TypeRef{ &sodrelModule, 0 } ) );
+   EXPECT_EQ( job->dataIs()->typeData(), ( TypeRef{ &monitorModule, 1 } ) );
+   EXPECT_EQ( job->typeData(), ( TypeRef{ &monitorModule, 2 } ) );
+   EXPECT_EQ( daemon->dataIs()->typeData(), ( TypeRef{ &monitorModule, 3 } ) );
+   EXPECT_EQ( daemon->typeData(), ( TypeRef{ &monitorModule, 4 } ) );
+   EXPECT_EQ( unit->dataIs()->typeData(), ( TypeRef{ &monitorModule, 5 } ) );
+   EXPECT_EQ( unit->typeData(), ( TypeRef{ &monitorModule, 6 } ) );
+}
+
+// The offset of a virtual operation in the table, as the Itanium ABI writes it into a pointer to
+// member.
+template< typename Operation >
+std::size_t slotOf( Operation operation ) {
+   std::uintptr_t offset = 0;
+   std::memcpy( &offset, &operation, sizeof offset );
+   return ( offset - 1 ) / sizeof( void* );
+}
+
+TEST_F( TheVirtualTables, haveTheirOperationsInTheFixedOrder ) {
+   EXPECT_EQ( slotOf( &Tessel::Node::lastUserGone ), 2U );
+   EXPECT_EQ( slotOf( &Tessel::Node::publisher ), 3U );
+   EXPECT_EQ( slotOf( &Tessel::Node::typeData ), 4U );
+   EXPECT_EQ( slotOf( &Sdbus::typeData ), 4U );
+   EXPECT_EQ( slotOf( &SignalMonitor::typeData ), 4U );
+   EXPECT_EQ( slotOf( &SignalMonitor::wait ), 5U );
+   EXPECT_EQ( slotOf( &UnitReloadingMonitor::wait ), 5U );
+   EXPECT_EQ( slotOf( &Tessel::Exception::what ), 2U );
+   EXPECT_EQ( slotOf( &Tessel::Exception::name ), 3U );
+   EXPECT_EQ( slotOf( &SdbusJobException::name ), 3U );
+}
+
+// Calls what stands in a slot of an entity's virtual table.
+template< typename Result, typename... Args >
+#ifdef __clang__
+__attribute__( ( no_sanitize( "function" ) ) )
+#endif
+Result
+callSlot( Tessel::Node* entity, std::size_t slot, Args... args ) {
+   void** table = nullptr;
+   std::memcpy( &table, static_cast< void* >( entity ), sizeof table );
+   return reinterpret_cast< Result ( * )( Tessel::Node*, Args... ) >( table[slot] )(
+      entity, args... );
+}
+
+TEST_F( TheVirtualTables, answerInTheirSlots ) {
+   auto monitor = jobRemovedMonitorFactory( bus );
+   EXPECT_EQ( callSlot< Tessel::Node* >( monitor.get(), 3 ), nullptr );
+   EXPECT_EQ( callSlot< TypeRef >( monitor.get(), 4 ), ( TypeRef{ &monitorModule, 2 } ) );
+   const Orl::Optional< Tessel::String > unit( fooPath );
+   EXPECT_TRUE( callSlot< bool >( monitor.get(), 5, &unit ) );
+   // The deleting destructor, as the last user's going calls it.
+   callSlot< void >( monitor.release(), 1 );
+   EXPECT_EQ( livingEntities(), "" );
+   EXPECT_EQ( script.alive(), "bus1" );
+}
+
+} // namespace
+
+} // namespace Sodrel::Test
