@@ -1,0 +1,53 @@
+// Points inside an operation of the library at which a test can step in.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <platform/trace/TextTrace.h>
+
+namespace Sodrel::Test {
+
+// Collects the library's text traces, and acts at chosen ones and at readings of the clock.
+//
+// From hurryWaits on, the steady clock of this process leaps at the second reading of each wait:
+// the wait tests for its event three times, lets sd-bus wait some microseconds in between, and then
+// runs out of its 600 s. Nothing is lost that has arrived before the second reading.
+class Moments : public Tessel::TraceSink {
+ public:
+   using Action = std::function< void() >;
+
+   Moments();
+   Moments( const Moments& ) = delete;
+   Moments& operator=( const Moments& ) = delete;
+   ~Moments();
+
+   // Does something once, at the n-th trace from now on.
+   void atTrace( unsigned number, Action action );
+   // Does something once, before the n-th reading in the m-th wait since the last clear.
+   void atReading( unsigned number, Action action, unsigned wait = 1 );
+   void hurryWaits( bool hurried );
+
+   // Forgets the actions that are left, the waits and the traces.
+   void clear();
+
+   // The traces so far, as "operation/level: text".
+   const std::vector< std::string >& lines() const { return collected; }
+
+   void traceIs( const Tessel::TextTrace& trace ) override;
+   // The nanoseconds that the steady clock shows.
+   long read();
+
+ private:
+   std::vector< std::string > collected;
+   std::map< unsigned, Action > traceActions;
+   std::map< std::pair< unsigned, unsigned >, Action > readingActions;
+   unsigned waits = 0;
+   unsigned readings = 0;
+   bool hurried = false;
+};
+
+} // namespace Sodrel::Test

@@ -1,0 +1,219 @@
+// Waits for the reload of a unit, with states and signals that systemd does not produce.
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "LibraryFixture.h"
+
+namespace Sodrel::Test {
+
+namespace {
+
+const std::string waiting = "Sodrel::SdbusSyncException: UnitReloadingMonitor::wait, ";
+const std::string timeout = waiting + "600.000000 timeout";
+const std::string unitFailed =
+   waiting + "unit " + unitPath( "web.service" ) + " failed: " + std::strerror( 0 );
+
+// A change of the unit's own properties, with whatever is said of it.
+template< typename... Values >
+Action changed( const Values&... values ) {
+   return propertiesChanged( "web.service", body( "sa{sv}as", unitInterface, values..., 0 ) );
+}
+
+Action state( const std::string& value ) {
+   return changed( 1, "ActiveState", "s", value );
+}
+
+class AWaitForAUnit : public ALibraryClient {
+ protected:
+   // The outcome when this is said before the reply, all in the first pass of the wait.
+   std::string whenSaid( Script script ) {
+      script.push_back( reply( jobPath( 7 ) ) );
+      manager.onCall( "ReloadUnit", script );
+      return call( "ReloadUnit" );
+   }
+
+   std::string whenStates( const std::vector< std::string >& states ) {
+      Script script;
+      for( const std::string& each : states ) {
+         script.push_back( state( each ) );
+      }
+      return whenSaid( script );
+   }
+};
+
+TEST_F( AWaitForAUnit, endsWhenTheUnitIsActiveAfterAReloadOrActivation ) {
+   for( const std::vector< std::string >& states : std::vector< std::vector< std::string > >{
+           { "reloading", "active" },
+           { "activating", "active" },
+           { "active", "deactivating", "inactive", "activating", "active" },
+           { "reloading", "deactivating", "active" },
+           { "failed", "activating", "active" },
+           { "reloading", "failed", "active" },
+           { "reloading", "active", "failed" },
+           { "reloading", "active", "reloading" },
+        } ) {
+      EXPECT_EQ( whenStates( states ), jobOf( 7 ) );
+   }
+}
+
+TEST_F( AWaitForAUnit, goesOnUntilThen ) {
+   moments.hurryWaits( true );
+   for( const std::vector< std::string >& states : std::vector< std::vector< std::string > >{
+           {},
+           { "active" },
+           { "reloading" },
+           { "active", "deactivating", "inactive", "active" },
+           { "reloading", "Active" },
+           { "maintenance", "refreshing", "", "active" },
+           { "failed", "activating" },
+           { "failed", "inactive", "active" },
+        } ) {
+      EXPECT_EQ( whenStates( states ), timeout );
+   }
+}
+
+TEST_F( AWaitForAUnit, failsWhenTheUnitHasFailed ) {
+   for( const std::vector< std::string >& states : std::vector< std::vector< std::string > >{
+           { "failed" }, { "reloading", "failed" }, { "active", "activating", "failed" } } ) {
+      EXPECT_EQ( whenStates( states ), unitFailed );
+   }
+}
+
+TEST_F( AWaitForAUnit, seesWhatIsSaidAfterTheReplyToo ) {
+   manager.onCall(
+      "ReloadUnit", { state( "reloading" ), reply( jobPath( 7 ) ), state( "active" ) } );
+   EXPECT_EQ( call( "ReloadUnit" ), jobOf( 7 ) );
+   manager.onCall(
+      "ReloadUnit", { reply( jobPath( 7 ) ), state( "reloading" ), state( "failed" ) } );
+   EXPECT_EQ( call( "ReloadUnit" ), unitFailed );
+}
+
+TEST_F( AWaitForAUnit, looksForTheStateAmongAllProperties ) {
+   EXPECT_EQ(
+      whenSaid( {
+         changed(
+            3, "A", "as", 2, "a", "b", "ActiveState", "s", "reloading", "B", "(ub)", 1, true ),
+         changed( 0 ),
+         changed( 1, "SubState", "s", "failed" ),
+         changed( 1, "activestate", "s", "failed" ),
+         changed( 2, "ActiveState", "s", "inactive", "ActiveState", "s", "active" ),
+      } ),
+      jobOf( 7 ) );
+}
+
+TEST_F( AWaitForAUnit, ignoresOtherInterfacesWhateverTheyHold ) {
+   const auto of = []( const char* interface ) {
+      return propertiesChanged(
+         "web.service", body( "sa{sv}as", interface, 1, "ActiveState", "s", "failed", 0 ) );
+   };
+   EXPECT_EQ(
+      whenSaid( {
+         of( "org.freedesktop.systemd1.Service" ),
+         of( "org.freedesktop.systemd1.Unit " ),
+         of( "org.freedesktop.systemd1.Uni" ),
+         of( "" ),
+         propertiesChanged( "web.service", body( "s", "org.freedesktop.systemd1.Service" ) ),
+         propertiesChanged( "web.service", body( "su", "org.freedesktop.systemd1.Job", 7 ) ),
+         state( "reloading" ),
+         state( "active" ),
+      } ),
+      jobOf( 7 ) );
+}
+
+TEST_F( AWaitForAUnit, hearsNobodyButTheManagerAndItsUnit ) {
+   const Body failed = body( "sa{sv}as", unitInterface, 1, "ActiveState", "s", "failed", 0 );
+   const std::string path = unitPath( "web.service" );
+   EXPECT_EQ(
+      whenSaid( {
+         state( "reloading" ),
+         state( "active" ),
+         byStranger( state( "failed" ) ),
+         byStranger( propertiesChanged( "web.service", {} ) ),
+         propertiesChanged( "idle.service", failed ),
+         signal( path, unitInterface, "PropertiesChanged", failed ),
+         signal( path, propertiesInterface, "PropertiesLost", failed ),
+         jobRemoved( 7, "failed" ),
+      } ),
+      jobOf( 7 ) );
+   moments.hurryWaits( true );
+   EXPECT_EQ(
+      whenSaid( { byStranger( state( "reloading" ) ), byStranger( state( "active" ) ) } ),
+      timeout );
+}
+
+TEST_F( AWaitForAUnit, failsWhereASignalCannotBeRead ) {
+   const std::string unit = unitInterface;
+   for( const Body& odd : std::vector< Body >{
+           {},
+           body( "u", 7 ),
+           body( "as", 1, unit ),
+           body( "s", unit ),
+           body( "su", unit, 7 ),
+           body( "sas", unit, 0 ),
+           body( "sa{ss}as", unit, 1, "ActiveState", "active", 0 ),
+           body( "sa{uv}as", unit, 1, 7, "s", "active", 0 ),
+           body( "sa(sv)as", unit, 1, "ActiveState", "s", "active", 0 ),
+           body( "sa{sv}as", unit, 1, "ActiveState", "u", 7, 0 ),
+           body( "sa{sv}as", unit, 1, "ActiveState", "o", "/active", 0 ),
+           body( "sa{sv}as", unit, 1, "ActiveState", "v", "s", "active", 0 ),
+           body( "sa{sv}as", unit, 2, "ActiveState", "s", "active", "ActiveState", "b", true, 0 ),
+        } ) {
+      SCOPED_TRACE( odd.signature + " " + std::to_string( odd.values.size() ) );
+      EXPECT_EQ(
+         whenSaid(
+            { state( "reloading" ), propertiesChanged( "web.service", odd ), state( "active" ) } ),
+         waiting + "callback handling failed" );
+   }
+}
+
+TEST_F( AWaitForAUnit, doesNotReadTheInvalidatedProperties ) {
+   const std::string unit = unitInterface;
+   EXPECT_EQ(
+      whenSaid( {
+         propertiesChanged(
+            "web.service", body( "sa{sv}", unit, 1, "ActiveState", "s", "reloading" ) ),
+         propertiesChanged(
+            "web.service", body( "sa{sv}u", unit, 1, "ActiveState", "s", "active", 7 ) ),
+      } ),
+      jobOf( 7 ) );
+}
+
+TEST_F( AWaitForAUnit, followsAReloadOrRestartInTheSameWay ) {
+   manager.onCall(
+      "ReloadOrRestartUnit", { state( "activating" ), state( "active" ), reply( jobPath( 7 ) ) } );
+   EXPECT_EQ( call( "ReloadOrRestartUnit" ), jobOf( 7 ) );
+   manager.onCall( "ReloadOrRestartUnit", { state( "failed" ), reply( jobPath( 7 ) ) } );
+   EXPECT_EQ( call( "ReloadOrRestartUnit" ), unitFailed );
+}
+
+TEST_F( AWaitForAUnit, neitherReadsTheJobNorNeedsOne ) {
+   manager.onCall(
+      "ReloadUnit", { state( "reloading" ), state( "active" ), reply( body( "o", "/no/job" ) ) } );
+   EXPECT_EQ( call( "ReloadUnit" ), "/no/job" );
+}
+
+TEST_F( AWaitForAUnit, followsThePathThatTheManagerGives ) {
+   manager.onCall( "GetUnit", { reply( body( "o", unitPath( "idle.service" ) ) ) } );
+   manager.onCall(
+      "ReloadUnit", { reply( jobPath( 7 ) ), activeState( "idle.service", "reloading" ),
+                      activeState( "idle.service", "active" ) } );
+   EXPECT_EQ( call( "ReloadUnit", "alias.service" ), jobOf( 7 ) );
+}
+
+TEST_F( AWaitForAUnit, isNotBegunForAUnitThatIsNotKnown ) {
+   EXPECT_EQ(
+      call( "ReloadUnit", "no.service" ),
+      "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSO, sd-bus call GetUnit no.service "
+      "failed: Unit no.service not loaded." );
+   manager.onCall( "GetUnit", { reply( body( "s", "/unit" ) ) } );
+   EXPECT_EQ(
+      call( "ReloadUnit" ), "Sodrel::SdbusMessageException: Sdbus::asyncManagerCallSO, message "
+                            "read failed when calling GetUnit web.service: " +
+                               std::string( std::strerror( ENXIO ) ) );
+}
+
+} // namespace
+
+} // namespace Sodrel::Test
