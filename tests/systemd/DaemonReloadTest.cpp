@@ -1,0 +1,200 @@
+// Subscriptions and reloads of the manager's configuration on a real systemd.
+#include "Box.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include <gmock/gmock.h>
+
+namespace Sodrel::Test {
+
+namespace {
+
+using ::testing::ElementsAre;
+
+// The folder where the box keeps the units of its own.
+std::filesystem::path unitFolder( Sdbus& client ) {
+   return std::filesystem::path( text( client.unitPropertyS( "dbus.service", "FragmentPath" ) ) )
+      .parent_path();
+}
+
+void write( const std::filesystem::path& path, const std::string& contents ) {
+   std::ofstream( path ) << contents;
+}
+
+class ASubscription : public AClient {};
+
+TEST_F( ASubscription, isRefusedTheSecondTime ) {
+   client->managerCall( "Subscribe", true );
+
+   EXPECT_EQ(
+      thrownBy< SdbusCallException >( [&] { client->managerCall( "Subscribe", true ); } ),
+      "Sdbus::asyncManagerCall, sd-bus call Subscribe failed: Client is already subscribed." );
+}
+
+TEST_F( ASubscription, isLostWhenTheConnectionIsRenewed ) {
+   client->managerCall( "Subscribe", true );
+
+   sd_bus_close( client->sdbus() );
+
+   client->managerCall( "Subscribe", true );
+}
+
+TEST_F( ASubscription, isLostWhenTheBusIsRestarted ) {
+   client->managerCall( "Subscribe", true );
+
+   run( "systemctl restart dbus.service" );
+
+   const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
+   client->managerCall( "Reload", true );
+   limitIs( *monitor, 50'000'000 );
+   EXPECT_EQ(
+      thrownBy< SdbusSyncException >( [&] { monitor->wait( std::nullopt ); } ),
+      "DaemonReloadingMonitor::wait, 0.050000 timeout" );
+}
+
+TEST_F( ASubscription, canBeGivenUpOnce ) {
+   client->managerCall( "Subscribe", true );
+   client->managerCall( "Unsubscribe", true );
+
+   EXPECT_EQ(
+      thrownBy< SdbusCallException >( [&] { client->managerCall( "Unsubscribe", true ); } ),
+      "Sdbus::asyncManagerCall, sd-bus call Unsubscribe failed: Client is not subscribed." );
+}
+
+class ADaemonReload : public AClient {};
+
+TEST_F( ADaemonReload, isOverWhenTheCallReturns ) {
+   const auto folder = unitFolder( *client );
+   client->managerCall( "Subscribe", true );
+   write(
+      folder / "changing.service", "[Unit]\nDescription=Old\n[Service]\nExecStart=sleep inf\n" );
+   call( "StartUnit", "changing.service" );
+   write(
+      folder / "changing.service", "[Unit]\nDescription=New\n[Service]\nExecStart=sleep inf\n" );
+   ASSERT_EQ( text( client->unitPropertyS( "changing.service", "Description" ) ), "Old" );
+
+   client->managerCall( "Reload", false );
+
+   EXPECT_EQ( text( client->unitPropertyS( "changing.service", "Description" ) ), "New" );
+}
+
+TEST_F( ADaemonReload, isSeenThoughOnlyAnotherClientHasSubscribed ) {
+   const Observer observer;
+
+   for( int i = 0; i < 3; ++i ) {
+      client->managerCall( "Reload", false );
+   }
+}
+
+TEST_F( ADaemonReload, isNeverSeenWithoutASubscriber ) {
+   const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
+   limitIs( *monitor, 50'000'000 );
+
+   client->managerCall( "Reload", true );
+
+   EXPECT_EQ(
+      thrownBy< SdbusSyncException >( [&] { monitor->wait( std::nullopt ); } ),
+      "DaemonReloadingMonitor::wait, 0.050000 timeout" );
+}
+
+TEST_F( ADaemonReload, isSeenThoughAnotherCalledForIt ) {
+   client->managerCall( "Subscribe", true );
+   const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
+
+   run( "systemctl daemon-reload" );
+
+   EXPECT_TRUE( monitor->wait( std::nullopt ) );
+}
+
+TEST_F( ADaemonReload, canBeAwaitedByOneMonitorAgainAndAgain ) {
+   client->managerCall( "Subscribe", true );
+   const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
+
+   for( int i = 0; i < 3; ++i ) {
+      client->managerCall( "Reload", true );
+      EXPECT_TRUE( monitor->wait( std::nullopt ) );
+   }
+   limitIs( *monitor, 50'000'000 );
+   EXPECT_EQ(
+      thrownBy< SdbusSyncException >( [&] { monitor->wait( std::nullopt ); } ),
+      "DaemonReloadingMonitor::wait, 0.050000 timeout" );
+}
+
+TEST_F( ADaemonReload, isSeenTooLateWhenThereIsNoTime ) {
+   client->managerCall( "Subscribe", true );
+   const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
+   limitIs( *monitor, 0 );
+
+   client->managerCall( "Reload", true );
+
+   EXPECT_EQ(
+      thrownBy< SdbusSyncException >( [&] { monitor->wait( std::nullopt ); } ),
+      "DaemonReloadingMonitor::wait, 0.000000 timeout" );
+}
+
+TEST_F( ADaemonReload, outlastsACallWhoseReplyComesTooLate ) {
+   Gate gate( "/run/generator-waits" );
+   const std::filesystem::path generators = "/run/systemd/system-generators";
+   std::filesystem::create_directories( generators );
+   write( generators / "slow", "#!/bin/sh\nread line </run/generator-waits\n" );
+   std::filesystem::permissions( generators / "slow", std::filesystem::perms::owner_all );
+   const Observer observer;
+   const auto other = sdbusFactory();
+   const auto monitor = daemonReloadingMonitorFactory( other->sdbus() );
+   ASSERT_EQ( sd_bus_set_method_call_timeout( client->sdbus(), 100'000 ), 0 );
+
+   EXPECT_EQ(
+      thrownBy< SdbusCallException >( [&] { client->managerCall( "Reload", false ); } ),
+      "Sdbus::asyncManagerCall, sd-bus call Reload failed: Connection timed out" );
+
+   gate.pass();
+   EXPECT_TRUE( monitor->wait( std::nullopt ) );
+}
+
+TEST_F( ADaemonReload, isTracedFromItsCallToItsWait ) {
+   const Observer observer;
+   const CollectedTraces traces( "Sodrel" );
+
+   client->managerCall( "Reload", false );
+
+   EXPECT_THAT(
+      traces.lines(), ElementsAre(
+                         "managerCall/8: Call sd-bus systemd manager Reload, async=false",
+                         "asyncManagerCall/8: " ) );
+}
+
+TEST_F( ADaemonReload, isTracedByItsMonitor ) {
+   const Observer observer;
+   const CollectedTraces traces( "SignalMonitor" );
+
+   client->managerCall( "Reload", false );
+
+   EXPECT_THAT(
+      traces.lines(), ElementsAre(
+                         "handleInitialized/8: Initialize DaemonReloadingMonitor",
+                         "wait/8: Wait for Reloading signal",
+                         "handleDeleted/8: Deinitialize DaemonReloadingMonitor" ) );
+}
+
+class ACallWithoutArguments : public AClient {};
+
+TEST_F( ACallWithoutArguments, isNotSentWhenItsOutcomeCannotBeSeen ) {
+   EXPECT_EQ(
+      thrownBy< SdbusSyncException >( [&] { client->managerCall( "Subscribe", false ); } ),
+      "Sdbus::managerCall, method Subscribe doesn't support sync operations" );
+
+   // A second "Subscribe" would fail.
+   client->managerCall( "Subscribe", true );
+}
+
+TEST_F( ACallWithoutArguments, namesAMethodThatTheManagerDoesNotHave ) {
+   EXPECT_EQ(
+      thrownBy< SdbusCallException >( [&] { client->managerCall( "Mend", true ); } ),
+      "Sdbus::asyncManagerCall, sd-bus call Mend failed: Unknown method Mend or interface "
+      "org.freedesktop.systemd1.Manager." );
+}
+
+} // namespace
+
+} // namespace Sodrel::Test
