@@ -1,0 +1,54 @@
+// Fuzzes the reading of a job's object path.
+#include "PrivateConnection.h"
+
+#include <Sodrel/SignalMonitor.h>
+
+#include <optional>
+
+namespace Sodrel::Fuzz {
+
+namespace {
+
+// The number that a path names: that of its leading digits, if there are any and they fit.
+std::optional< std::uint32_t > numberIn( std::string_view path ) {
+   const std::string_view start = "/org/freedesktop/systemd1/job/";
+   if( path.substr( 0, start.size() ) != start ) {
+      return std::nullopt;
+   }
+   const std::string_view rest = path.substr( start.size() );
+   const std::size_t digits = std::min( rest.find_first_not_of( "0123456789" ), rest.size() );
+   std::uint64_t number = 0;
+   for( const char digit : rest.substr( 0, digits ) ) {
+      number = number * 10 + static_cast< std::uint64_t >( digit - '0' );
+      if( number > 0xffff'ffff ) {
+         return std::nullopt;
+      }
+   }
+   return digits > 0 ? std::optional( static_cast< std::uint32_t >( number ) ) : std::nullopt;
+}
+
+} // namespace
+
+} // namespace Sodrel::Fuzz
+
+int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
+   using namespace Sodrel::Fuzz;
+   static const PrivateConnection connection;
+   static const auto monitor = Sodrel::jobRemovedMonitorFactory( connection.bus() );
+   const std::string_view path = Input( data, size ).rest();
+   const auto expected = numberIn( path );
+   try {
+      const std::uint32_t number = monitor->parseJobId( Tessel::String( path ) );
+      require( expected && number == *expected, "the number is that of the leading digits" );
+   } catch( const Sodrel::SdbusJobException& exception ) {
+      require( !expected, "a path with a number can be read" );
+      const std::string text =
+         std::string( "JobRemovedMonitor::parseJobId, failed to parse job: " ).append( path );
+      requireSame( exception.what(), text.c_str() );
+   }
+   const std::string_view unit = "/org/freedesktop/systemd1/unit/";
+   require(
+      monitor->isUnitObject( Tessel::String( path ) ) == ( path.substr( 0, unit.size() ) == unit ),
+      "a unit's path is one with a unit's beginning" );
+   return 0;
+}

@@ -1,0 +1,176 @@
+// Fuzzes what the client does with replies: a byte that says what is read, then a body or a text.
+#include "PrivateConnection.h"
+
+#include <Sodrel/Sodrel.h>
+
+#include <cstring>
+#include <iterator>
+
+namespace Sodrel::Fuzz {
+
+namespace {
+
+constexpr std::uint8_t methodReturn = SD_BUS_MESSAGE_METHOD_RETURN;
+constexpr std::uint8_t methodError = SD_BUS_MESSAGE_METHOD_ERROR;
+
+// What the next sd_bus_open_system gives.
+PrivateConnection* next = nullptr;
+
+const Body systemState{ "v", { "\1s\0\0\7\0\0\0running\0", 16 } };
+
+// A client whose connection was made and probed, and waits for the reply to its next call. sd-bus
+// numbers the calls of a connection from 1.
+class Client {
+ public:
+   Client() {
+      wire_.send( { .type = methodReturn, .replyTo = 1 }, systemState );
+      next = &wire_;
+      client_ = sdbusFactory();
+      wire_.send( { .type = methodReturn, .replyTo = 2 }, systemState );
+   }
+
+   // What the call gets. Where sd-bus drops the hostile reply, it is the harmless one.
+   void repliesAre( Header header, const Body& hostile, const Body& harmless ) {
+      header.replyTo = 3;
+      wire_.send( header, hostile );
+      wire_.send( header, harmless );
+   }
+
+   Sdbus& operator*() { return *client_; }
+
+ private:
+   PrivateConnection wire_; // outlives the client
+   Tessel::Ptr< Sdbus > client_;
+};
+
+template< typename Operation >
+std::string outcomeOf( const Operation& operation ) {
+   try {
+      return operation();
+   } catch( const Exception& exception ) {
+      return std::string( exception.name() ) + ": " + exception.what();
+   }
+}
+
+// What a reader should make of a message: its value, or the exception.
+std::string expected( int read, const std::string& value ) {
+   return read < 0
+             ? std::string( "Sodrel::SdbusMessageException: reading: " ) + std::strerror( -read )
+             : value;
+}
+
+std::string expectedPath( sd_bus_message* message ) {
+   const char* path = "";
+   const int read = sd_bus_message_read_basic( message, 'o', &path );
+   return expected( read, path );
+}
+
+std::string expectedBoolean( sd_bus_message* message ) {
+   int value = 0;
+   const int read = sd_bus_message_read_basic( message, 'b', &value );
+   return expected( read, value ? "true" : "false" );
+}
+
+// The message that a body makes; none where sd-bus drops it.
+Test::MessagePtr received( PrivateConnection& connection, const Body& body ) {
+   connection.send( { .path = "/", .interface = "a.b", .member = "C" }, body );
+   sd_bus_message* message = nullptr;
+   while( sd_bus_process( connection.bus(), &message ) > 0 && !message ) {
+   }
+   return Test::MessagePtr( message );
+}
+
+// Each reader by itself, on a message of any kind.
+
+const Sdbus& anyClient() {
+   static Client client;
+   return *client;
+}
+
+void readPath( Input& input ) {
+   PrivateConnection connection;
+   if( Test::MessagePtr message = received( connection, takeBody( input ) ) ) {
+      const std::string path = expectedPath( message.get() );
+      sd_bus_message_rewind( message.get(), 1 );
+      requireSame(
+         outcomeOf( [&] {
+            return std::string( anyClient().handleSdbusMessageO( message.release(), "reading" ) );
+         } ),
+         path );
+   }
+}
+
+void readBoolean( Input& input ) {
+   PrivateConnection connection;
+   if( Test::MessagePtr message = received( connection, takeBody( input ) ) ) {
+      const std::string value = expectedBoolean( message.get() );
+      sd_bus_message_rewind( message.get(), 1 );
+      requireSame(
+         outcomeOf( [&] {
+            const bool read = anyClient().handleSdbusMessageB( message.release(), "reading" );
+            return std::string( read ? "true" : "false" );
+         } ),
+         value );
+   }
+}
+
+// The operations that they belong to.
+
+void callForPath( Input& input ) {
+   Client client;
+   client.repliesAre( { .type = methodReturn }, takeBody( input ), { "o", { "\1\0\0\0/\0", 6 } } );
+   const std::string outcome =
+      outcomeOf( [&] { return std::string( ( *client ).asyncManagerCallSO( "GetUnit", "a" ) ); } );
+   require(
+      outcome.starts_with( '/' ) ||
+         outcome.starts_with( "Sodrel::SdbusMessageException: Sdbus::asyncManagerCallSO, message "
+                              "read failed when calling GetUnit a: " ),
+      "the call gives a path or says why there is none" );
+}
+
+void readProperty( Input& input ) {
+   Client client;
+   client.repliesAre(
+      { .type = methodReturn }, takeBody( input ), { "v", { "\1b\0\0\1\0\0\0", 8 } } );
+   const std::string outcome = outcomeOf(
+      [&] { return std::string( ( *client ).managerPropertyB( "Tainted" ) ? "true" : "false" ); } );
+   require(
+      outcome == "true" || outcome == "false" ||
+         outcome.starts_with( "Sodrel::SdbusCallException: Sdbus::managerPropertyB, manager "
+                              "property Tainted read failed" ) ||
+         outcome.starts_with( "Sodrel::SdbusMessageException: Sdbus::managerPropertyB, message "
+                              "handling failed for property Tainted: " ),
+      "the property is read or the exception says why not" );
+}
+
+void callWithError( Input& input ) {
+   Client client;
+   client.repliesAre(
+      { .type = methodError, .errorName = "org.example.Refused" }, takeBody( input ), {} );
+   const std::string outcome = outcomeOf( [&] {
+      ( *client ).asyncManagerCall( "Reload" );
+      return std::string( "returned" );
+   } );
+   require(
+      outcome.starts_with(
+         "Sodrel::SdbusCallException: Sdbus::asyncManagerCall, sd-bus call Reload failed" ),
+      "the call is refused" );
+}
+
+} // namespace
+
+} // namespace Sodrel::Fuzz
+
+int sd_bus_open_system( sd_bus** bus ) {
+   *bus = Sodrel::Fuzz::next->release();
+   return 0;
+}
+
+int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
+   using namespace Sodrel::Fuzz;
+   Input input( data, size );
+   void ( *const readers[] )( Input& ) = { readPath, readBoolean, callForPath, readProperty,
+                                           callWithError };
+   readers[input.byte() % std::size( readers )]( input );
+   return 0;
+}

@@ -1,0 +1,109 @@
+// Fuzzes the readers of TESSEL_TRACE and FENNET_TRACE: a byte that chooses, then the value.
+#include "Fuzz.h"
+
+// A process reads its environment once, so what reads the values is taken in here.
+#include <platform/trace/Facility.cpp>     // NOLINT(bugprone-suspicious-include)
+#include <platform/trace/FennetHandle.cpp> // NOLINT(bugprone-suspicious-include)
+
+#include <vector>
+
+namespace Orl {
+
+namespace {
+
+std::vector< std::string > split( const std::string& text, char separator ) {
+   std::vector< std::string > parts( 1 );
+   for( const char c : text ) {
+      c == separator ? parts.emplace_back() : parts.back() += c;
+   }
+   return parts;
+}
+
+// The number that digits alone write, up to `most`.
+std::optional< std::uint64_t > number( const std::string& digits, std::uint64_t most ) {
+   std::uint64_t value = 0;
+   for( const char c : digits ) {
+      if( c < '0' || c > '9' ) {
+         return std::nullopt;
+      }
+      value = value * 10 + static_cast< std::uint64_t >( c - '0' );
+      if( value > most ) {
+         return std::nullopt;
+      }
+   }
+   return digits.empty() ? std::nullopt : std::optional( value );
+}
+
+std::optional< std::map< std::string, std::uint32_t > > expected( const std::string& text ) {
+   std::map< std::string, std::uint32_t > all;
+   std::vector< std::string > facilities = split( text, ';' );
+   if( facilities.back().empty() ) {
+      facilities.pop_back(); // a separator may stand at the end
+   }
+   for( const std::string& facility : facilities ) {
+      const std::size_t equals = facility.find( '=' );
+      if( equals == std::string::npos || equals == 0 ) {
+         return std::nullopt;
+      }
+      std::uint32_t& levels = all[facility.substr( 0, equals )];
+      const std::string list = facility.substr( equals + 1 );
+      if( list == "*" ) {
+         levels = 0xffff'ffff;
+         continue;
+      }
+      for( const std::string& word : split( list, ',' ) ) {
+         const auto level = number( word, 31 );
+         if( !level ) {
+            return std::nullopt;
+         }
+         levels |= 1U << *level;
+      }
+   }
+   return all;
+}
+
+void readFacilities( const std::string& text ) {
+   const auto got = parseFacilities( text );
+   const auto wanted = expected( text );
+   Sodrel::Fuzz::require( got.has_value() == wanted.has_value(), "TESSEL_TRACE is well-formed" );
+   Sodrel::Fuzz::require(
+      !got || std::equal( got->begin(), got->end(), wanted->begin(), wanted->end() ),
+      "TESSEL_TRACE enables what it names" );
+}
+
+// The size that ends a value of FENNET_TRACE in bytes, 0 where there is no possible one.
+std::uint64_t expectedSize( std::string digits ) {
+   std::uint64_t unit = 1;
+   if( digits.ends_with( 'K' ) || digits.ends_with( 'M' ) ) {
+      unit = digits.back() == 'K' ? 1024 : 1024 * 1024;
+      digits.pop_back();
+   }
+   constexpr std::uint64_t least = 64 * 1024;
+   constexpr std::uint64_t most = 1024 * 1024 * 1024;
+   const std::uint64_t size = unit * number( digits, most / unit ).value_or( 0 );
+   return size < least ? 0 : size;
+}
+
+void readSettings( const std::string& text ) {
+   const auto got = Fennet::parseSettings( text );
+   const std::size_t comma = text.rfind( ',' );
+   const bool whole = comma != std::string::npos && text.front() == '/';
+   const std::uint64_t size = whole ? expectedSize( text.substr( comma + 1 ) ) : 0;
+   Sodrel::Fuzz::require( got.has_value() == ( size != 0 ), "FENNET_TRACE is well-formed" );
+   if( got ) {
+      Sodrel::Fuzz::require( got->ringSize == size, "FENNET_TRACE gives the ring's size" );
+      Sodrel::Fuzz::requireSame( got->folder, text.substr( 0, comma ) );
+   }
+}
+
+} // namespace
+
+} // namespace Orl
+
+int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
+   Sodrel::Fuzz::Input input( data, size );
+   const bool facilities = input.byte() % 2 == 0;
+   const std::string text( input.rest() );
+   facilities ? Orl::readFacilities( text ) : Orl::readSettings( text );
+   return 0;
+}

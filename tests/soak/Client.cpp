@@ -1,0 +1,201 @@
+// Calling the manager at random, and comparing what is said with what is.
+#include "Client.h"
+
+#include <Sodrel/Sodrel.h>
+#include <platform/trace/TextTrace.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <initializer_list>
+#include <iterator>
+#include <random>
+#include <string>
+#include <string_view>
+
+namespace Sodrel::Soak {
+
+namespace {
+
+long openDescriptors() {
+   return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
+}
+
+// KiB.
+long residentMemory() {
+   std::ifstream status( "/proc/self/status" );
+   for( std::string word; status >> word; ) {
+      if( word == "VmRSS:" ) {
+         long size = 0;
+         status >> size;
+         return size;
+      }
+   }
+   return 0;
+}
+
+// Counts the renewals of the connection, the only traces at level 5.
+class Reconnections : public Tessel::TraceSink {
+ public:
+   explicit Reconnections( unsigned long& number ) : count( &number ) {
+      Tessel::traceSinkIs( this );
+      Orl::traceLevelsIs( "Sodrel", Orl::TraceLevels{ 1 } << 5 );
+   }
+   Reconnections( const Reconnections& ) = delete;
+   Reconnections& operator=( const Reconnections& ) = delete;
+   ~Reconnections() { Tessel::traceSinkIs( nullptr ); }
+
+   void traceIs( const Tessel::TextTrace& ) override { ++*count; }
+
+ private:
+   unsigned long* count;
+};
+
+class Client {
+ public:
+   Client( Shared& sharedByAll, unsigned number, std::uint64_t seed )
+      : shared( &sharedByAll ),
+        report( &sharedByAll.reports.at( number ) ),
+        kills( &sharedByAll.kills.at( number ) ),
+        label( std::to_string( number ) ),
+        random( seed ) {}
+
+   void run() {
+      const Reconnections reconnections( report->reconnections );
+      while( !client && !shared->over ) {
+         attempt( "sdbusFactory", [&] { client = sdbusFactory(); } );
+      }
+      reload();
+      report->descriptorsAtStart = openDescriptors();
+      report->memoryAtStart = residentMemory();
+      while( !shared->over ) {
+         step();
+      }
+      // One descriptor is the connection's, which is absent after a failed renewal.
+      report->descriptors = openDescriptors();
+      report->memory = residentMemory();
+      if( report->descriptors > report->descriptorsAtStart + 1 ) {
+         violation( "descriptors have leaked" );
+      }
+      constexpr long allowance = 4096;
+      if( report->memory > report->memoryAtStart + allowance ) {
+         violation( "memory has leaked" );
+      }
+   }
+
+ private:
+   void step() {
+      switch( std::uniform_int_distribution( 0, 9 )( random ) ) {
+      case 0:
+      case 1:
+         return expect( { "active" }, "StartUnit" );
+      case 2:
+         return expect( { "active" }, "RestartUnit" );
+      case 3:
+         // A failed unit stays failed.
+         return expect( { "inactive", "failed" }, "StopUnit" );
+      case 4:
+         subscribe();
+         return expect( { "active" }, "ReloadOrRestartUnit" );
+      case 5:
+         return reload();
+      case 6:
+         if( call( "StartUnit", failing ) ) {
+            violation( "a unit that fails was started" );
+         }
+         return;
+      case 7:
+         call( "StartUnit", common );
+         return;
+      case 8:
+         call( "StopUnit", common );
+         return;
+      default:
+         attempt( "SystemState", [&] { client->managerPropertyS( "SystemState" ); } );
+      }
+   }
+
+   void subscribe() {
+      attempt( "Subscribe", [&] { client->managerCall( "Subscribe", true ); } );
+   }
+
+   void reload() {
+      subscribe();
+      attempt( "Reload", [&] { client->managerCall( "Reload", false ); } );
+   }
+
+   bool call( const char* method, const std::string& unit ) {
+      return attempt( method, [&] {
+         const std::string job( client->managerCallSsO( method, unit.c_str(), "replace", false ) );
+         if( !job.starts_with( "/org/freedesktop/systemd1/job/" ) ) {
+            violation( std::string( method ) + " gives " + job );
+         }
+      } );
+   }
+
+   // Calls the method for the client's own unit; if it returns and nobody has killed the unit
+   // meanwhile, the unit is in one of those states. A unit that was unloaded has none.
+   void expect( std::initializer_list< std::string_view > states, const char* method ) {
+      const unsigned killsBefore = *kills;
+      if( !call( method, own ) ) {
+         return;
+      }
+      std::string found;
+      const bool read = attempt(
+         "ActiveState", [&] { found = client->unitPropertyS( own.c_str(), "ActiveState" ); } );
+      if( !read || killsBefore % 2 != 0 || *kills != killsBefore ) {
+         return;
+      }
+      ++report->checked;
+      if( std::find( states.begin(), states.end(), found ) == states.end() ) {
+         violation( std::string( method ) + " has returned, but the unit is " + found );
+      }
+   }
+
+   // Returns whether the operation did.
+   bool attempt( const char* what, const std::function< void() >& operation ) {
+      using Clock = std::chrono::steady_clock;
+      const Clock::time_point start = Clock::now();
+      Outcome outcome = Outcome::returned;
+      try {
+         operation();
+      } catch( const Tessel::Exception& exception ) {
+         const std::string name( exception.name() );
+         outcome = outcomeOf( name, exception.what() );
+         if( outcome == Outcome::undocumented ) {
+            violation( std::string( what ) + ": " + name + ": " + exception.what() );
+         }
+      }
+      const std::chrono::duration< double > taken = Clock::now() - start;
+      report->longest = std::max( report->longest, taken.count() );
+      ++report->calls.at( static_cast< std::size_t >( outcome ) );
+      return outcome == Outcome::returned;
+   }
+
+   void violation( const std::string& text ) {
+      ++report->violations;
+      std::fprintf( stderr, "client %s: %s\n", label.c_str(), text.c_str() );
+   }
+
+   Shared* shared;
+   Report* report;
+   std::atomic< unsigned >* kills;
+   std::string label;
+   std::mt19937_64 random;
+   // Nobody else starts or stops its own unit; the common one is everybody's.
+   std::string own = "soak@" + label + ".service";
+   std::string failing = "soak-fails@" + label + ".service";
+   std::string common = "soak@common.service";
+   Tessel::Ptr< Sdbus > client;
+};
+
+} // namespace
+
+void runClient( Shared& shared, unsigned number, std::uint64_t seed ) {
+   Client( shared, number, seed ).run();
+}
+
+} // namespace Sodrel::Soak

@@ -1,0 +1,38 @@
+// One client of the soak: what it does, and what it leaves to be told.
+#pragma once
+
+#include "Outcomes.h"
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+namespace Sodrel::Soak {
+
+inline constexpr unsigned clients = 4;
+
+// What a client tells. It lies in memory that all processes share.
+struct Report {
+   std::array< unsigned long, outcomes > calls{};
+   unsigned long checked = 0; // how often a unit's state could be compared
+   unsigned long violations = 0;
+   unsigned long reconnections = 0;
+   double longest = 0; // seconds
+   long descriptorsAtStart = 0;
+   long descriptors = 0;
+   long memoryAtStart = 0; // KiB
+   long memory = 0;
+};
+
+struct Shared {
+   std::atomic< bool > over = false;
+   // Twice how often the client's unit has been killed, and one more during a kill.
+   std::array< std::atomic< unsigned >, clients > kills{};
+   std::array< Report, clients > reports{};
+};
+static_assert( std::atomic< unsigned >::is_always_lock_free );
+
+// Calls the manager until the soak is over. What it finds wrong goes to standard error.
+void runClient( Shared& shared, unsigned number, std::uint64_t seed );
+
+} // namespace Sodrel::Soak
