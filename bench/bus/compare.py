@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""Runs the comparison inside a systemd box: compare.py PROGRAMS FOLDER.
+
+Prints the table, and leaves it in FOLDER as table.txt, results.json and plot.svg.
+"""
+import json
+import os
+import platform
+import subprocess
+import sys
+from pathlib import Path
+
+import clients
+import measure
+import report
+
+PACKAGES = ("systemd", "libsystemd0", "dbus-daemon", "libsdbus-c++1", "libglib2.0-0",
+            "python3-dbus", "valgrind")
+
+
+def machine():
+    cpu = next(line.split(":")[1].strip() for line in open("/proc/cpuinfo")
+               if line.startswith("model name"))
+    release = platform.freedesktop_os_release()["PRETTY_NAME"]
+    load = ", ".join(f"{value:.1f}" for value in os.getloadavg())
+    query = subprocess.run(["dpkg-query", "-W", "-f=${Package} ${Version}\n", *PACKAGES],
+                           stdout=subprocess.PIPE, text=True, check=True)
+    return [f"{cpu}, {os.cpu_count()} cores, Linux {platform.release()}, {release}",
+            ", ".join(query.stdout.splitlines()),
+            f"load when it began (1, 5, 15 minutes): {load}"]
+
+
+def main():
+    programs, folder = sys.argv[1:]
+    results = {"machine": machine()}
+    subprocess.run(["systemctl", "start", "bench-runs.service"], check=True)
+    observer = clients.Observer(programs)
+    results["processor"], results["wall"], results["memory"] = measure.times(programs)
+    results["calls"] = measure.calls(programs, observer)
+    results["instructions"] = measure.instructions(programs)
+    observer.close()
+    results["flood"] = measure.flood_times(programs)
+    results["flood instructions"] = measure.flood_instructions(programs)
+
+    text = "\n".join(report.table(results)) + "\n"
+    print(text, end="")
+    folder = Path(folder)
+    (folder / "table.txt").write_text(text)
+    (folder / "plot.svg").write_text(report.plot(results))
+    flat = {what: {" | ".join(map(str, key)): value for key, value in values.items()}
+            if isinstance(values, dict) and what != "memory" else values
+            for what, values in results.items()}
+    (folder / "results.json").write_text(json.dumps(flat, indent=1) + "\n")
+
+
+main()
