@@ -1,0 +1,34 @@
+// Takes the traces of one facility into the program's own hands instead of standard error.
+//
+//    own-sink
+#include <Sodrel/Sodrel.h>
+#include <platform/trace/TextTrace.h>
+
+#include <cstdio>
+
+namespace {
+
+// Called on the thread that traces, by several at a time when several trace.
+class Sink : public Tessel::TraceSink {
+ public:
+   void traceIs( const Tessel::TextTrace& trace ) override {
+      std::printf(
+         "%s, level %d, %s: %.*s\n", trace.facility, trace.level, trace.function,
+         static_cast< int >( trace.text.size() ), trace.text.data() );
+   }
+};
+
+} // namespace
+
+int main() {
+   Sink sink;
+   Tessel::traceSinkIs( &sink );
+   Orl::traceLevelsIs( "Sodrel", Orl::TraceLevels{ 1 } << 8 | Orl::TraceLevels{ 1 } << 9 );
+   try {
+      auto systemd = Sodrel::sdbusFactory();
+   } catch( const Sodrel::Exception& error ) {
+      std::fprintf( stderr, "%s\n", error.what() );
+   }
+   // Nothing is traced any more, so the sink may go.
+   Tessel::traceSinkIs( nullptr );
+}
