@@ -186,8 +186,8 @@ bool TraceReader::readHeader( State& state ) {
    char raw[sizeof( FileHeader )] = {};
    const std::size_t size = readAt_( 0, raw, sizeof raw );
    const std::string_view bytes( raw, sizeof raw );
-   const auto field = [&]< typename Value >( std::size_t offset, Value ) {
-      return *Bytes( bytes.substr( offset ) ).take< Value >();
+   const auto field = [&]( std::size_t offset, auto like ) {
+      return *Bytes( bytes.substr( offset ) ).take< decltype( like ) >();
    };
    const auto magic = field( offsetof( FileHeader, magic ), std::uint64_t{} );
    if( magic == 0 ) {
