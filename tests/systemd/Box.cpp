@@ -63,6 +63,10 @@ void limitIs( SignalMonitor& monitor, std::uint64_t nanoseconds ) {
 // Gate
 
 Gate::Gate( std::string fifo ) : path( std::move( fifo ) ) {
+   make();
+}
+
+void Gate::make() const {
    if( mkfifo( path.c_str(), 0600 ) < 0 && errno != EEXIST ) {
       checkedFile( -1, "mkfifo" );
    }
@@ -77,12 +81,15 @@ Gate::~Gate() {
 void Gate::await() {
    // Opening a FIFO for writing returns as soon as somebody has opened it for reading.
    if( writeEnd < 0 ) {
+      make();
       writeEnd = checkedFile( open( path.c_str(), O_WRONLY | O_CLOEXEC ), "open" );
    }
 }
 
 void Gate::pass() {
    await();
+   // The next process makes a FIFO of its own, so that this one is left for good.
+   checkedFile( unlink( path.c_str() ), "unlink" );
    checkedFile( static_cast< int >( write( writeEnd, "\n", 1 ) ), "write" );
    pollfd readers{ writeEnd, 0, 0 };
    checkedFile( poll( &readers, 1, -1 ), "poll" ); // until there is none

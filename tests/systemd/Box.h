@@ -41,7 +41,8 @@ std::string thrownBy( const Operation& operation ) {
 // Sets the monitor's time limit.
 void limitIs( SignalMonitor& monitor, std::uint64_t nanoseconds );
 
-// Holds back a unit that reads a line from a FIFO before it goes on.
+// Holds back a unit that reads a line from a FIFO before it goes on. A unit that comes to the gate
+// more than once makes the FIFO if it is missing.
 class Gate {
  public:
    // Makes the FIFO unless the unit has made it.
@@ -57,6 +58,8 @@ class Gate {
    void pass();
 
  private:
+   void make() const;
+
    std::string path;
    int writeEnd = -1;
 };
