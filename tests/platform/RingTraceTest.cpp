@@ -375,7 +375,7 @@ TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
    std::atomic< int > msgId = -1;
    const Tessel::TracePoint point( "a.cpp", 7, "f", "", 8, traceFacility, msgId );
    EXPECT_EXIT(
-      point.trace(), testing::KilledBySignal( SIGABRT ),
+      point.trace( "" ), testing::KilledBySignal( SIGABRT ),
       "^src/platform/trace/Trace\\.cpp:[0-9]+: bool Tessel::TracePoint::describe: "
       "Assertion `msgId_ >= 0' failed\\.\n$" );
 }
@@ -383,7 +383,7 @@ TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
 TEST( ATracePoint, toleratesANegativeIdWhereNoRecordNeedsIt ) {
    std::atomic< int > msgId = -1;
    const Tessel::TracePoint point( "a.cpp", 7, "f", "", 8, traceFacility, msgId );
-   point.trace();
+   point.trace( "" );
 }
 
 } // namespace

@@ -113,6 +113,32 @@ TEST( ATraceOnStderr, writesControlCharactersAsNumbers ) {
    EXPECT_THAT( line, testing::EndsWith( ": a\\x0ab\\x1b[2J\\x7f\xc3\xa9\n" ) );
 }
 
+TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
+   constexpr std::size_t mostSize = 20;
+   const std::string lines = stderrOf( [] {
+      enable();
+      for( std::size_t size = 1; size <= mostSize; ++size ) {
+         for( std::size_t at = 0; at < size; ++at ) {
+            std::string text( size, 'x' );
+            text[at] = '\t';
+            TRACE( 8, "{}", text );
+         }
+      }
+   } );
+   std::string expected;
+   for( std::size_t size = 1; size <= mostSize; ++size ) {
+      for( std::size_t at = 0; at < size; ++at ) {
+         expected += std::string( at, 'x' ) + "\\x09" + std::string( size - at - 1, 'x' ) + '\n';
+      }
+   }
+   std::string texts;
+   for( std::size_t at = 0; at < lines.size(); at = lines.find( '\n', at ) + 1 ) {
+      const std::string line = lines.substr( at, lines.find( '\n', at ) + 1 - at );
+      texts += line.substr( line.rfind( ' ' ) + 1 );
+   }
+   EXPECT_EQ( texts, expected );
+}
+
 TEST( ATraceOnStderr, isCutWhereAPipeTakesNoMoreAtOnce ) {
    const std::string line = stderrOf( [] {
       enable();

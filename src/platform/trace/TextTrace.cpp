@@ -4,10 +4,12 @@
 #include <platform/trace/Line.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <iterator>
 #include <string>
@@ -25,24 +27,24 @@ constinit std::atomic< TraceSink* > sink = nullptr;
 
 // What lines of one thread have in common, kept as text.
 struct ThreadTexts {
-   char id[12];
-   std::uint8_t idSize;
+   Impl::ShortText id;
    char second[20]; // "YYYY-MM-DDTHH:MM:SS"
    std::time_t secondsTime;
 };
 [[gnu::tls_model( "initial-exec" )]] constinit thread_local ThreadTexts threadTexts = {};
 
 // The thread's id.
-std::string_view threadText() {
+const Impl::ShortText& threadText() {
    // The child of a fork runs on a thread with another id.
    [[maybe_unused]] static const int watched =
-      pthread_atfork( nullptr, nullptr, [] { threadTexts.idSize = 0; } );
+      pthread_atfork( nullptr, nullptr, [] { threadTexts.id.size = 0; } );
    ThreadTexts& texts = threadTexts;
-   if( texts.idSize == 0 ) {
-      const char* const end = std::to_chars( texts.id, std::end( texts.id ), gettid() ).ptr;
-      texts.idSize = static_cast< std::uint8_t >( end - texts.id );
+   if( texts.id.size == 0 ) {
+      const char* const end =
+         std::to_chars( texts.id.text, std::end( texts.id.text ), gettid() ).ptr;
+      texts.id.size = static_cast< std::size_t >( end - texts.id.text );
    }
-   return { texts.id, texts.idSize };
+   return texts.id;
 }
 
 // A time in UTC without its fraction.
@@ -57,6 +59,30 @@ std::string_view secondText( std::time_t time ) {
    return { texts.second, sizeof texts.second - 1 };
 }
 
+// Numbers below 100 as two digits.
+constexpr auto twoDigits = [] {
+   std::array< char, 200 > digits{};
+   for( std::size_t number = 0; number < 100; ++number ) {
+      digits[2 * number] = static_cast< char >( '0' + number / 10 );
+      digits[2 * number + 1] = static_cast< char >( '0' + number % 10 );
+   }
+   return digits;
+}();
+
+// A fraction of a second with all its six digits.
+class Microseconds {
+ public:
+   explicit Microseconds( std::uint32_t microseconds ) {
+      std::memcpy( text_, &twoDigits[2 * ( microseconds / 10'000 )], 2 );
+      std::memcpy( text_ + 2, &twoDigits[2 * ( microseconds / 100 % 100 )], 2 );
+      std::memcpy( text_ + 4, &twoDigits[2 * ( microseconds % 100 )], 2 );
+   }
+   [[nodiscard]] std::string_view text() const { return { text_, sizeof text_ }; }
+
+ private:
+   char text_[6];
+};
+
 // systemd tells a service by this variable which socket leads to the journal; it counts only
 // where standard error still is that socket.
 bool stderrIsJournal() {
@@ -66,14 +92,12 @@ bool stderrIsJournal() {
           stream == std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
 }
 
-void writeToStderr( const TextTrace& trace ) {
+// `origin` may be empty; then its parts are joined here.
+void writeToStderr( const TextTrace& trace, std::string_view origin ) {
    static const bool journal = stderrIsJournal();
    timespec now{};
    clock_gettime( CLOCK_REALTIME, &now );
-   // A million more gives the microseconds all six digits, behind a first one that becomes the dot.
-   char fraction[7];
-   std::to_chars( fraction, std::end( fraction ), 1'000'000 + now.tv_nsec / 1000 );
-   fraction[0] = '.';
+   const Microseconds fraction( static_cast< std::uint32_t >( now.tv_nsec / 1000 ) );
 
    Impl::Line line;
    if( journal ) {
@@ -81,9 +105,11 @@ void writeToStderr( const TextTrace& trace ) {
       line.put( '<', std::clamp( trace.level, 5, 7 ), '>' );
    }
    line.put(
-      secondText( now.tv_sec ), std::string_view( fraction, sizeof fraction ), "Z ", threadText(),
-      ' ', trace.facility, '/', trace.level, ' ', trace.file, ':', trace.line, ' ',
-      trace.function );
+      secondText( now.tv_sec ), '.', fraction.text(), "Z ", threadText(), ' ', trace.facility, '/',
+      origin );
+   if( origin.empty() ) {
+      line.put( trace.level, ' ', trace.file, ':', trace.line, ' ', trace.function );
+   }
    if( *trace.tag ) {
       line.put( " [", trace.tag, ']' );
    }
@@ -100,16 +126,19 @@ TraceSink* traceSinkIs( TraceSink* newSink ) noexcept {
    return sink.exchange( newSink, std::memory_order_acq_rel );
 }
 
-void Impl::vfmtrace(
-   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
-   const char* tag, std::string_view text ) {
+void Impl::vfmtrace( const TextTrace& trace, std::string_view origin ) {
    const KeepErrno keepErrno;
-   const TextTrace trace{ handle.name(), level, file, function, line, tag, text };
    if( TraceSink* current = sink.load( std::memory_order_acquire ) ) {
       current->traceIs( trace );
    } else {
-      writeToStderr( trace );
+      writeToStderr( trace, origin );
    }
+}
+
+void Impl::vfmtrace(
+   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
+   const char* tag, std::string_view text ) {
+   vfmtrace( { handle.name(), level, file, function, line, tag, text }, "" );
 }
 
 } // namespace Tessel

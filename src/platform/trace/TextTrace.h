@@ -50,6 +50,15 @@ namespace Impl {
 TESSEL_EXPORT void vfmtrace(
    const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
    const char* tag, std::string_view text );
+// Likewise; `origin` is "LEVEL FILE:LINE FUNCTION", joined beforehand.
+TESSEL_EXPORT void vfmtrace( const TextTrace& trace, std::string_view origin );
+
+template< typename... Args >
+void formatTrace( fmt::memory_buffer& text, std::string_view format, const Args&... args ) {
+   fmt::vformat_to(
+      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
+      fmt::make_format_args( args... ) );
+}
 
 } // namespace Impl
 
@@ -61,9 +70,7 @@ void fmtrace(
    const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
    const char* tag, std::string_view format, const Args&... args ) {
    fmt::memory_buffer text;
-   fmt::vformat_to(
-      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
-      fmt::make_format_args( args... ) );
+   Impl::formatTrace( text, format, args... );
    Impl::vfmtrace(
       handle, level, file, function, line, tag, std::string_view( text.data(), text.size() ) );
 }

@@ -15,9 +15,11 @@
 #include <platform/trace/RingBuf.h>
 #include <platform/trace/TextTrace.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -78,6 +80,37 @@ const T& printable( const T& arg ) {
 inline std::string_view printable( const char* arg ) {
    return arg ? arg : "";
 }
+inline std::string_view printable( const String& arg ) {
+   return arg;
+}
+
+constexpr std::size_t digitsOf( int number ) {
+   return number < 10 ? 1 : 1 + digitsOf( number / 10 );
+}
+
+// The text "LEVEL FILE:LINE FUNCTION" of a trace's origin, of numbers that are not negative.
+template< int level, int line, std::size_t fileSize, std::size_t functionSize >
+consteval auto originOf( const char ( &file )[fileSize], const char ( &function )[functionSize] ) {
+   // The places of the two NULs and one more are those of the three separators.
+   std::array< char, digitsOf( level ) + fileSize + digitsOf( line ) + functionSize + 1 > origin{};
+   char* end = origin.data();
+   const auto put = [&]( std::string_view text ) { end = std::ranges::copy( text, end ).out; };
+   const auto putNumber = [&]( int number ) {
+      char* digit = end += digitsOf( number );
+      do {
+         *--digit = static_cast< char >( '0' + number % 10 );
+         number /= 10;
+      } while( number > 0 );
+   };
+   putNumber( level );
+   put( " " );
+   put( { file, fileSize - 1 } );
+   put( ":" );
+   putNumber( line );
+   put( " " );
+   put( { function, functionSize - 1 } );
+   return origin;
+}
 
 template< TraceString T >
 bool putArgument( Fennet::RingBuf& ring, const T& arg ) {
@@ -106,18 +139,18 @@ class TracePoint {
         facility_( facility ),
         msgId_( msgId ) {}
 
-   // Traces: the ring-buffer record, then the text.
+   // Traces: the ring-buffer record, then the text. `origin` is what Impl::originOf gives.
    //
    // Ends the process unless the message id, which a record needs, is 0 or more.
    template< typename... Args >
-   void trace( const Args&... args ) const {
+   void trace( std::string_view origin, const Args&... args ) const {
       // Acquire: the handle was published whole.
       if( auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire ) )
          [[unlikely]] {
          record( *handle, args... );
       }
       if( facility_().enabled( level_ ) ) [[unlikely]] {
-         text( args... );
+         text( origin, args... );
       }
    }
 
@@ -143,9 +176,12 @@ class TracePoint {
    }
 
    template< typename... Args >
-   [[gnu::noinline]] void text( const Args&... args ) const {
-      fmtrace(
-         facility_(), level_, file_, function_, line_, "", format_, Impl::printable( args )... );
+   [[gnu::noinline]] void text( std::string_view origin, const Args&... args ) const {
+      fmt::memory_buffer text;
+      Impl::formatTrace( text, format_, Impl::printable( args )... );
+      Impl::vfmtrace(
+         { facility_().name(), level_, file_, function_, line_, "", { text.data(), text.size() } },
+         origin );
    }
 
    // Registers the trace point's description in the file; false when it takes none.
@@ -186,7 +222,9 @@ class TracePoint {
             decltype( ::Tessel::Impl::argumentCount( __VA_ARGS__ ) )::value,                       \
          "a trace's format has one {} for each argument, and no other braces but {{ and }}" );     \
       static constinit ::std::atomic< int > traceMsgId = 0;                                        \
+      static constexpr auto traceOrigin =                                                          \
+         ::Tessel::Impl::originOf< level, __LINE__ >( __FILE__, __func__ );                        \
       static constexpr ::Tessel::TracePoint tracePoint(                                            \
          __FILE__, __LINE__, __func__, format, level, traceFacility, traceMsgId );                 \
-      tracePoint.trace( __VA_ARGS__ );                                                             \
+      tracePoint.trace( { traceOrigin.data(), traceOrigin.size() } __VA_OPT__(, ) __VA_ARGS__ );   \
    } while( false )
