@@ -14,7 +14,10 @@ namespace {
 
 uint32_t floodSize() {
    const char* const size = std::getenv( "SODREL_FLOOD" );
-   return size ? static_cast< uint32_t >( std::stoul( size ) ) : 100'000;
+   if( size ) {
+      return static_cast< uint32_t >( std::stoul( size ) );
+   }
+   return leaksAreLookedFor() ? 100'000 : 1'000'000;
 }
 
 // The memory that the process holds now, and at most since a reset.
