@@ -22,3 +22,14 @@ debianMirror() {
         sed -nE "s#^'([^']*)/dists/($release|stable|oldstable)/.*#\1#p")
     echo "${mirrors%%$'\n'*}"
 }
+
+# A number of ctest's JUnit report: resultCount tests|failures|skipped|disabled FILE
+resultCount() {
+    sed -n "s/^\t$1=\"\([0-9]*\)\"$/\1/p" "$2"
+}
+
+# Copies the sources without what git ignores, also while somebody works on them: copySources FOLDER
+copySources() {
+    { tar -c --exclude=./.git --exclude=./.deps --exclude=./build . || [[ $? == 1 ]]; } |
+        tar -x -C "$1"
+}
