@@ -83,14 +83,17 @@ std::array< const void*, count > argumentAddresses( const void* argument ) {
    return addresses;
 }
 
-using AccessFunction = int ( * )( void* result, Node* entity, int request, const void* argument );
+// The parameters of inspectOperation, so that it hands them on where they are.
+using AccessFunction =
+   int ( * )( void* result, Node* entity, const MemberDesc&, int request, const void* argument );
 
-inline int refuseAccess( void*, Node*, int, const void* ) {
+inline int refuseAccess( void*, Node*, const MemberDesc&, int, const void* ) {
    return accessRefused;
 }
 
 template< auto member, typename Class, typename Value >
-int accessAttribute( void* result, Node* entity, int request, const void* argument ) {
+int accessAttribute(
+   void* result, Node* entity, const MemberDesc&, int request, const void* argument ) {
    Value& value = static_cast< Class* >( entity )->*member;
    if( request == requestRead && result ) {
       *static_cast< typename Reflected< Value >::Seen* >( result ) = value;
@@ -104,7 +107,8 @@ int accessAttribute( void* result, Node* entity, int request, const void* argume
 }
 
 template< auto member, typename Class, typename Result, typename... Args >
-int callOperation( void* result, Node* entity, int request, const void* argument ) {
+int callOperation(
+   void* result, Node* entity, const MemberDesc&, int request, const void* argument ) {
    // First, because what another request passes is no array of addresses.
    if( request != requestCall ) {
       return accessRefused;

@@ -20,14 +20,26 @@ namespace Tessel {
 // A module defines the TypeTable of each of its types and, after them all, instantiates their
 // HideMe: template struct TESSEL_EXPORT Tessel::HideMe< T >;
 
+namespace Impl {
+
+// The access functions of T's members by id, apart from the rows, which are far larger.
+template< typename T >
+inline constexpr auto accessFunctions = [] {
+   std::array< AccessFunction, TypeTable< T >::members.size() > functions{};
+   std::ranges::transform( TypeTable< T >::members, functions.begin(), &MemberRow::access );
+   return functions;
+}();
+
+} // namespace Impl
+
 template< typename T >
 int HideMe< T >::inspectOperation(
    void* result, Node* entity, const MemberDesc& member, int request, const void* argument ) {
-   constexpr const auto& rows = TypeTable< T >::members;
-   if( member.id >= rows.size() ) {
+   constexpr const auto& functions = Impl::accessFunctions< T >;
+   if( member.id >= functions.size() ) {
       return accessUnknownMember;
    }
-   return rows[member.id].access( result, entity, request, argument );
+   return functions[member.id]( result, entity, member, request, argument );
 }
 
 template< typename T >
