@@ -104,7 +104,8 @@ def all_bars(results):
               for count in measure.FLOODS]
     bars.add("KiB of memory that signals after the reply add, S", max(memory) - memory[0], 100,
              "{}")
-    for kind, least in ((clients.GDBUS, 2), (clients.PYTHON, 2), (clients.SYSTEMCTL, 50)):
+    for kind, least in ((clients.GDBUS, 2), (clients.PYTHON, 2), (clients.GO, 2),
+                        (clients.SYSTEMCTL, 50)):
         for operation in ("1", "3a", "6"):
             bars.add_least(f"processor time of {operation}, {kind.name} to S",
                            ratio(results["processor"], kind, clients.LIBRARY, operation), least)

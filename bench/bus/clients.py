@@ -30,9 +30,10 @@ RING = Kind("S, ring buffer", "client-library", (("FENNET_TRACE", "{folder},1M")
 SDBUS_CPP = Kind("sdbus-c++", "client-sdbus-cpp")
 GDBUS = Kind("GDBus", "client-gdbus")
 PYTHON = Kind("dbus-python", str(HERE / "dbus_python_client.py"), counted=False)
+GO = Kind("Go", "client-go", counted=False)
 SYSTEMCTL = Kind("systemctl", "client-forked", counted=False)
 
-KINDS = (RAW, FLOOR, LIBRARY, TEXT, RING, SDBUS_CPP, GDBUS, PYTHON, SYSTEMCTL)
+KINDS = (RAW, FLOOR, LIBRARY, TEXT, RING, SDBUS_CPP, GDBUS, PYTHON, GO, SYSTEMCTL)
 
 
 class Process:

@@ -15,7 +15,7 @@ import measure
 import report
 
 PACKAGES = ("systemd", "libsystemd0", "dbus-daemon", "libsdbus-c++1", "libglib2.0-0",
-            "python3-dbus", "valgrind")
+            "python3-dbus", "golang-dbus-dev", "valgrind")
 
 
 def machine():

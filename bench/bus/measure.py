@@ -44,7 +44,7 @@ def instructions_per_run(client, operation, count=5):
 
 # systemctl goes past the bus, and traces add no calls.
 ON_THE_WIRE = (clients.RAW, clients.FLOOR, clients.LIBRARY, clients.SDBUS_CPP, clients.GDBUS,
-               clients.PYTHON)
+               clients.PYTHON, clients.GO)
 
 
 def calls(programs, observer, kinds=ON_THE_WIRE, operations=OPERATIONS):

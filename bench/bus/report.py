@@ -74,8 +74,8 @@ def table(results):
 
 
 SHOWN = (clients.RAW, clients.FLOOR, clients.LIBRARY, clients.SDBUS_CPP, clients.GDBUS,
-         clients.PYTHON, clients.SYSTEMCTL)
-COLORS = ("#9aa5b1", "#52606d", "#0b7a75", "#e8a33d", "#b5651d", "#7b5ea7", "#c0392b")
+         clients.PYTHON, clients.GO, clients.SYSTEMCTL)
+COLORS = ("#9aa5b1", "#52606d", "#0b7a75", "#e8a33d", "#b5651d", "#7b5ea7", "#3a86c8", "#c0392b")
 
 
 def plot(results):
@@ -83,7 +83,7 @@ def plot(results):
     width, row, left, scale = 860, 12, 250, 120
     drawn, top = [], 40
     for index, kind in enumerate(SHOWN):
-        x = left + index * 86
+        x = left + index * 75
         drawn.append(f'<rect x="{x}" y="8" width="10" height="10" fill="{COLORS[index]}"/>'
                            f'<text x="{x + 13}" y="17">{kind.name}</text>')
     for operation, (title, _, _) in measure.OPERATIONS.items():
