@@ -19,8 +19,8 @@ inline void readEnvironment() {
    if( const char* const path = std::getenv( "SODREL_MUTANTS_REACHED" ) ) {
       const long fd = syscall( SYS_openat, AT_FDCWD, path, O_RDWR );
       const long size = syscall( SYS_lseek, fd, 0L, SEEK_END );
-      reached = reinterpret_cast< unsigned char* >(
-         syscall( SYS_mmap, 0L, size, long{ PROT_READ | PROT_WRITE }, long{ MAP_SHARED }, fd, 0L ) );
+      reached = reinterpret_cast< unsigned char* >( syscall(
+         SYS_mmap, 0L, size, long{ PROT_READ | PROT_WRITE }, long{ MAP_SHARED }, fd, 0L ) );
       syscall( SYS_close, fd );
    }
    const char* const text = std::getenv( "SODREL_MUTANT" );

@@ -51,9 +51,7 @@ def otherText(literal):
     if literal[place] == "\\":
         return literal[:place] + "x" + literal[place + 2:]
     letter = literal[place]
-    other = chr(ord(letter) ^ 3) if letter.isalpha() and (ord(letter) ^ 3) & 31 in range(1, 27) \
-        else "y" if letter == "x" else "x"
-    return literal[:place] + other + literal[place + 1:]
+    return literal[:place] + ("y" if letter == "x" else "x") + literal[place + 1:]
 
 
 def withoutAssertions(text):
@@ -174,8 +172,9 @@ class Finder:
         after = self.text[child.extent.end.offset:].lstrip()[:1]
         if child.kind == Kind.VAR_DECL and kind == Kind.IF_STMT:
             start, end = child.extent.start.offset, child.extent.end.offset
-            text = self.text[start:end]
-            self.add(start, end, "declaration", f"!{child.spelling}", new=f"{text}; !{child.spelling}")
+            negation = f"!{child.spelling}"
+            self.add(start, end, "declaration", negation,
+                     new=f"{self.text[start:end]}; {negation}")
         elif child.kind.is_expression() and before in "(;" and after == (
                 ";" if kind == Kind.FOR_STMT else ")"):
             self.condition(child)

@@ -114,7 +114,8 @@ def buildSwitchable(sources, mutants):
             return rest
         troubled = set()
         for pattern in (r": error:", ""):
-            places = set(re.findall(rf"({re.escape(str(TREE))}/src\S+?):(\d+):\d+{pattern}", messages))
+            places = set(re.findall(
+                rf"({re.escape(str(TREE))}/src\S+?):(\d+):\d+{pattern}", messages))
             for mutant in mutants:
                 text = sources[str(TREE / mutant.file)]
                 last = mutant.line + text.count("\n", mutant.start, mutant.end)
@@ -188,7 +189,8 @@ class Tests:
     def trace(self, count):
         """Runs each case by itself without a mutant, and notes which ones it asks for."""
         def one(executable, case):
-            reached = BUILD.with_name(f"reached-{os.path.basename(executable)}-{case.replace('/', '-')}")
+            reached = BUILD.with_name(
+                f"reached-{os.path.basename(executable)}-{case.replace('/', '-')}")
             reached.write_bytes(bytes(count + 1))
             begin = time.monotonic()
             status = self.run(executable, [case], 30, {"SODREL_MUTANTS_REACHED": str(reached)})
@@ -263,11 +265,12 @@ def readDismissed():
             raise SystemExit(f"{DISMISSED}: incomplete entry:\n{block}")
         for file, _, line in sources:
             for change in changes:
-                reasons[(file, line, change if not change.endswith("=>") else change + " ")] = reason
+                # Removals have nothing behind the arrow.
+                reasons[(file, line, re.sub("=>$", "=> ", change))] = reason
     return reasons
 
 
-def report(results, reasons, seconds):
+def report(results, seconds):
     columns = ("made", "killed", "late", "rejected", "dismissed", "survives")
     folders = collections.defaultdict(collections.Counter)
     for mutant, result in results:
@@ -280,7 +283,8 @@ def report(results, reasons, seconds):
     print(f"in {seconds / 60:.0f} minutes")
     for mutant, result in results:
         if result == "survives":
-            print(f"\n{mutant.file}:{mutant.line}: {mutant.lineText}\n   {mutant.old} => {mutant.new}")
+            print(f"\n{mutant.file}:{mutant.line}: {mutant.lineText}")
+            print(f"   {mutant.old} => {mutant.new}")
 
 
 def main():
@@ -325,7 +329,8 @@ def main():
     running = [mutant for mutant in chosen if mutant not in set(compiled)]
     say(f"{len(running)} mutants are switched, {len(compiled)} compiled one by one")
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        judged = pool.map(lambda mutant: tests.judge(tests.reaching[mutant.number], mutant), running)
+        judged = pool.map(
+            lambda mutant: tests.judge(tests.reaching[mutant.number], mutant), running)
         for number, (mutant, result) in enumerate(zip(running, judged), 1):
             results[mutant] = result
             if number % 100 == 0:
@@ -344,7 +349,7 @@ def main():
         if number == len(compiled) or compiled[number].file != mutant.file:
             writeSwitchable(sources, switched)
 
-    report(sorted(results.items(), key=lambda pair: pair[0].number), reasons,
+    report(sorted(results.items(), key=lambda pair: pair[0].number),
            time.monotonic() - begin)
     sys.exit("survives" in results.values())
 
