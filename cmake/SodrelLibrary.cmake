@@ -1,5 +1,8 @@
 # The warnings, and the one way in which both shared libraries are made.
 
+# A library of its own in C libraries before 2.34.
+find_package(Threads REQUIRED)
+
 add_library(SodrelWarnings INTERFACE)
 target_compile_options(SodrelWarnings INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${SODREL_WERROR}>:-Werror>)
@@ -22,7 +25,7 @@ function(sodrel_library name)
    # through its table entry.
    target_compile_options(${name}Objects PRIVATE -fno-plt)
    target_include_directories(${name}Objects PUBLIC "${PROJECT_SOURCE_DIR}/src")
-   target_link_libraries(${name}Objects PUBLIC ${arg_PUBLIC} PRIVATE SodrelWarnings)
+   target_link_libraries(${name}Objects PUBLIC ${arg_PUBLIC} PRIVATE SodrelWarnings Threads::Threads)
 
    add_library(${name} SHARED)
    target_sources(${name} PUBLIC

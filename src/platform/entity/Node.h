@@ -6,9 +6,24 @@
 
 #include <atomic>
 #include <cstdint>
+#if __has_include( <sys/single_threaded.h> )
 #include <sys/single_threaded.h>
+#endif
 
 namespace Tessel {
+
+namespace Impl {
+
+// Whether the process surely has one thread only, which glibc tells from its version 2.32 on.
+inline bool singleThreaded() noexcept {
+#if __has_include( <sys/single_threaded.h> )
+   return __libc_single_threaded != 0;
+#else
+   return false;
+#endif
+}
+
+} // namespace Impl
 
 // Set while an entity is constructed and not yet on its way down.
 inline constexpr std::uint32_t nodeInitialized = 0x20000000;
@@ -37,7 +52,7 @@ class TESSEL_EXPORT Node {
    // Adds a use. The count is plain while the process has one thread and atomic from its second
    // one on.
    void incUse() noexcept {
-      if( __libc_single_threaded != 0 ) {
+      if( Impl::singleThreaded() ) {
          ++useCount_;
       } else {
          // Relaxed: whoever adds a use already has one, which keeps the entity alive.
@@ -46,7 +61,7 @@ class TESSEL_EXPORT Node {
    }
    // Drops one use; with the last one the entity is gone.
    void decUseImpl() noexcept {
-      if( __libc_single_threaded != 0 ) {
+      if( Impl::singleThreaded() ) {
          if( --useCount_ != 0 ) {
             return;
          }
