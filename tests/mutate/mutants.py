@@ -247,9 +247,11 @@ class Finder:
 def alone(text, mutant):
     """The text with this mutant in it."""
     code = mutant.code
-    if mutant.kind == "declaration":
+    if mutant.kind in ("operator", "constant", "condition"):
+        code = f"( {code} )"
+    elif mutant.kind == "declaration":
         code = f"{text[mutant.start:mutant.end]}; {code}"
-    elif "\n" in text[mutant.start:mutant.end]:
+    if "\n" in text[mutant.start:mutant.end]:
         code += "\n" * text.count("\n", mutant.start, mutant.end)
     return text[:mutant.start] + code + text[mutant.end:]
 

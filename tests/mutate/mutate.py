@@ -270,6 +270,10 @@ def readDismissed():
     return reasons
 
 
+def shown(mutant):
+    return f"{mutant.file}:{mutant.line}: {mutant.lineText}\n   {mutant.old} => {mutant.new}"
+
+
 def report(results, seconds):
     columns = ("made", "killed", "late", "rejected", "dismissed", "survives")
     folders = collections.defaultdict(collections.Counter)
@@ -283,8 +287,7 @@ def report(results, seconds):
     print(f"in {seconds / 60:.0f} minutes")
     for mutant, result in results:
         if result == "survives":
-            print(f"\n{mutant.file}:{mutant.line}: {mutant.lineText}")
-            print(f"   {mutant.old} => {mutant.new}")
+            print("\n" + shown(mutant))
 
 
 def main():
@@ -294,6 +297,7 @@ def main():
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
     parser.add_argument("--switched", action="store_true",
                         help="leave out what has to be compiled one by one")
+    parser.add_argument("--compiled", action="store_true", help="only those")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--list", action="store_true", help="print the mutants and run nothing")
     options = parser.parse_args()
@@ -328,11 +332,15 @@ def main():
                 if mutant in unswitched or not tests.reaching[mutant.number]]
     running = [mutant for mutant in chosen if mutant not in set(compiled)]
     say(f"{len(running)} mutants are switched, {len(compiled)} compiled one by one")
+    if options.compiled:
+        running = []
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         judged = pool.map(
             lambda mutant: tests.judge(tests.reaching[mutant.number], mutant), running)
         for number, (mutant, result) in enumerate(zip(running, judged), 1):
             results[mutant] = result
+            if result == "survives":
+                say(shown(mutant))
             if number % 100 == 0:
                 say(f"{number} of {len(running)}")
     if options.switched:
@@ -344,8 +352,7 @@ def main():
                 for executable, cases in tests.reaching[other.number].items():
                     near[executable].update(cases)
         results[mutant] = tests.judgeAlone(sources, mutant, near)
-        if number % 20 == 0:
-            say(f"{number} of {len(compiled)}")
+        say(f"{number} of {len(compiled)}, {results[mutant]}: {shown(mutant)}")
         if number == len(compiled) or compiled[number].file != mutant.file:
             writeSwitchable(sources, switched)
 
