@@ -22,6 +22,9 @@ namespace {
 
 constexpr const char* message = "the cause";
 
+// The first is -1 as a result, next to success.
+constexpr int errors[] = { EPERM, EIO, ETIMEDOUT, 4095 };
+
 std::size_t faultPoints = 0;
 
 class FaultPoints : public testing::Environment {
@@ -130,7 +133,7 @@ TEST_P( EachOperation, reportsEachFailureOfSdbusAndWorksOnAfterIt ) {
    const std::size_t before = faultPoints;
    for( std::size_t number = 1; number <= GetParam().steps.size(); ++number ) {
       for( const bool forEver : { false, true } ) {
-         for( const int error : { ENOENT, EIO, ETIMEDOUT, 4095 } ) {
+         for( const int error : errors ) {
             tryFault( number, forEver, error, false );
             tryFault( number, forEver, error, true );
          }
@@ -188,7 +191,7 @@ TEST_F( TheSdbusFactory, leavesNothingButAnOpenConnectionAfterEachFailureOfSdbus
    for( std::size_t number = 1; number <= steps.size(); ++number ) {
       const FactoryStep& step = steps.at( number - 1 );
       for( const bool forEver : { false, true } ) {
-         for( const int error : { ENOENT, EIO, ETIMEDOUT, 4095 } ) {
+         for( const int error : errors ) {
             for( const bool withMessage : { false, true } ) {
                SCOPED_TRACE( step.function );
                const std::string before = script.alive();

@@ -81,6 +81,34 @@ TEST_F( TheReleaseOrder, ofAnUnfinishedMonitorIsTheRecordThenTheEntity ) {
    } );
 }
 
+// Notes whether an entity that traces counts as initialized.
+class Watch : public Tessel::TraceSink {
+ public:
+   // Ends the entity, which traces as the first thing in its hook.
+   void endOf( Tessel::Ptr< Tessel::Node > entity ) {
+      entity_ = entity.get();
+      Tessel::TraceSink* const before = Tessel::traceSinkIs( this );
+      entity = nullptr;
+      Tessel::traceSinkIs( before );
+   }
+   std::string seen;
+
+ private:
+   void traceIs( const Tessel::TextTrace& ) override {
+      seen += entity_->nodeFlag( Tessel::nodeInitialized ) ? "initialized " : "ending ";
+   }
+   const Tessel::Node* entity_ = nullptr;
+};
+
+TEST_F( TheReleaseOrder, beginsWithTheFlagThatSaysInitialized ) {
+   Watch watch;
+   watch.endOf( createdSdbus() );
+   watch.endOf( jobRemovedMonitorFactory( bus ) );
+   watch.endOf( daemonReloadingMonitorFactory( bus ) );
+   watch.endOf( unitReloadingMonitorFactory( bus, "/a" ) );
+   EXPECT_EQ( watch.seen, "ending ending ending ending " );
+}
+
 // A monitor that adds nothing to the base.
 class BareMonitor : public SignalMonitor {
    TESSEL_ENTITY( BareMonitor )
