@@ -10,6 +10,8 @@
 #               steady_clock::now() in the test replaces the real one by name
 #    abi, bus   links the shared libraries
 #    systemd    links the shared libraries; each case runs in a systemd of its own
+# Under SODREL_MEMCHECK the whole executable is one test, run by valgrind: starting valgrind takes
+# longer than most cases.
 function(sodrel_test)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;LEVEL;TIMEOUT" "SOURCES;LIBRARIES")
    if(NOT arg_TIMEOUT)
@@ -30,9 +32,18 @@ function(sodrel_test)
    target_include_directories(${arg_NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
    target_link_libraries(${arg_NAME} PRIVATE
       ${arg_LIBRARIES} ${subject} SodrelWarnings GTest::gmock GTest::gtest_main)
+   if(SODREL_COVERAGE)
+      target_sources(${arg_NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/CoverageDump.cpp")
+   endif()
    if(arg_LEVEL STREQUAL "systemd")
       set_target_properties(${arg_NAME} PROPERTIES
          CROSSCOMPILING_EMULATOR "${PROJECT_SOURCE_DIR}/tests/systemd/in-box")
+   endif()
+   if(SODREL_MEMCHECK)
+      add_test(NAME ${arg_NAME}
+         COMMAND "${PROJECT_SOURCE_DIR}/tests/memcheck" "$<TARGET_FILE:${arg_NAME}>")
+      set_tests_properties(${arg_NAME} PROPERTIES LABELS ${arg_LEVEL} TIMEOUT 1800)
+      return()
    endif()
    gtest_discover_tests(${arg_NAME}
       TEST_PREFIX "${arg_NAME}."

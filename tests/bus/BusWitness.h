@@ -1,13 +1,13 @@
 // A bystander on the bus, who tells when the manager or the bus is gone.
 #pragma once
 
+#include <cerrno>
+#include <csignal>
 #include <string>
 #include <system_error>
 
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
-#include <unistd.h>
+#include <sys/wait.h>
 
 #include <support/BusPointers.h>
 #include <support/PrivateBus.h>
@@ -21,10 +21,10 @@ class BusWitness {
       ucred peer{};
       socklen_t size = sizeof peer;
       const int connection = checked( sd_bus_get_fd( bus.get() ), "sd_bus_get_fd" );
-      if( getsockopt( connection, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 ||
-          ( daemon = static_cast< int >( syscall( SYS_pidfd_open, peer.pid, 0 ) ) ) < 0 ) {
+      if( getsockopt( connection, SOL_SOCKET, SO_PEERCRED, &peer, &size ) != 0 ) {
          throw std::system_error( errno, std::generic_category(), "daemon of the bus" );
       }
+      daemon = static_cast< id_t >( peer.pid );
       checked(
          sd_bus_match_signal(
             bus.get(), nullptr, "org.freedesktop.DBus", nullptr, nullptr, "NameOwnerChanged",
@@ -33,12 +33,13 @@ class BusWitness {
    }
    BusWitness( const BusWitness& ) = delete;
    BusWitness& operator=( const BusWitness& ) = delete;
-   ~BusWitness() { close( daemon ); }
 
-   // Waits until the daemon's process has ended, and with it all of its connections.
-   void awaitEndOfBus() {
-      pollfd ended{ daemon, POLLIN, 0 };
-      while( poll( &ended, 1, -1 ) < 0 ) {
+   // Waits until the daemon's process, a child of this one, has ended, and with it all of its
+   // connections.
+   void awaitEndOfBus() const {
+      siginfo_t ended;
+      // It remains for the one who owns it.
+      while( waitid( P_PID, daemon, &ended, WEXITED | WNOWAIT ) < 0 && errno == EINTR ) {
       }
    }
 
@@ -74,7 +75,7 @@ class BusWitness {
    }
 
    BusPtr bus;
-   int daemon = -1;
+   id_t daemon = 0;
    bool nameIsGone = false;
 };
 

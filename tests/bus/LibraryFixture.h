@@ -38,7 +38,15 @@ class Creation {
       }
    }
 
-   Tessel::Ptr< Sdbus > client() const { return sdbusFactory(); }
+   // By this name valgrind knows the same: tests/memcheck.supp.
+   [[gnu::noinline]] Tessel::Ptr< Sdbus > client() {
+      Tessel::Ptr< Sdbus > client = sdbusFactory();
+      made_ = static_cast< bool >( client ); // so that this frame is there while the client is made
+      return client;
+   }
+
+ private:
+   bool made_ = false;
 };
 
 inline std::string text( const Tessel::String& string ) {
