@@ -138,6 +138,14 @@ TEST_F( AJobRemovedMonitor, takesAnEmptyResultAsNoneYet ) {
       "JobRemovedMonitor::wait, 600.000000 timeout for /org/freedesktop/systemd1/job/42" );
 }
 
+TEST_F( AJobRemovedMonitor, takesAnEmptySignalAsOneOfJobZeroWithoutAResult ) {
+   pass( { jobRemoved( 0, "done" ), managerSignal( "JobRemoved", {} ) } );
+   EXPECT_EQ(
+      waitingFor( "/org/freedesktop/systemd1/job/0" ),
+      "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, 600.000000 timeout for "
+      "/org/freedesktop/systemd1/job/0" );
+}
+
 TEST_F( AJobRemovedMonitor, takesTheLastResultOfAPass ) {
    script.next(
       "sd_bus_process", dispatches( { jobRemoved( 42, "failed" ), jobRemoved( 42, "done" ) } ) );

@@ -170,6 +170,51 @@ TEST_F( TheUnitReloadingCallback, failsWhenTheActiveStateIsNoString ) {
    expectRecord( true, true, false, false );
 }
 
+TEST_F( TheUnitReloadingCallback, takesASignalThatEndsEarlyAsOneWithoutAState ) {
+   Signal signal{ fooPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", {} };
+   script.dispatch( bus, signal );
+   expectLog( {
+      "sd_bus_message_read( PropertiesChanged, s )",
+      "PropertiesChanged callback gives 0",
+   } );
+   signal.content = s( unitInterface );
+   script.dispatch( bus, signal );
+   expectLog( {
+      "sd_bus_message_read( PropertiesChanged, s )",
+      "sd_bus_message_enter_container( PropertiesChanged, a, {sv} )",
+      "sd_bus_message_enter_container( PropertiesChanged, e, sv )",
+      "sd_bus_message_exit_container( PropertiesChanged )",
+      "PropertiesChanged callback gives 0",
+   } );
+   expectRecord( false, false, false, false );
+}
+
+TEST_F( TheUnitReloadingCallback, takesANameOrAStateThatIsNotThereAsAnEmptyOne ) {
+   for( const int readBefore : { 1, 2 } ) {
+      for( int i = 0; i < readBefore; ++i ) {
+         script.next( "sd_bus_message_read", { .result = 1 } );
+      }
+      script.next( "sd_bus_message_read", {} );
+      for( const int entered : { 1, 1, 0 } ) {
+         script.next( "sd_bus_message_enter_container", { .result = entered } );
+      }
+      const std::string rest = readBefore == 1 ? "sd_bus_message_skip( PropertiesChanged, v )\n"
+                                               : "sd_bus_message_read( PropertiesChanged, v, s )\n";
+      EXPECT_EQ(
+         callbackLog( properties( { activeState( "reloading" ) } ) ),
+         "sd_bus_message_read( PropertiesChanged, s )\n"
+         "sd_bus_message_enter_container( PropertiesChanged, a, {sv} )\n"
+         "sd_bus_message_enter_container( PropertiesChanged, e, sv )\n"
+         "sd_bus_message_read( PropertiesChanged, s )\n" +
+            rest +
+            "sd_bus_message_exit_container( PropertiesChanged )\n"
+            "sd_bus_message_enter_container( PropertiesChanged, e, sv )\n"
+            "sd_bus_message_exit_container( PropertiesChanged )\n"
+            "PropertiesChanged callback gives 0" );
+      expectRecord( false, false, false, false );
+   }
+}
+
 TEST_F( TheUnitReloadingCallback, takesNullStringsAsEmptyOnes ) {
    callbackLog( properties( { property( "ActiveState", variant( "s", s( std::nullopt ) ) ) } ) );
    script.dispatch(
