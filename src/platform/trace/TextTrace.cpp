@@ -72,7 +72,7 @@ constexpr auto twoDigits = [] {
 // A fraction of a second with all its six digits.
 class Microseconds {
  public:
-   explicit Microseconds( std::uint32_t microseconds ) {
+   explicit Microseconds( std::size_t microseconds ) {
       std::memcpy( text_, &twoDigits[2 * ( microseconds / 10'000 )], 2 );
       std::memcpy( text_ + 2, &twoDigits[2 * ( microseconds / 100 % 100 )], 2 );
       std::memcpy( text_ + 4, &twoDigits[2 * ( microseconds % 100 )], 2 );
@@ -97,7 +97,7 @@ void writeToStderr( const TextTrace& trace, std::string_view origin ) {
    static const bool journal = stderrIsJournal();
    timespec now{};
    clock_gettime( CLOCK_REALTIME, &now );
-   const Microseconds fraction( static_cast< std::uint32_t >( now.tv_nsec / 1000 ) );
+   const Microseconds fraction( static_cast< std::size_t >( now.tv_nsec ) / 1000 );
 
    Impl::Line line;
    if( journal ) {
