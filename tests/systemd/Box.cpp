@@ -50,6 +50,11 @@ void killBus() {
    run( "systemctl reset-failed dbus.service" );
 }
 
+bool busHasSubscribed() {
+   return run( "systemctl show --property ExecStart dbus.service" ).find( "dbus-broker" ) !=
+          std::string::npos;
+}
+
 std::string text( const Tessel::String& string ) {
    return std::string( std::string_view( string ) );
 }

@@ -25,7 +25,13 @@ std::string run( const std::string& command );
 // and the next client to connect starts the bus anew.
 void killBus();
 
+// Whether the bus has subscribed to systemd's signals, so that every client gets them: the launcher
+// of dbus-broker has, dbus-daemon has not.
+bool busHasSubscribed();
+
 std::string text( const Tessel::String& string );
+
+inline constexpr const char* nothingThrown = "(nothing thrown)";
 
 // The text of the exception, which must be an Error, that the operation throws.
 template< typename Error, typename Operation >
@@ -35,7 +41,7 @@ std::string thrownBy( const Operation& operation ) {
    } catch( const Error& error ) {
       return error.what();
    }
-   return "(nothing thrown)";
+   return nothingThrown;
 }
 
 // Sets the monitor's time limit.
