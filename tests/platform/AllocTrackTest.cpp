@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <barrier>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -21,10 +22,14 @@
 namespace {
 
 std::atomic< bool > memoryRefused = false;
+std::atomic< bool > threadStateRefused = false;
+// Runs once, in the midst of the next allocation of memory.
+void ( *meanwhile )() = nullptr;
 
 } // namespace
 
-// The linker leads the tracker's calls of the plain and the aligned operator new here.
+// The linker leads the tracker's calls of the plain and the aligned operator new here, and those
+// that have the end of a thread told.
 extern "C" {
 void* __real__Znwm( std::size_t );
 void* __real__ZnwmSt11align_val_tRKSt9nothrow_t(
@@ -34,6 +39,9 @@ void* __wrap__Znwm( std::size_t size ) {
    if( memoryRefused ) {
       throw std::bad_alloc();
    }
+   if( const auto work = std::exchange( meanwhile, nullptr ) ) {
+      work();
+   }
    return __real__Znwm( size );
 }
 
@@ -41,6 +49,12 @@ void* __wrap__ZnwmSt11align_val_tRKSt9nothrow_t(
    std::size_t size, std::align_val_t alignment, const std::nothrow_t& none ) noexcept {
    return memoryRefused ? nullptr
                         : __real__ZnwmSt11align_val_tRKSt9nothrow_t( size, alignment, none );
+}
+
+int __real_pthread_setspecific( pthread_key_t, const void* );
+
+int __wrap_pthread_setspecific( pthread_key_t key, const void* value ) {
+   return threadStateRefused ? ENOMEM : __real_pthread_setspecific( key, value );
 }
 }
 
@@ -114,6 +128,14 @@ TEST_F( AnAllocationTracker, isMadeOnceWhenManyThreadsAllocateFirst ) {
    ASSERT_TRUE( counts );
    EXPECT_EQ( counts->live, 8 );
    EXPECT_EQ( counts->total, 8 );
+}
+
+TEST_F( AnAllocationTracker, losesNoAllocationThatComesWhileItIsMade ) {
+   using Type = Tracked< Samples::Numbered< 1008 > >;
+   meanwhile = &Type::alloc;
+   Type::alloc();
+   EXPECT_EQ( meanwhile, nullptr );
+   EXPECT_EQ( Type::liveAndTotal(), Counts( 2, 2 ) );
 }
 
 TEST_F( AnAllocationTracker, countsExactlyOverThreadsThatComeAndGo ) {
@@ -243,6 +265,20 @@ TEST_F( AnAllocationTracker, countsWithoutMemoryForAThreadsCounts ) {
    } );
    EXPECT_FALSE( memoryRefused );
    EXPECT_EQ( Type::liveAndTotal(), Counts( 21, 41 ) );
+}
+
+TEST_F( AnAllocationTracker, countsWhereTheEndOfAThreadIsNotTold ) {
+   using Type = Tracked< Samples::Numbered< 1009 > >;
+   Type::alloc();
+   inThreads( 1, [] {
+      threadStateRefused = true;
+      Type::alloc();
+      Type::alloc();
+      Type::release();
+      threadStateRefused = false;
+      Type::alloc();
+   } );
+   EXPECT_EQ( Type::liveAndTotal(), Counts( 3, 4 ) );
 }
 
 TEST( AllocCounts, knowNothingOfATypeNeverAllocated ) {

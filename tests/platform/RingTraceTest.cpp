@@ -329,6 +329,21 @@ TEST( AHandle, hasFilesOfItsOwnBesideAnother ) {
    EXPECT_EQ( other.texts(), Texts{ "number 2" } );
 }
 
+TEST( AHandle, keepsItsFileWhenAnotherTakesTurnsWithIt ) {
+   const TraceFolder one;
+   const TraceFolder other;
+   Fennet::TraceHandle handle( one.path(), Fennet::minRingSize, true );
+   Fennet::TraceHandle otherHandle( other.path(), Fennet::minRingSize, true );
+   Fennet::TraceFile* const file = handle.mtTraceFile();
+   Fennet::TraceFile* const otherFile = otherHandle.mtTraceFile();
+   EXPECT_NE( file, nullptr );
+   EXPECT_NE( otherFile, nullptr );
+   EXPECT_EQ( handle.mtTraceFile(), file );
+   EXPECT_EQ( otherHandle.mtTraceFile(), otherFile );
+   EXPECT_EQ( one.files().size(), 1U );
+   EXPECT_EQ( other.files().size(), 1U );
+}
+
 // The operations that a trace point consists of, one by one.
 TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    const TraceFolder folder;

@@ -13,6 +13,7 @@
 #include <functional>
 #include <future>
 #include <limits>
+#include <new>
 #include <pthread.h>
 #include <string>
 #include <sys/mman.h>
@@ -30,6 +31,7 @@ std::atomic< int > mappingsBeforeFailure = noFailure;
 std::atomic< bool > failsEverAfter = false;
 std::atomic< int > failures = 0;
 std::atomic< bool > threadStateRefused = false;
+std::atomic< bool > heapRefused = false;
 
 bool mappingFails() {
    const int before = mappingsBeforeFailure--;
@@ -61,6 +63,15 @@ int __wrap_munmap( void* where, std::size_t size ) {
 
 int __wrap_pthread_setspecific( pthread_key_t key, const void* value ) {
    return threadStateRefused ? 1 : __real_pthread_setspecific( key, value );
+}
+
+void* __real__ZnwmSt11align_val_tRKSt9nothrow_t(
+   std::size_t, std::align_val_t, const std::nothrow_t& ) noexcept;
+
+void* __wrap__ZnwmSt11align_val_tRKSt9nothrow_t(
+   std::size_t size, std::align_val_t alignment, const std::nothrow_t& none ) noexcept {
+   return heapRefused ? nullptr
+                      : __real__ZnwmSt11align_val_tRKSt9nothrow_t( size, alignment, none );
 }
 }
 
@@ -285,6 +296,34 @@ TEST_F( TheSlabAllocator, returnsNullWhenTheThreadsEndCannotBeSeen ) {
       EXPECT_NE( block, nullptr );
       slabFree( block );
    } );
+}
+
+TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
+   std::promise< void > end;
+   const std::shared_future< void > ended = end.get_future();
+   std::vector< std::thread > threads;
+   const auto hasABlockInAThread = [&] {
+      std::promise< bool > has;
+      threads.emplace_back( [&has, ended] {
+         void* const block = slabAlloc( entityBytes );
+         has.set_value( block != nullptr );
+         ended.wait();
+         if( block ) {
+            slabFree( block );
+         }
+      } );
+      return has.get_future().get();
+   };
+   heapRefused = true;
+   // The first of them take over what ended threads have left.
+   while( hasABlockInAThread() ) {
+   }
+   heapRefused = false;
+   EXPECT_TRUE( hasABlockInAThread() );
+   end.set_value();
+   for( std::thread& thread : threads ) {
+      thread.join();
+   }
 }
 
 class SlabsOfAThread : public TheSlabAllocator {};

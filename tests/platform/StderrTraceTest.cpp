@@ -148,6 +148,27 @@ TEST( ATraceOnStderr, isCutWhereAPipeTakesNoMoreAtOnce ) {
    EXPECT_THAT( line, testing::EndsWith( "xxx...\n" ) );
 }
 
+TEST( ATraceOnStderr, isCutWhicheverPartIsTooLong ) {
+   static const std::string tooLong( PIPE_BUF, 'x' );
+   static const std::string manyControls( PIPE_BUF, '\n' );
+   const auto lineOf = []( const char* facility, const char* file, const std::string& text ) {
+      const std::string line = stderrOf( [&] {
+         const Orl::TraceHandle handle( facility, false );
+         Tessel::fmtrace( handle, 31, file, "f", 7, "tag", "{}", text );
+      } );
+      EXPECT_EQ( line.size(), std::size_t{ PIPE_BUF } );
+      return withoutTime( line );
+   };
+   const std::string ofFacility = lineOf( tooLong.c_str(), "a.cpp", "text" );
+   EXPECT_THAT( ofFacility, testing::MatchesRegex( " [0-9]+ x+\\.\\.\\.\n" ) );
+   const std::string ofFile = lineOf( "Own", tooLong.c_str(), "text" );
+   EXPECT_THAT( ofFile, testing::MatchesRegex( " [0-9]+ Own/31 x+\\.\\.\\.\n" ) );
+   const std::string ofText = lineOf( "Own", "a.cpp", manyControls );
+   EXPECT_THAT(
+      ofText,
+      testing::MatchesRegex( " [0-9]+ Own/31 a\\.cpp:7 f \\[tag\\]: [x0a\\\\]+\\.\\.\\.\n" ) );
+}
+
 TEST( ATraceOnStderr, isNeverTornByAnotherThread ) {
    constexpr int threads = 4;
    constexpr int traces = 250;
@@ -199,6 +220,19 @@ TEST( ATraceOnStderr, hasNoPriorityWhereStderrIsNotTheJournal ) {
       TRACE( 8, "" );
    } );
    EXPECT_THAT( texts, testing::StartsWith( "20" ) );
+}
+
+TEST( ATraceOnStderr, isLostWhereStderrIsClosed ) {
+   const std::string texts = stderrOf( [] {
+      const int saved = dup( STDERR_FILENO );
+      close( STDERR_FILENO );
+      setenv( "JOURNAL_STREAM", "1:1", 1 );
+      enable();
+      TRACE( 8, "lost" );
+      dup2( saved, STDERR_FILENO );
+      TRACE( 8, "" );
+   } );
+   EXPECT_THAT( texts, testing::MatchesRegex( "20[^\n]* operator\\(\\)\n" ) );
 }
 
 using Texts = std::vector< std::string >;

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -208,6 +209,17 @@ TEST( AFacility, isOpenedByManyThreadsAtOnce ) {
       thread.join();
    }
    EXPECT_EQ( enabled, 4 );
+}
+
+// As the readers of trace files do; the compiler has counted those of every trace point.
+TEST( ThePlaceholdersOfAFormat, areCountedWithoutBracesThatStandForThemselves ) {
+   const std::pair< std::string, int > formats[]{
+      { "", 0 },   { "text", 0 }, { "{}", 1 },   { "{} of {}", 2 }, { "{{}}", 0 }, { "{{{}}}", 1 },
+      { "{", -1 }, { "}", -1 },   { "{0}", -1 }, { "{} {:x}", -1 }, { "}{", -1 },  { "{}}", -1 },
+   };
+   for( const auto& [format, count] : formats ) {
+      EXPECT_EQ( Tessel::placeholders( format ), count ) << format;
+   }
 }
 
 TEST( ATextTraceCall, givesItsTagToTheSink ) {

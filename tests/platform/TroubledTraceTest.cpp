@@ -1,4 +1,4 @@
-// Ring-buffer traces where the file system refuses: the program goes on, and is told once.
+// Traces where the system refuses: the program goes on, and is told once.
 #include <platform/trace/Trace.h>
 
 #include "TraceFolder.h"
@@ -7,10 +7,12 @@
 
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -21,6 +23,10 @@ struct Failing {
    int posixFallocate = 0;
    int pwrite = 0;
    bool pwriteShort = false;
+   int mmap = 0;
+   int openOfTheBootId = 0;
+   int writeToStderr = 0;
+   int writeError = 0;
 } failing;
 
 bool fails( int& calls ) {
@@ -48,6 +54,38 @@ extern "C" ssize_t pwrite( int fd, const void* bytes, size_t size, off_t offset 
    }
    return syscall( SYS_pwrite64, fd, bytes, size, offset );
 }
+
+// The linker leads calls of these here; the sanitizers have some of the same names.
+extern "C" {
+
+void* __real_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset );
+void* __wrap_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) {
+   if( fails( failing.mmap ) ) {
+      errno = ENOMEM;
+      return MAP_FAILED;
+   }
+   return __real_mmap( where, size, access, kind, fd, offset );
+}
+
+ssize_t __real_write( int fd, const void* bytes, size_t size );
+ssize_t __wrap_write( int fd, const void* bytes, size_t size ) {
+   if( fd == STDERR_FILENO && fails( failing.writeToStderr ) ) {
+      errno = failing.writeError;
+      return -1;
+   }
+   return __real_write( fd, bytes, size );
+}
+
+int __real_open( const char* path, int flags, mode_t mode );
+int __wrap_open( const char* path, int flags, mode_t mode ) {
+   if( std::string_view( path ).ends_with( "/boot_id" ) && fails( failing.openOfTheBootId ) ) {
+      errno = ENOENT;
+      return -1;
+   }
+   return __real_open( path, flags, mode );
+}
+
+} // extern "C"
 
 namespace {
 
@@ -128,6 +166,42 @@ TEST_F( ATroubledRingTrace, isWrittenByAnotherThreadOnceThereIsSpace ) {
    EXPECT_EQ( folder.texts(), Texts{ "number 2" } );
 }
 
+TEST_F( ATroubledRingTrace, isLeftOutWhereAThousandFilesOfTheThreadAreAlready ) {
+   const std::string start =
+      folder.path() / ( std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." );
+   for( int number = 0; number < 1000; ++number ) {
+      std::ofstream( start + std::to_string( number ) + ".fennet" );
+   }
+   testing::internal::CaptureStderr();
+   traceNumber( 1 );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(), noFileCanBeMade( "File exists" ) );
+   EXPECT_EQ( folder.files().size(), 1000 );
+}
+
+TEST_F( ATroubledRingTrace, tellsNoBootWhereTheKernelDoesNot ) {
+   failing.openOfTheBootId = 1;
+   traceNumber( 1 );
+   EXPECT_EQ( failing.openOfTheBootId, 0 );
+   const std::vector< Fennet::TimedRecord > records = folder.records();
+   ASSERT_EQ( records.size(), 1 );
+   EXPECT_EQ( records[0].origin->bootId, "" );
+}
+
+class AFileThatIsNotMapped : public ATroubledRingTrace,
+                             public testing::WithParamInterface< int > {};
+
+TEST_P( AFileThatIsNotMapped, isNotLeftBehind ) {
+   failing.mmap = GetParam();
+   testing::internal::CaptureStderr();
+   traceNumber( 1 );
+   EXPECT_EQ( testing::internal::GetCapturedStderr(), noFileCanBeMade( "Cannot allocate memory" ) );
+   EXPECT_EQ( failing.mmap, 0 );
+   EXPECT_TRUE( folder.files().empty() );
+}
+
+// Reserving room, the header with the ring, and the ring's beginning again.
+INSTANTIATE_TEST_SUITE_P(, AFileThatIsNotMapped, testing::Values( 1, 2, 3 ) );
+
 class AFileThatTakesNoDescription : public ATroubledRingTrace,
                                     public testing::WithParamInterface< bool > {};
 
@@ -149,5 +223,32 @@ TEST_P( AFileThatTakesNoDescription, takesRecordsOfThoseItHas ) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, AFileThatTakesNoDescription, testing::Bool() );
+
+class ATroubledTextTrace : public testing::Test {
+ protected:
+   ~ATroubledTextTrace() override { failing = {}; }
+
+   // The first write of the trace fails; gives what is written, and leaves errno as it finds it.
+   static std::string writtenAfter( int error ) {
+      failing.writeToStderr = 1;
+      failing.writeError = error;
+      testing::internal::CaptureStderr();
+      const Orl::TraceHandle handle( "ATroubledTextTrace", false );
+      errno = 0;
+      Tessel::fmtrace( handle, 3, "a.cpp", "f", 7, "", "text" );
+      EXPECT_EQ( errno, 0 );
+      EXPECT_EQ( failing.writeToStderr, 0 );
+      return testing::internal::GetCapturedStderr();
+   }
+};
+
+TEST_F( ATroubledTextTrace, isWrittenWholeAfterASignalInterrupted ) {
+   const std::string line = writtenAfter( EINTR );
+   EXPECT_EQ( line.substr( line.find( "Troubled" ) ), "TroubledTextTrace/3 a.cpp:7 f: text\n" );
+}
+
+TEST_F( ATroubledTextTrace, isLostWhereStandardErrorTakesNothing ) {
+   EXPECT_EQ( writtenAfter( ENOSPC ), "" );
+}
 
 } // namespace

@@ -235,6 +235,24 @@ TEST_F( TheVirtualTables, answerInTheirSlots ) {
    EXPECT_EQ( script.alive(), "bus1" );
 }
 
+// A monitor as a caller may write one, without type data.
+class OwnMonitor : public SignalMonitor {
+ public:
+   explicit OwnMonitor( sd_bus* connection ) : SignalMonitor( connection ) {}
+   bool wait( const Orl::Optional< Tessel::String >& ) override { return true; }
+};
+
+class AMonitorOfACaller : public MonitorTest {};
+
+TEST_F( AMonitorOfACaller, isDescribedAndCountedAsItsBase ) {
+   const Tessel::Ptr< SignalMonitor > monitor = Tessel::ptrIsImpl< OwnMonitor >( bus );
+   EXPECT_EQ( nameOf( monitor->typeData() ), "Sodrel::SignalMonitor" );
+   const auto counts = Orl::allocCounts( "Sodrel::SignalMonitor" );
+   ASSERT_TRUE( counts );
+   EXPECT_EQ( counts->live, 1U );
+   EXPECT_TRUE( monitor->wait( std::nullopt ) );
+}
+
 } // namespace
 
 } // namespace Sodrel::Test

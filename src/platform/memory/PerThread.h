@@ -16,7 +16,7 @@ class GrowingList {
    void add( T* element ) noexcept {
       element->next_ = first_.load( std::memory_order_relaxed );
       // Release: who finds the element finds it whole.
-      while( !first_.compare_exchange_weak(
+      while( !first_.compare_exchange_weak( // GCOVR_EXCL_BR_LINE: a race
          element->next_, element, std::memory_order_release, std::memory_order_relaxed ) ) {
       }
    }

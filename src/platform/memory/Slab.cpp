@@ -238,18 +238,18 @@ void Heap::give( Slab* slab, Block* block ) noexcept {
       if( head != &handedOver ) {
          nextIs( block, head );
          // Release: what this thread did to the block comes before its next use.
-         if( returned_.compare_exchange_weak(
+         if( returned_.compare_exchange_weak( // GCOVR_EXCL_BR_LINE: a race
                 head, block, std::memory_order_release, std::memory_order_relaxed ) ) {
             return;
          }
-      } else if( claim() ) {
+      } else if( claim() ) { // GCOVR_EXCL_BR_LINE: a race
          if( slab->push( block ) ) {
             settle( slab );
          }
          handOver();
          return;
       } else {
-         head = returned_.load( std::memory_order_relaxed );
+         head = returned_.load( std::memory_order_relaxed ); // GCOVR_EXCL_LINE: a race
       }
    }
 }
@@ -264,11 +264,13 @@ bool Heap::claim() noexcept {
 void Heap::handOver() noexcept {
    Block* none = nullptr;
    // Release: the other side of claim. A block that comes in meanwhile is taken first.
+   // GCOVR_EXCL_START: a race
    while( !returned_.compare_exchange_weak(
       none, &handedOver, std::memory_order_release, std::memory_order_relaxed ) ) {
       takeReturned();
       none = nullptr;
    }
+   // GCOVR_EXCL_STOP
 }
 
 void Heap::leave() noexcept {
@@ -292,8 +294,8 @@ void* slabAlloc( std::size_t size ) noexcept {
 void slabFree( void* memory, const std::type_info& type ) noexcept {
    auto* const block = static_cast< Block* >( memory );
    Slab* const slab = Impl::slabOf( block );
-   if( Impl::isPoisoned( block ) ) {
-      noLiveBlock( block, type );
+   if( Impl::isPoisoned( block ) ) { // GCOVR_EXCL_BR_LINE: with the address sanitizer only
+      noLiveBlock( block, type );    // GCOVR_EXCL_LINE
    }
    if( slab->owner != ownHeap ) [[unlikely]] {
       freeSlow( slab, block, type );
