@@ -1,6 +1,8 @@
 // Creation and drop of a 64-byte entity, next to other allocators in the same program.
 #include <platform/entity/Entity.h>
 
+#include "../Iterations.h"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -176,16 +178,24 @@ void createManyThenDrop( benchmark::State& state ) {
    state.SetItemsProcessed( state.iterations() * state.range( 0 ) );
 }
 
-BENCHMARK_TEMPLATE( createAndDrop, EntityWay );
-BENCHMARK_TEMPLATE( createAndDrop, BareEntityWay );
-BENCHMARK_TEMPLATE( createAndDrop, NewDeleteWay );
-BENCHMARK_TEMPLATE( createAndDrop, MakeSharedWay );
-BENCHMARK_TEMPLATE( createAndDrop, MimallocWay );
-BENCHMARK_TEMPLATE( createAndDropBesideAThread, EntityWay );
-BENCHMARK_TEMPLATE( createAndDropBesideAThread, BareEntityWay );
-BENCHMARK_TEMPLATE( createAndDropBesideAThread, NewDeleteWay );
-BENCHMARK_TEMPLATE( createAndDropBesideAThread, MakeSharedWay );
-BENCHMARK_TEMPLATE( createAndDropBesideAThread, MimallocWay );
+// What counting instructions takes off.
+void emptyLoop( benchmark::State& state ) {
+   for( auto _ : state ) {
+      benchmark::ClobberMemory();
+   }
+}
+
+BENCHMARK( emptyLoop )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDrop, EntityWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDrop, BareEntityWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDrop, NewDeleteWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDrop, MakeSharedWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDrop, MimallocWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDropBesideAThread, EntityWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDropBesideAThread, BareEntityWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDropBesideAThread, NewDeleteWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDropBesideAThread, MakeSharedWay )->Apply( Bench::iterations );
+BENCHMARK_TEMPLATE( createAndDropBesideAThread, MimallocWay )->Apply( Bench::iterations );
 BENCHMARK_TEMPLATE( createManyThenDrop, EntityWay )->Arg( 1'000 )->Arg( 100'000 );
 BENCHMARK_TEMPLATE( createManyThenDrop, NewDeleteWay )->Arg( 1'000 )->Arg( 100'000 );
 BENCHMARK_TEMPLATE( createManyThenDrop, MakeSharedWay )->Arg( 1'000 )->Arg( 100'000 );

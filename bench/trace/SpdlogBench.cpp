@@ -1,5 +1,6 @@
 // The same trace through spdlog: off, and as a text of the same fields on /dev/null.
 #define SPDLOG_ACTIVE_LEVEL SPDLOG_LEVEL_TRACE
+#include "../Iterations.h"
 #include "TraceBench.h"
 
 #include <benchmark/benchmark.h>
@@ -41,8 +42,8 @@ void bufferedTextSpdlog( benchmark::State& state ) {
    log< spdlog::sinks::basic_file_sink_mt >( state, spdlog::level::trace, "/dev/null" );
 }
 
-BENCHMARK( disabledSpdlog );
-BENCHMARK( textSpdlog );
-BENCHMARK( bufferedTextSpdlog );
+BENCHMARK( disabledSpdlog )->Apply( Bench::iterations );
+BENCHMARK( textSpdlog )->Apply( Bench::iterations );
+BENCHMARK( bufferedTextSpdlog )->Apply( Bench::iterations );
 
 } // namespace

@@ -5,6 +5,8 @@
 #include <platform/entity/Entity.h>
 #include <platform/types/Module.h>
 
+#include "../Iterations.h"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -133,21 +135,36 @@ struct Name : String {
    Name() : String( "the tank in the cellar, next to the old kettle" ) {}
 };
 
-BENCHMARK( bare< 0, std::uint32_t, std::uint32_t > )->Name( "readNumber/bare" );
+BENCHMARK( bare< 0, std::uint32_t, std::uint32_t > )
+   ->Name( "readNumber/bare" )
+   ->Apply( Bench::iterations );
 BENCHMARK( reflected< Access::read, 0, std::uint32_t, std::uint32_t > )
-   ->Name( "readNumber/reflected" );
-BENCHMARK( bare< 1, std::uint32_t, std::uint32_t > )->Name( "writeNumber/bare" );
+   ->Name( "readNumber/reflected" )
+   ->Apply( Bench::iterations );
+BENCHMARK( bare< 1, std::uint32_t, std::uint32_t > )
+   ->Name( "writeNumber/bare" )
+   ->Apply( Bench::iterations );
 BENCHMARK( reflected< Access::write, 0, std::uint32_t, std::uint32_t > )
-   ->Name( "writeNumber/reflected" );
-BENCHMARK( bare< 2, String, Name > )->Name( "readString/bare" );
-BENCHMARK( reflected< Access::read, 1, String, Name > )->Name( "readString/reflected" );
-BENCHMARK( bare< 3, String, Name > )->Name( "writeString/bare" );
-BENCHMARK( reflected< Access::write, 1, String, Name > )->Name( "writeString/reflected" );
-BENCHMARK( bare< 4, std::uint32_t, std::uint32_t > )->Name( "callWithNumber/bare" );
+   ->Name( "writeNumber/reflected" )
+   ->Apply( Bench::iterations );
+BENCHMARK( bare< 2, String, Name > )->Name( "readString/bare" )->Apply( Bench::iterations );
+BENCHMARK( reflected< Access::read, 1, String, Name > )
+   ->Name( "readString/reflected" )
+   ->Apply( Bench::iterations );
+BENCHMARK( bare< 3, String, Name > )->Name( "writeString/bare" )->Apply( Bench::iterations );
+BENCHMARK( reflected< Access::write, 1, String, Name > )
+   ->Name( "writeString/reflected" )
+   ->Apply( Bench::iterations );
+BENCHMARK( bare< 4, std::uint32_t, std::uint32_t > )
+   ->Name( "callWithNumber/bare" )
+   ->Apply( Bench::iterations );
 BENCHMARK( reflected< Access::call, 2, std::uint32_t, std::uint32_t > )
-   ->Name( "callWithNumber/reflected" );
-BENCHMARK( bare< 5, bool, Name > )->Name( "callWithString/bare" );
-BENCHMARK( reflected< Access::call, 3, bool, Name > )->Name( "callWithString/reflected" );
+   ->Name( "callWithNumber/reflected" )
+   ->Apply( Bench::iterations );
+BENCHMARK( bare< 5, bool, Name > )->Name( "callWithString/bare" )->Apply( Bench::iterations );
+BENCHMARK( reflected< Access::call, 3, bool, Name > )
+   ->Name( "callWithString/reflected" )
+   ->Apply( Bench::iterations );
 
 class BesideAThread {
  public:
@@ -220,10 +237,15 @@ void copyAndDropBesideAThread( benchmark::State& state ) {
    copyAndDrop< T >( state );
 }
 
-BENCHMARK( copyAndDropAlone< PlainCounted > )->Name( "copyAndDrop/plainCount" );
-BENCHMARK( copyAndDropAlone< Tank > )->Name( "copyAndDrop/entity" );
+BENCHMARK( copyAndDropAlone< PlainCounted > )
+   ->Name( "copyAndDrop/plainCount" )
+   ->Apply( Bench::iterations );
+BENCHMARK( copyAndDropAlone< Tank > )->Name( "copyAndDrop/entity" )->Apply( Bench::iterations );
 BENCHMARK( copyAndDropBesideAThread< AtomicCounted > )
-   ->Name( "copyAndDropBesideAThread/atomicCount" );
-BENCHMARK( copyAndDropBesideAThread< Tank > )->Name( "copyAndDropBesideAThread/entity" );
+   ->Name( "copyAndDropBesideAThread/atomicCount" )
+   ->Apply( Bench::iterations );
+BENCHMARK( copyAndDropBesideAThread< Tank > )
+   ->Name( "copyAndDropBesideAThread/entity" )
+   ->Apply( Bench::iterations );
 
 } // namespace
