@@ -2,7 +2,7 @@
 import dataclasses
 import re
 
-from clang.cindex import CursorKind as Kind, Index, TranslationUnit
+from clang.cindex import CursorKind as Kind, Index, TranslationUnit, TypeKind
 
 OPERATORS = {
     "+": ["-"], "-": ["+"], "*": ["/"], "/": ["*"], "%": ["*"],
@@ -61,6 +61,19 @@ def withoutAssertions(text):
         lambda found: f"{found[1]}( ({found[2]} ) ? MUTATION_NOTHING : ::Tessel::Impl::assertFailed( "
                       f"__FILE__, __LINE__,{found[3]}, MUTATION_TEXT({flat(found[2])} ) ) );",
         text, flags=re.MULTILINE)
+
+
+def isPointer(node):
+    return node.type.get_canonical().kind == TypeKind.POINTER
+
+
+def independent(first, second, texts):
+    """Whether these are assignments whose order makes no difference."""
+    sides = [text.partition(" = ")[0] for text in texts]
+    return all(" = " in text for text in texts) and \
+        sides[0] not in texts[1] and sides[1] not in texts[0] and \
+        not any(node.kind == Kind.CALL_EXPR
+                for statement in (first, second) for node in statement.walk_preorder())
 
 
 class Finder:
@@ -126,7 +139,8 @@ class Finder:
             self.operator(start, end, children[0], children[1])
         elif kind == Kind.CALL_EXPR and len(children) == 3 and \
                 node.spelling.startswith("operator"):
-            self.operator(start, end, children[0], children[2])
+            # A class with one arithmetic operator rarely has the other.
+            self.operator(start, end, children[0], children[2], NEGATED)
         elif kind == Kind.UNARY_OPERATOR:
             self.unary(start, end, text, children[0])
         elif kind == Kind.CXX_BOOL_LITERAL_EXPR and text in ("true", "false"):
@@ -144,10 +158,13 @@ class Finder:
             for child in children:
                 self.conditionOf(kind, child)
 
-    def operator(self, start, end, left, right):
+    def operator(self, start, end, left, right, wanted=OPERATORS):
         leftEnd, rightStart = left.extent.end.offset, right.extent.start.offset
         operator = self.text[leftEnd:rightStart].strip()
-        if left.extent.start.offset != start or right.extent.end.offset != end:
+        if left.extent.start.offset != start or right.extent.end.offset != end or \
+                operator not in wanted:
+            return
+        if operator == "-" and isPointer(left) and isPointer(right):
             return
         lhs, rhs = self.text[start:leftEnd], self.text[rightStart:end]
         if operator in NEGATED:
@@ -200,7 +217,7 @@ class Finder:
                 end = self.remove(start, end)
                 if macro:
                     self.trace(start, end)
-                run.append((start, end))
+                run.append((start, end, child))
                 continue
             if len(run) > 1:
                 self.swaps(run)
@@ -220,9 +237,10 @@ class Finder:
 
     def swaps(self, run):
         first, last = run[0][0], run[-1][1]
-        texts = [self.text[start:end] for start, end in run]
+        texts = [self.text[start:end] for start, end, _ in run]
         for at in range(len(run) - 1):
-            if texts[at] == texts[at + 1] or "\n#" in self.text[first:last]:
+            if "\n#" in self.text[first:last] or independent(
+                    run[at][2], run[at + 1][2], texts[at:at + 2]):
                 continue
             swapped = texts[:at] + [texts[at + 1], texts[at]] + texts[at + 2:]
             start, end = run[at][0], run[at + 1][1]

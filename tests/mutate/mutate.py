@@ -166,9 +166,7 @@ class Tests:
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
             resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
 
-        command = [executable, "--gtest_fail_fast"]
-        if len(cases) < len(self.cases[executable]):
-            command.append("--gtest_filter=" + ":".join(cases))
+        command = [executable, "--gtest_fail_fast", "--gtest_filter=" + ":".join(cases)]
         process = subprocess.Popen(
             command, cwd=self.where[executable], env={**os.environ, "TMPDIR": str(folder),
                                                       **environment},
@@ -186,7 +184,7 @@ class Tests:
         self.folders.put(folder)
         return None if status in (-signal.SIGXCPU, -signal.SIGKILL) else status
 
-    def trace(self, count):
+    def trace(self, count, slowest):
         """Runs each case by itself without a mutant, and notes which ones it asks for."""
         def one(executable, case):
             reached = BUILD.with_name(
@@ -207,6 +205,10 @@ class Tests:
                 if status != 0:
                     raise SystemExit(f"{executable}: {case} fails without a mutant")
                 self.cases[executable][case] = seconds
+                if seconds > slowest:
+                    say(f"{case} stays out: it takes {seconds:.0f} s")
+                    del self.cases[executable][case]
+                    continue
                 for number in found:
                     self.reaching[number][executable].append(case)
 
@@ -227,7 +229,7 @@ class Tests:
         path.write_text(finding.alone(sources[str(path)], mutant))
         none = finding.Mutant(0, 0, "", "", "", "")
         # The executables that know the file best come first, so that few need to be built.
-        for executable in sorted(self.cases, key=lambda each: (
+        for executable in sorted(filter(self.cases.get, self.cases), key=lambda each: (
                 -len(near.get(each, ())), sum(self.cases[each].values()))):
             before = os.stat(executable).st_mtime
             if build(os.path.relpath(executable, BUILD)):
@@ -298,6 +300,8 @@ def main():
     parser.add_argument("--switched", action="store_true",
                         help="leave out what has to be compiled one by one")
     parser.add_argument("--compiled", action="store_true", help="only those")
+    parser.add_argument("--slowest", type=float, default=10, metavar="SECONDS",
+                        help="the longest that a test case may take")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--list", action="store_true", help="print the mutants and run nothing")
     options = parser.parse_args()
@@ -326,7 +330,7 @@ def main():
     unswitched = set(buildSwitchable(sources, switched))
     tests = Tests(options.jobs)
     say("running each test without a mutant")
-    tests.trace(len(found))
+    tests.trace(len(found), options.slowest)
 
     compiled = [mutant for mutant in chosen
                 if mutant in unswitched or not tests.reaching[mutant.number]]
