@@ -31,9 +31,13 @@ class Mutant:
     line: int = 0
     lineText: str = ""
     number: int = 0
+    function: str = ""
 
-    def key(self):
-        return self.file, self.lineText, f"{self.old} => {self.new}"
+    def keys(self):
+        """By which it can be dismissed: with its function or without."""
+        change = f"{self.old} => {self.new}"
+        return ((self.file, self.lineText, change),
+                (f"{self.file} {self.function}", self.lineText, change))
 
 
 def flat(text):
@@ -72,7 +76,7 @@ def independent(first, second, texts):
     sides = [text.partition(" = ")[0] for text in texts]
     return all(" = " in text for text in texts) and \
         sides[0] not in texts[1] and sides[1] not in texts[0] and \
-        not any(node.kind == Kind.CALL_EXPR
+        not any(node.kind == Kind.CALL_EXPR and node.spelling != "operator->"
                 for statement in (first, second) for node in statement.walk_preorder())
 
 
@@ -101,6 +105,7 @@ class Finder:
         for top in tops:
             self.path = top.location.file.name
             self.text = self.sources[self.path]
+            self.function = ""
             if top.kind == Kind.MACRO_INSTANTIATION and top.spelling == "TRACE_FACILITY":
                 self.facility(top.extent.start.offset, top.extent.end.offset)
             elif not top.kind.is_preprocessing():
@@ -110,7 +115,7 @@ class Finder:
         old = flat(self.text[start:end] if old is None else old)
         new = flat(code if new is None else new)
         self.found[self.path].setdefault((start, end, new), Mutant(
-            start, end, kind, flat(code), old, new))
+            start, end, kind, flat(code), old, new, function=self.function))
 
     def macroAround(self, start, end):
         return next((name for first, last, name in self.macros.get(self.path, [])
@@ -125,6 +130,8 @@ class Finder:
         start, end = node.extent.start.offset, node.extent.end.offset
         if node.kind.is_attribute():
             return
+        self.function = next((parent.spelling for parent in reversed(parents)
+                              if parent.kind in FUNCTIONS), "")
         children = list(node.get_children())
         if start < end and not self.macroAround(start, end):
             self.mutate(node, children, start, end, parents)
@@ -247,7 +254,8 @@ class Finder:
             old, new = f"{texts[at]} {texts[at + 1]}", f"{texts[at + 1]} {texts[at]}"
             key = (start, end, flat(new))
             self.found[self.path].setdefault(key, Mutant(
-                first, last, "swap", flat(" ".join(swapped)), flat(old), flat(new)))
+                first, last, "swap", flat(" ".join(swapped)), flat(old), flat(new),
+                function=self.function))
             self.found[self.path][key].line = start
 
     def mutants(self, path, shown, original):

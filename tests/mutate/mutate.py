@@ -252,8 +252,8 @@ class Tests:
 def readDismissed():
     """The reasons of the dismissed mutants by their keys.
 
-    An entry is a line "FILE: LINE" with the source line, indented lines "OLD => NEW", and
-    indented lines with the reason."""
+    An entry has lines "FILE: LINE" or "FILE FUNCTION: LINE" with the source line, indented lines
+    "OLD => NEW", and indented lines with the reason."""
     reasons = {}
     for block in DISMISSED.read_text().split("\n\n"):
         lines = [line for line in block.split("\n") if line and not line.startswith("#")]
@@ -314,16 +314,17 @@ def main():
             print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.old} => {mutant.new}")
         return
     reasons = readDismissed()
-    keys = {mutant.key() for mutant in found}
+    keys = {key for mutant in found for key in mutant.keys()}
     stale = [key for key in reasons
-             if key not in keys and fnmatch.fnmatch(key[0], f"*{options.file}*")]
+             if key not in keys and fnmatch.fnmatch(key[0].split()[0], f"*{options.file}*")]
     if stale:
         raise SystemExit("\n".join(f"{DISMISSED}: no mutant is {key}" for key in stale))
 
     chosen = found
     if options.sample is not None:
         chosen = random.Random(options.seed).sample(found, min(options.sample, len(found)))
-    results = {mutant: "dismissed" for mutant in chosen if mutant.key() in reasons}
+    results = {mutant: "dismissed" for mutant in chosen
+               if any(key in reasons for key in mutant.keys())}
     chosen = [mutant for mutant in chosen if mutant not in results]
     say(f"{len(found)} mutants, {len(chosen)} to be run; building")
     switched = list(found)
