@@ -85,14 +85,17 @@ class Client:
         times = [int(word) for word in self.process.ask(f"{operation} {count}").split()]
         return times[0::2], times[1::2]
 
-    def instructions(self, operation, count):
-        """Returns the user instructions of each run."""
+    def profiles(self, operation, count):
+        """Returns callgrind's file of each run."""
         for file in self.folder.glob("callgrind*"):
             file.unlink()
         self.process.ask(f"{operation} {count}")
-        files = sorted(self.folder.glob("callgrind.*"), key=lambda file: int(file.suffix[1:]))
+        return sorted(self.folder.glob("callgrind.*"), key=lambda file: int(file.suffix[1:]))
+
+    def instructions(self, operation, count):
+        """Returns the user instructions of each run."""
         return [int(re.search(r"^totals: (\d+)", file.read_text(), re.MULTILINE)[1])
-                for file in files]
+                for file in self.profiles(operation, count)]
 
     def peak_memory(self):
         """Returns the largest resident size so far, in KiB."""

@@ -38,6 +38,7 @@ def main():
     results["processor"], results["wall"], results["memory"] = measure.times(programs)
     results["calls"] = measure.calls(programs, observer)
     results["instructions"] = measure.instructions(programs)
+    results["shares"] = measure.shares(programs)
     observer.close()
     results["flood"] = measure.flood_times(programs)
     results["flood instructions"] = measure.flood_instructions(programs)
@@ -48,7 +49,7 @@ def main():
     (folder / "table.txt").write_text(text)
     (folder / "plot.svg").write_text(report.plot(results))
     flat = {what: {" | ".join(map(str, key)): value for key, value in values.items()}
-            if isinstance(values, dict) and what != "memory" else values
+            if isinstance(values, dict) and what not in ("memory", "shares") else values
             for what, values in results.items()}
     (folder / "results.json").write_text(json.dumps(flat, indent=1) + "\n")
 

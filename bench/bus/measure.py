@@ -4,6 +4,7 @@ from pathlib import Path
 from statistics import median
 
 import clients
+import share
 from clients import Client
 
 # What is done, and how often it is timed: rounds over all clients, and runs in each round.
@@ -66,6 +67,20 @@ def instructions(programs, kinds=clients.KINDS, operations=OPERATIONS):
                 for operation in operations:
                     counted[kind.name, operation] = instructions_per_run(client, operation)
     return counted
+
+
+def shares(programs):
+    """Returns, by operation, where the instructions of the library above the floor's go."""
+    counted = {}
+    for kind in (clients.LIBRARY, clients.FLOOR):
+        with Client(kind, programs, counting=True) as client:
+            for operation in OPERATIONS:
+                client.instructions(operation, 2)
+                profile, = client.profiles(operation, 1)
+                counted[kind, operation] = share.read(profile)
+    return {operation: {name: counted[clients.LIBRARY, operation][name] -
+                        counted[clients.FLOOR, operation][name] for name in share.SHARES}
+            for operation in OPERATIONS}
 
 
 def times(programs):

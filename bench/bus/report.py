@@ -5,6 +5,7 @@ from statistics import median
 import bars
 import clients
 import measure
+import share
 
 
 def number(value, form="{:,.0f}"):
@@ -41,6 +42,15 @@ def operations(results):
                    + "".join(f"{text:>{width}}" for text, width in zip(ratios, (9, 8, 9) * 2)))
 
 
+def shares(results):
+    yield "Where the instructions of S above B go"
+    yield f"{'':42}" + "".join(f"{name:>12}" for name in share.SHARES) + f"{'together':>12}"
+    for operation, (title, _, _) in measure.OPERATIONS.items():
+        counted = [results["shares"][operation][name] for name in share.SHARES]
+        yield (f"{operation:3} {title:38}"
+               + "".join(f"{value:>12,}" for value in (*counted, sum(counted))))
+
+
 def floods(results):
     for side in measure.SIDES:
         yield f"7   wait for a job, with signals of other jobs {side} the reply"
@@ -61,6 +71,8 @@ def table(results):
         yield line
     yield ""
     yield from operations(results)
+    yield ""
+    yield from shares(results)
     yield ""
     yield from floods(results)
     yield ""
