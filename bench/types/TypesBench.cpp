@@ -1,7 +1,4 @@
-// Generic access next to a bare table of functions, and the counted pointer next to bare counts.
-//
-// Goals, as the ratio of the two of a pair: access 2.3; pointers 1.3 with one thread, and 1.05
-// beside another thread.
+// Generic access next to a bare table of functions.
 #include <platform/entity/Entity.h>
 #include <platform/types/Module.h>
 
@@ -10,12 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
-#include <atomic>
 #include <cstdint>
-#include <future>
-#include <sys/single_threaded.h>
-#include <thread>
-#include <type_traits>
 
 extern const Tessel::ModuleInspectData tankModule;
 
@@ -164,88 +156,6 @@ BENCHMARK( reflected< Access::call, 2, std::uint32_t, std::uint32_t > )
 BENCHMARK( bare< 5, bool, Name > )->Name( "callWithString/bare" )->Apply( Bench::iterations );
 BENCHMARK( reflected< Access::call, 3, bool, Name > )
    ->Name( "callWithString/reflected" )
-   ->Apply( Bench::iterations );
-
-class BesideAThread {
- public:
-   ~BesideAThread() { end_.set_value(); }
-
- private:
-   std::promise< void > end_;
-   std::jthread thread_{ [ended = end_.get_future()] { ended.wait(); } };
-};
-
-// Entities as far as the counted pointer goes, with the count that one would write by hand.
-class PlainCounted {
- public:
-   virtual ~PlainCounted() = default;
-   void incUse() noexcept { ++useCount_; }
-   void decUseImpl() noexcept {
-      if( --useCount_ == 0 ) {
-         delete this;
-      }
-   }
-
- private:
-   std::uint32_t useCount_ = 1;
-};
-
-class AtomicCounted {
- public:
-   virtual ~AtomicCounted() = default;
-   void incUse() noexcept { useCount_.fetch_add( 1, std::memory_order_relaxed ); }
-   void decUseImpl() noexcept {
-      if( useCount_.fetch_sub( 1, std::memory_order_acq_rel ) == 1 ) {
-         delete this;
-      }
-   }
-
- private:
-   std::atomic< std::uint32_t > useCount_ = 1;
-};
-
-template< typename T >
-Tessel::Ptr< T > made() {
-   if constexpr( std::is_same_v< T, Tank > ) {
-      return Tessel::ptrIsImpl< Tank >();
-   } else {
-      return Tessel::Ptr< T >::adopt( new T );
-   }
-}
-
-template< typename T >
-void copyAndDrop( benchmark::State& state ) {
-   const auto pointer = made< T >();
-   for( auto _ : state ) {
-      Tessel::Ptr< T > copy = pointer;
-      benchmark::DoNotOptimize( copy );
-   }
-}
-
-template< typename T >
-void copyAndDropAlone( benchmark::State& state ) {
-   if( __libc_single_threaded == 0 ) {
-      state.SkipWithError( "the process has had a second thread; run without interleaving" );
-      return;
-   }
-   copyAndDrop< T >( state );
-}
-
-template< typename T >
-void copyAndDropBesideAThread( benchmark::State& state ) {
-   const BesideAThread thread;
-   copyAndDrop< T >( state );
-}
-
-BENCHMARK( copyAndDropAlone< PlainCounted > )
-   ->Name( "copyAndDrop/plainCount" )
-   ->Apply( Bench::iterations );
-BENCHMARK( copyAndDropAlone< Tank > )->Name( "copyAndDrop/entity" )->Apply( Bench::iterations );
-BENCHMARK( copyAndDropBesideAThread< AtomicCounted > )
-   ->Name( "copyAndDropBesideAThread/atomicCount" )
-   ->Apply( Bench::iterations );
-BENCHMARK( copyAndDropBesideAThread< Tank > )
-   ->Name( "copyAndDropBesideAThread/entity" )
    ->Apply( Bench::iterations );
 
 } // namespace
