@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <thread>
@@ -111,12 +113,12 @@ TEST_F( ARingTrace, isDescribedOnceInItsFile ) {
 }
 
 TEST_F( ARingTrace, endsWhereALongTextFindsNoRoom ) {
-   TRACE( 8, "{} {} {}", true, std::string( 5000, 'x' ), 7 );
+   TRACE( 8, "{} {} {}", true, "a" + std::string( 5000, 'x' ), 7 );
    const auto records = folder.records();
    ASSERT_EQ( records.size(), 1U );
    EXPECT_TRUE( records[0].record.cut );
    const std::size_t kept = Fennet::maxRecordSize - sizeof( Fennet::RecordHead ) - 1 - 2;
-   EXPECT_EQ( folder.texts(), Texts{ "true " + std::string( kept, 'x' ) + "... ..." } );
+   EXPECT_EQ( folder.texts(), Texts{ "true a" + std::string( kept - 1, 'x' ) + "... ..." } );
 }
 
 TEST_F( ARingTrace, keepsATextThatJustFits ) {
@@ -124,6 +126,12 @@ TEST_F( ARingTrace, keepsATextThatJustFits ) {
    TRACE( 8, "{}", std::string( room, 'x' ) );
    EXPECT_FALSE( folder.records().at( 0 ).record.cut );
    EXPECT_EQ( folder.texts(), Texts{ std::string( room, 'x' ) } );
+}
+
+TEST_F( ARingTrace, keepsANumberThatJustFits ) {
+   const std::size_t room = Fennet::maxRecordSize - sizeof( Fennet::RecordHead ) - 2 - 4;
+   TRACE( 8, "{} {} {}", std::string( room, 'x' ), 7, true );
+   EXPECT_EQ( folder.texts(), Texts{ std::string( room, 'x' ) + " 7 ..." } );
 }
 
 TEST_F( ARingTrace, leavesOutANumberThatFindsNoRoom ) {
@@ -371,6 +379,44 @@ TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    EXPECT_EQ( folder.records().at( 0 ).record.description->tag, "tag" );
 }
 
+TEST( AMessageDescription, isEmptyWhereNothingIsSaid ) {
+   const TraceFolder folder;
+   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
+   Fennet::TraceFile& file = *handle.mtTraceFile();
+   std::atomic< int > msgId = 0;
+   EXPECT_TRUE( Fennet::MsgDesc( file, msgId, "a.cpp", 7 ).finish() );
+   Fennet::RingBuf ring;
+   ring.startMsg( file, msgId );
+   ring.endMsg();
+   const auto records = folder.records();
+   const auto& description = *records.at( 0 ).record.description;
+   EXPECT_EQ( description.tag, "" );
+   EXPECT_EQ( description.function, "" );
+   EXPECT_EQ( description.format, "" );
+   EXPECT_EQ( description.facility, "" );
+   EXPECT_EQ( description.level, 0 );
+}
+
+// The file's own clock readings, which the reader makes times of.
+TEST( AFile, isToldTheClocksAgainWheneverItsAgeHasDoubled ) {
+   const TraceFolder folder;
+   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
+   Fennet::TraceFile& file = *handle.mtTraceFile();
+   std::uint64_t records = 0;
+   std::uint64_t readings = 0;
+   while( readings < 2 || records < 10'000 ) {
+      Fennet::RingBuf ring;
+      ring.startMsg( file, 1 );
+      ring.endMsg();
+      if( ++records % 100 == 0 ) {
+         std::ifstream bytes( folder.files()[0], std::ios::binary );
+         bytes.seekg( offsetof( Fennet::FileHeader, readings ) );
+         bytes.read( reinterpret_cast< char* >( &readings ), sizeof readings );
+      }
+   }
+   EXPECT_LT( readings, records / 10 );
+}
+
 TEST( ARecord, takesNothingMoreOnceAnArgumentWasRefused ) {
    const TraceFolder folder;
    Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
@@ -382,6 +428,17 @@ TEST( ARecord, takesNothingMoreOnceAnArgumentWasRefused ) {
    EXPECT_FALSE( Fennet::put( ring, std::int64_t{ 1 } ) );
    EXPECT_FALSE( Fennet::put( ring, true ) );
    EXPECT_FALSE( Fennet::put( ring, "" ) );
+}
+
+TEST( ARecord, takesNothingMoreOnceATextWasRefused ) {
+   const TraceFolder folder;
+   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
+   Fennet::RingBuf ring;
+   ring.startMsg( *handle.mtTraceFile(), 1 );
+   EXPECT_TRUE( Fennet::put( ring, std::string( ring.room() - 3, 'x' ) ) );
+   EXPECT_EQ( ring.room(), 1U );
+   EXPECT_FALSE( Fennet::put( ring, "" ) );
+   EXPECT_FALSE( Fennet::put( ring, true ) );
 }
 
 TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {

@@ -298,6 +298,22 @@ TEST_F( TheSlabAllocator, returnsNullWhenTheThreadsEndCannotBeSeen ) {
    } );
 }
 
+TEST_F( TheSlabAllocator, losesNoHeapWhenTheThreadsEndCannotBeSeen ) {
+   inThread( [] {
+      threadStateRefused = true;
+      // More often than there are heaps that ended threads have left.
+      for( int i = 0; i < 200; ++i ) {
+         EXPECT_EQ( slabAlloc( entityBytes ), nullptr );
+      }
+      threadStateRefused = false;
+      heapRefused = true;
+      void* const block = slabAlloc( entityBytes );
+      heapRefused = false;
+      ASSERT_NE( block, nullptr );
+      slabFree( block );
+   } );
+}
+
 TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
    std::promise< void > end;
    const std::shared_future< void > ended = end.get_future();

@@ -6,7 +6,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
+#include <ctime>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -86,6 +90,28 @@ TEST( ATraceOnStderr, namesTheThreadOfAForkedChild ) {
       const std::string line = withoutTime( texts.substr( at, texts.find( '\n', at ) - at ) );
       const std::string shown = line.substr( 1, line.find( ' ', 1 ) - 1 );
       EXPECT_EQ( shown, line.substr( line.rfind( ' ' ) + 1 ) );
+   }
+}
+
+TEST( ATraceOnStderr, hasTheTimeOfItsCall ) {
+   const auto now = [] {
+      timespec time{};
+      clock_gettime( CLOCK_REALTIME, &time );
+      char text[40];
+      std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S.", std::gmtime( &time.tv_sec ) );
+      const std::string micros = std::to_string( 1'000'000 + time.tv_nsec / 1000 );
+      return text + micros.substr( 1 ) + "Z";
+   };
+   // Often enough to meet all parts of a second.
+   for( int i = 0; i < 20; ++i ) {
+      const std::string before = now();
+      const std::string line = stderrOf( [] {
+         enable();
+         TRACE( 8, "" );
+      } );
+      const std::string time = line.substr( 0, line.find( ' ' ) );
+      EXPECT_GE( time, before );
+      EXPECT_LE( time, now() );
    }
 }
 
@@ -270,7 +296,8 @@ TEST_F( TheTraceEnvironment, enablesTheLevelsOfAFacility ) {
 }
 
 TEST_F( TheTraceEnvironment, enablesEveryLevelOfAFacility ) {
-   EXPECT_EQ( textsWith( "Other=1;TracedProcess=*" ), ( Texts{ "five", "eight", "thirty-one" } ) );
+   EXPECT_EQ(
+      textsWith( "Other=1;TracedProcess=*" ), ( Texts{ "zero", "five", "eight", "thirty-one" } ) );
 }
 
 TEST_F( TheTraceEnvironment, addsUpLevelsNamedTwice ) {
@@ -302,7 +329,7 @@ TEST( TheRingEnvironment, makesTheDefaultHandleWhenTheLibraryIsLoaded ) {
    const Fennet::TraceFolder folder;
    EXPECT_EQ(
       stderrOfTracedProcess( "FENNET_TRACE", ( folder.path().string() + ",64K" ).c_str() ), "" );
-   EXPECT_EQ( folder.texts(), ( Texts{ "five", "eight", "thirty-one" } ) );
+   EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "eight", "thirty-one" } ) );
 }
 
 TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
@@ -312,6 +339,37 @@ TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
    EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", ( inner.string() + ",65537" ).c_str() ), "" );
    const auto file = std::filesystem::directory_iterator( inner )->path();
    EXPECT_GE( std::filesystem::file_size( file ), std::size_t{ 2 * Fennet::minRingSize } );
+}
+
+struct RingSetting {
+   const char* text;
+   std::uint32_t size;
+};
+class ARingEnvironment : public testing::TestWithParam< RingSetting > {};
+
+TEST_P( ARingEnvironment, sizesTheRing ) {
+   const Fennet::TraceFolder folder;
+   const std::string value = folder.path().string() + "," + GetParam().text;
+   EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", value.c_str() ), "" );
+   ASSERT_EQ( folder.files().size(), 1U );
+   std::ifstream file( folder.files()[0], std::ios::binary );
+   std::uint32_t size = 0;
+   file.seekg( offsetof( Fennet::FileHeader, ringSize ) );
+   file.read( reinterpret_cast< char* >( &size ), sizeof size );
+   EXPECT_EQ( size, GetParam().size );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   , ARingEnvironment,
+   testing::Values(
+      RingSetting{ "65536", 64 << 10 }, RingSetting{ "64K", 64 << 10 },
+      RingSetting{ "65K", 128 << 10 }, RingSetting{ "1M", 1 << 20 } ) );
+
+TEST( TheRingEnvironment, mayAskForTheLargestRing ) {
+   EXPECT_EQ(
+      stderrOfTracedProcess( "FENNET_TRACE", "/nowhere/at/all,1024M" ),
+      "Fennet: no trace file can be made in \"/nowhere/at/all\": No such file or directory; "
+      "the thread leaves no records\n" );
 }
 
 class AMalformedRingEnvironment : public testing::TestWithParam< const char* > {};
@@ -327,6 +385,6 @@ INSTANTIATE_TEST_SUITE_P(
    , AMalformedRingEnvironment,
    testing::Values(
       "", "/tmp", "/tmp,", "/tmp,1G", "/tmp,1KK", "/tmp,63K", "/tmp,1025M", "/tmp,-1M", "tmp,1M",
-      "/tmp,99999999999999999999", "/tmp,18446744073709551615M", "/tmp,1M " ) );
+      "/tmp,99999999999999999999", "/tmp,18446744073709551615M", "/tmp,1M ", "/tmp,65536X" ) );
 
 } // namespace

@@ -8,6 +8,7 @@ TRACE_FACILITY( "TracedProcess" );
 } // namespace
 
 int main() {
+   TRACE( 0, "zero" );
    TRACE( 5, "five" );
    TRACE( 8, "eight" );
    TRACE( 31, "thirty-one" );
