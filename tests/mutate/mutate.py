@@ -309,16 +309,17 @@ def main():
     begin = time.monotonic()
     sources = makeTree()
     found = findMutants(sources, options.file)
-    if options.list:
-        for mutant in found:
-            print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.old} => {mutant.new}")
-        return
     reasons = readDismissed()
     keys = {key for mutant in found for key in mutant.keys()}
     stale = [key for key in reasons
              if key not in keys and fnmatch.fnmatch(key[0].split()[0], f"*{options.file}*")]
     if stale:
         raise SystemExit("\n".join(f"{DISMISSED}: no mutant is {key}" for key in stale))
+
+    if options.list:
+        for mutant in found:
+            print(f"{mutant.file}:{mutant.line}: {mutant.kind}: {mutant.old} => {mutant.new}")
+        return
 
     chosen = found
     if options.sample is not None:
