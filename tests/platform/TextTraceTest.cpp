@@ -168,6 +168,25 @@ TEST_F( ATextTrace, comesWholeFromEachOfManyThreads ) {
    EXPECT_EQ( capture.texts, std::vector< std::string >( threads * traces, "text" ) );
 }
 
+TEST_F( ATextTrace, followsLevelsThatAnotherThreadChangesMeanwhile ) {
+   std::atomic< bool > done = false;
+   std::thread changing( [&] {
+      for( TraceLevels levels = 0; !done; levels ^= level8 ) {
+         Orl::traceLevelsIs( "TextTraceTest", levels );
+      }
+   } );
+   bool emitted = false;
+   bool leftOut = false;
+   while( !emitted || !leftOut ) {
+      const std::size_t before = capture.texts.size();
+      TRACE( 8, "text" );
+      ( capture.texts.size() > before ? emitted : leftOut ) = true;
+   }
+   done = true;
+   changing.join();
+   EXPECT_EQ( capture.texts.back(), "text" );
+}
+
 TEST( AFacility, hasNoLevelAtFirst ) {
    const Orl::TraceHandle handle( "AFacility.first", false );
    EXPECT_EQ( handle.levels(), 0U );

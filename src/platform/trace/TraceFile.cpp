@@ -2,6 +2,7 @@
 #include <platform/trace/TraceFile.h>
 
 #include <platform/trace/Line.h>
+#include <platform/trace/Ticks.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -10,9 +11,6 @@
 #include <new>
 #include <utility>
 
-#if defined( __x86_64__ )
-#include <cpuid.h>
-#endif
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -22,24 +20,6 @@ namespace Fennet {
 
 namespace {
 
-// Whether the time stamp counter runs at one rate on all cores, whatever they sleep or clock.
-bool tscIsInvariant() {
-#if defined( __x86_64__ )
-   constexpr unsigned powerManagement = 0x8000'0007;
-   constexpr unsigned invariantTsc = 1 << 8;
-   unsigned eax = 0;
-   unsigned ebx = 0;
-   unsigned ecx = 0;
-   unsigned edx = 0;
-   // GCOVR_EXCL_START: a machine has one or the other
-   return __get_cpuid( powerManagement, &eax, &ebx, &ecx, &edx ) && ( edx & invariantTsc );
-   // GCOVR_EXCL_STOP
-#else
-   return false;
-#endif
-}
-
-// GCOVR_EXCL_START: a machine has one or the other
 std::uint64_t ticksNow( bool tsc ) {
 #if defined( __x86_64__ )
    if( tsc ) {
@@ -67,7 +47,7 @@ ClockReading readClocks( bool tsc ) {
 }
 
 struct Clocks {
-   bool tsc = tscIsInvariant();
+   bool tsc = Impl::tscIsInvariant();
    ClockReading first = readClocks( tsc );
 };
 
