@@ -23,6 +23,8 @@ namespace {
 
 std::atomic< bool > memoryRefused = false;
 std::atomic< bool > threadStateRefused = false;
+// How many tables threads have been given for their counts.
+std::atomic< std::size_t > tables = 0;
 // Runs once, in the midst of the next allocation of memory.
 void ( *meanwhile )() = nullptr;
 
@@ -47,8 +49,11 @@ void* __wrap__Znwm( std::size_t size ) {
 
 void* __wrap__ZnwmSt11align_val_tRKSt9nothrow_t(
    std::size_t size, std::align_val_t alignment, const std::nothrow_t& none ) noexcept {
-   return memoryRefused ? nullptr
-                        : __real__ZnwmSt11align_val_tRKSt9nothrow_t( size, alignment, none );
+   if( memoryRefused ) {
+      return nullptr;
+   }
+   ++tables;
+   return __real__ZnwmSt11align_val_tRKSt9nothrow_t( size, alignment, none );
 }
 
 int __real_pthread_setspecific( pthread_key_t, const void* );
@@ -106,6 +111,38 @@ void inThreads( int count, const std::function< void() >& work ) {
 }
 
 class AnAllocationTracker : public testing::Test {};
+
+template< int... numbers >
+void allocEach( std::integer_sequence< int, numbers... > ) {
+   ( Tracked< Samples::Numbered< 2000 + numbers > >::alloc(), ... );
+}
+
+// First of all, so that there are few types before the earlier one, and no tables.
+TEST_F( AnAllocationTracker, countsInATableForEachThreadAndKeepsAllTablesForLaterThreads ) {
+   using Earlier = Tracked< Samples::Numbered< 1010 > >;
+   using Later = Tracked< Samples::Numbered< 1011 > >;
+   Earlier::alloc();
+   allocEach( std::make_integer_sequence< int, 100 >() );
+   Later::alloc();
+   std::barrier atOnce( 30 );
+   inThreads( 30, [&atOnce] {
+      Earlier::alloc();
+      atOnce.arrive_and_wait();
+      // Needs a larger table than the one before.
+      Later::alloc();
+      atOnce.arrive_and_wait();
+   } );
+   EXPECT_GE( tables, 30U );
+   const std::size_t made = tables;
+   // All but the one that this thread still has.
+   const auto unused = static_cast< int >( made ) - 1;
+   std::barrier allAtOnce( unused );
+   inThreads( unused, [&allAtOnce] {
+      Earlier::alloc();
+      allAtOnce.arrive_and_wait();
+   } );
+   EXPECT_EQ( tables, made );
+}
 
 TEST_F( AnAllocationTracker, knowsItsTypeByNameSizeAndAlignment ) {
    using Inner = Tracked< Samples::Outer::Inner >;
@@ -279,6 +316,20 @@ TEST_F( AnAllocationTracker, countsWhereTheEndOfAThreadIsNotTold ) {
       Type::alloc();
    } );
    EXPECT_EQ( Type::liveAndTotal(), Counts( 3, 4 ) );
+}
+
+TEST_F( AnAllocationTracker, losesNoTableWhereTheEndOfAThreadIsNotTold ) {
+   using Type = Tracked< Samples::Numbered< 1012 > >;
+   const std::size_t before = tables;
+   inThreads( 1, [] {
+      threadStateRefused = true;
+      for( int i = 0; i < 100; ++i ) {
+         Type::alloc();
+      }
+      threadStateRefused = false;
+   } );
+   EXPECT_LE( tables, before + 1 );
+   EXPECT_EQ( Type::liveAndTotal(), Counts( 100, 100 ) );
 }
 
 TEST( AllocCounts, knowNothingOfATypeNeverAllocated ) {

@@ -170,6 +170,17 @@ TEST_F( TheUnitReloadingCallback, failsWhenTheActiveStateIsNoString ) {
    expectRecord( true, true, false, false );
 }
 
+TEST_F( TheUnitReloadingCallback, failsForTheErrorNextToSuccessToo ) {
+   for( std::size_t call = 1; call <= 5; ++call ) {
+      monitor = nullptr;
+      monitor = monitorOn( bus );
+      script.faultIs( call, false, fails( EPERM ) );
+      script.dispatch( bus, unitBecomes( "reloading" ) );
+      script.faultIs( 0 );
+      expectRecord( true, false, false, false );
+   }
+}
+
 TEST_F( TheUnitReloadingCallback, takesASignalThatEndsEarlyAsOneWithoutAState ) {
    Signal signal{ fooPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", {} };
    script.dispatch( bus, signal );
