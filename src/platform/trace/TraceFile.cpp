@@ -28,7 +28,6 @@ std::uint64_t ticksNow( bool tsc ) {
 #endif
    return static_cast< std::uint64_t >( Impl::nanoseconds( CLOCK_MONOTONIC ) );
 }
-// GCOVR_EXCL_STOP
 
 ClockReading readClocks( bool tsc ) {
    // An interruption between the clocks would skew the reading: the tightest of a few is taken.

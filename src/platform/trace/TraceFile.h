@@ -66,7 +66,6 @@ class TESSEL_EXPORT TraceFile {
 
    TraceFile( int fd, std::byte* mapping, std::uint32_t headerSize, std::uint32_t ringSize );
 
-   // GCOVR_EXCL_START: a machine has one or the other
    [[nodiscard]] std::uint64_t ticks() const {
 #if defined( __x86_64__ )
       if( tsc_ ) {
@@ -75,7 +74,6 @@ class TESSEL_EXPORT TraceFile {
 #endif
       return static_cast< std::uint64_t >( Impl::nanoseconds( CLOCK_MONOTONIC ) );
    }
-   // GCOVR_EXCL_STOP
    void makeRoom();
    void readClocks();
 
