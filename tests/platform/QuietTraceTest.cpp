@@ -49,7 +49,7 @@ int statusOf( Body body ) {
          _exit( 1 );
       }
       body();
-      _exit( 0 );
+      syscall( SYS_exit_group, 0 ); // _exit would do more under the address sanitizer
    }
    int status = -1;
    waitpid( child, &status, 0 );
