@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <fstream>
@@ -102,6 +103,14 @@ TEST_F( ARingTrace, leavesErrnoAlone ) {
    errno = EXDEV;
    TRACE( 8, "anything" );
    EXPECT_EQ( errno, EXDEV );
+}
+
+TEST_F( ARingTrace, goesToTheFirstFileWhateverErrnoWas ) {
+   errno = EEXIST;
+   traceNumber( 1 );
+   EXPECT_EQ( errno, EEXIST );
+   EXPECT_EQ( folder.files().size(), 1U );
+   EXPECT_EQ( folder.texts(), Texts{ "number 1" } );
 }
 
 TEST_F( ARingTrace, isDescribedOnceInItsFile ) {

@@ -314,13 +314,23 @@ TEST_F( TheSlabAllocator, losesNoHeapWhenTheThreadsEndCannotBeSeen ) {
    } );
 }
 
-TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
-   std::promise< void > end;
-   const std::shared_future< void > ended = end.get_future();
-   std::vector< std::thread > threads;
-   const auto hasABlockInAThread = [&] {
+// Threads that each keep the heap that they have as long as this lives.
+class HeapKeepers {
+ public:
+   HeapKeepers() = default;
+   ~HeapKeepers() {
+      end_.set_value();
+      for( std::thread& thread : threads_ ) {
+         thread.join();
+      }
+   }
+   HeapKeepers( const HeapKeepers& ) = delete;
+   HeapKeepers& operator=( const HeapKeepers& ) = delete;
+
+   // Whether one more thread got a heap.
+   bool more() {
       std::promise< bool > has;
-      threads.emplace_back( [&has, ended] {
+      threads_.emplace_back( [&has, ended = ended_] {
          void* const block = slabAlloc( entityBytes );
          has.set_value( block != nullptr );
          ended.wait();
@@ -329,17 +339,28 @@ TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
          }
       } );
       return has.get_future().get();
-   };
+   }
+   // The heaps that ended threads have left.
+   void takeAllThatAreLeft() {
+      heapRefused = true;
+      while( more() ) {
+      }
+      heapRefused = false;
+   }
+
+ private:
+   std::promise< void > end_;
+   std::shared_future< void > ended_ = end_.get_future();
+   std::vector< std::thread > threads_;
+};
+
+TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
+   HeapKeepers keepers;
+   keepers.takeAllThatAreLeft();
+   EXPECT_TRUE( keepers.more() );
    heapRefused = true;
-   // The first of them take over what ended threads have left.
-   while( hasABlockInAThread() ) {
-   }
+   EXPECT_FALSE( keepers.more() );
    heapRefused = false;
-   EXPECT_TRUE( hasABlockInAThread() );
-   end.set_value();
-   for( std::thread& thread : threads ) {
-      thread.join();
-   }
 }
 
 class SlabsOfAThread : public TheSlabAllocator {};
@@ -406,6 +427,28 @@ TEST_F( SlabsOfAThread, canBeUsedWhileItEnds ) {
    inThread( [key] { __real_pthread_setspecific( key, slabAlloc( entityBytes ) ); } );
    ASSERT_NE( fresh, nullptr );
    slabFree( fresh );
+   pthread_key_delete( key );
+}
+
+TEST_F( SlabsOfAThread, areAnothersOnceItHasLeftThem ) {
+   // As above. In the meantime other threads have taken the heap.
+   slabFree( slabAlloc( entityBytes ) );
+   static void* fresh = nullptr;
+   pthread_key_t key{};
+   ASSERT_EQ(
+      pthread_key_create(
+         &key,
+         []( void* block ) {
+            slabFree( block );
+            HeapKeepers keepers;
+            keepers.takeAllThatAreLeft();
+            heapRefused = true;
+            fresh = slabAlloc( entityBytes );
+            heapRefused = false;
+         } ),
+      0 );
+   inThread( [key] { __real_pthread_setspecific( key, slabAlloc( entityBytes ) ); } );
+   EXPECT_EQ( fresh, nullptr );
    pthread_key_delete( key );
 }
 

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -161,6 +162,28 @@ TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
    for( std::size_t at = 0; at < lines.size(); at = lines.find( '\n', at ) + 1 ) {
       const std::string line = lines.substr( at, lines.find( '\n', at ) + 1 - at );
       texts += line.substr( line.rfind( ' ' ) + 1 );
+   }
+   EXPECT_EQ( texts, expected );
+}
+
+TEST( ATraceOnStderr, writesEachControlCharacterAsANumberAndNoOther ) {
+   const std::string lines = stderrOf( [] {
+      enable();
+      for( int code = 1; code < 256; ++code ) {
+         TRACE( 8, "<xxxxxxxxxx{}xxxxxxxxxx>", std::string( 1, static_cast< char >( code ) ) );
+      }
+   } );
+   std::string expected;
+   for( int code = 1; code < 256; ++code ) {
+      char number[5];
+      snprintf( number, sizeof number, "\\x%02x", static_cast< unsigned >( code ) );
+      expected += "<xxxxxxxxxx";
+      expected += code < 32 || code == 127 ? number : std::string( 1, static_cast< char >( code ) );
+      expected += "xxxxxxxxxx>\n";
+   }
+   std::string texts;
+   for( std::size_t at = 0; ( at = lines.find( ": <xxx", at ) ) != std::string::npos; ++at ) {
+      texts += lines.substr( at + 2, lines.find( '\n', at ) - 1 - at );
    }
    EXPECT_EQ( texts, expected );
 }
@@ -330,6 +353,8 @@ TEST( TheRingEnvironment, makesTheDefaultHandleWhenTheLibraryIsLoaded ) {
    EXPECT_EQ(
       stderrOfTracedProcess( "FENNET_TRACE", ( folder.path().string() + ",64K" ).c_str() ), "" );
    EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "eight", "thirty-one" } ) );
+   // One for each thread.
+   EXPECT_EQ( folder.files().size(), 2U );
 }
 
 TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
@@ -351,7 +376,7 @@ TEST_P( ARingEnvironment, sizesTheRing ) {
    const Fennet::TraceFolder folder;
    const std::string value = folder.path().string() + "," + GetParam().text;
    EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", value.c_str() ), "" );
-   ASSERT_EQ( folder.files().size(), 1U );
+   ASSERT_FALSE( folder.files().empty() );
    std::ifstream file( folder.files()[0], std::ios::binary );
    std::uint32_t size = 0;
    file.seekg( offsetof( Fennet::FileHeader, ringSize ) );

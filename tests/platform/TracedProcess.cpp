@@ -1,5 +1,7 @@
-// A process whose traces the environment alone turns on.
+// A process whose traces the environment alone turns on, of two threads.
 #include <platform/trace/Trace.h>
+
+#include <thread>
 
 namespace {
 
@@ -11,5 +13,5 @@ int main() {
    TRACE( 0, "zero" );
    TRACE( 5, "five" );
    TRACE( 8, "eight" );
-   TRACE( 31, "thirty-one" );
+   std::thread( [] { TRACE( 31, "thirty-one" ); } ).join();
 }

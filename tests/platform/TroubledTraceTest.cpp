@@ -5,7 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -197,6 +200,45 @@ TEST_P( AFileThatIsNotMapped, isNotLeftBehind ) {
    EXPECT_EQ( testing::internal::GetCapturedStderr(), noFileCanBeMade( "Cannot allocate memory" ) );
    EXPECT_EQ( failing.mmap, 0 );
    EXPECT_TRUE( folder.files().empty() );
+}
+
+// Of memory that is reserved and not used.
+std::size_t bytesReserved() {
+   std::size_t bytes = 0;
+   std::ifstream maps( "/proc/self/maps" );
+   for( std::string line; std::getline( maps, line ); ) {
+      std::size_t begin = 0;
+      std::size_t end = 0;
+      char access[5] = {};
+      sscanf( line.c_str(), "%zx-%zx %4s", &begin, &end, access );
+      bytes += access == std::string_view( "---p" ) ? end - begin : 0;
+   }
+   return bytes;
+}
+
+std::size_t openFiles() {
+   const std::filesystem::directory_iterator files( "/proc/self/fd" );
+   return static_cast< std::size_t >( std::distance( begin( files ), end( files ) ) );
+}
+
+TEST_P( AFileThatIsNotMapped, leavesNothingOpenOrMapped ) {
+   EXPECT_NE( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
+   const std::size_t filesBefore = openFiles();
+   const std::size_t bytesBefore = bytesReserved();
+   failing.mmap = GetParam();
+   EXPECT_EQ( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
+   EXPECT_EQ( openFiles(), filesBefore );
+   EXPECT_EQ( bytesReserved(), bytesBefore );
+}
+
+TEST_F( ATroubledRingTrace, isWrittenWhereAllButTheLastOfAThousandFilesAreAlready ) {
+   const std::string start =
+      folder.path() / ( std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." );
+   for( int number = 0; number < 999; ++number ) {
+      std::ofstream( start + std::to_string( number ) + ".fennet" );
+   }
+   traceNumber( 1 );
+   EXPECT_TRUE( std::filesystem::exists( start + "999.fennet" ) );
 }
 
 // Reserving room, the header with the ring, and the ring's beginning again.

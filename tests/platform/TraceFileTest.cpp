@@ -1,0 +1,106 @@
+// What a trace file says about its origin, and what its end gives back.
+#include <platform/trace/RingBuf.h>
+
+#include "TraceFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <unistd.h>
+
+namespace {
+
+using Fennet::ClockReading;
+using Fennet::FileHeader;
+using Fennet::TraceFile;
+using Fennet::TraceFolder;
+
+// The header of the folder's one file.
+std::unique_ptr< FileHeader > headerIn( const TraceFolder& folder ) {
+   auto header = std::make_unique< FileHeader >();
+   std::ifstream( folder.files().at( 0 ), std::ios::binary )
+      .read( reinterpret_cast< char* >( header.get() ), sizeof( FileHeader ) );
+   return header;
+}
+
+std::int64_t monotonicNow() {
+   return Fennet::Impl::nanoseconds( CLOCK_MONOTONIC );
+}
+
+TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
+   const TraceFolder folder;
+   const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+   const auto header = headerIn( folder );
+   EXPECT_EQ( header->magic, Fennet::fileMagic );
+   EXPECT_EQ( header->ringSize, Fennet::minRingSize );
+   EXPECT_EQ( header->pid, getpid() );
+   EXPECT_EQ( header->tid, gettid() );
+   EXPECT_EQ( header->program, std::string( program_invocation_short_name ) );
+   std::string boot;
+   std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> boot;
+   EXPECT_EQ( header->bootId, boot );
+}
+
+TEST( ATraceFile, keepsTheStartOfALongName ) {
+   const TraceFolder folder;
+   std::string name( 100, 'n' );
+   char* const before = std::exchange( program_invocation_short_name, name.data() );
+   const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+   program_invocation_short_name = before;
+   EXPECT_EQ( headerIn( folder )->program, std::string( 63, 'n' ) );
+}
+
+TEST( ATraceFile, hasTheFirstReadingOfItsProcessAndOneOfItsOwn ) {
+   const TraceFolder folder;
+   const TraceFolder another;
+   const auto first = TraceFile::create( another.path(), Fennet::minRingSize );
+   const std::int64_t before = monotonicNow();
+   const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+   const std::int64_t after = monotonicNow();
+   const auto header = headerIn( folder );
+   EXPECT_NE( header->first.ticks, 0U );
+   EXPECT_EQ( header->first.ticks, headerIn( another )->first.ticks );
+   EXPECT_EQ( header->first.monotonic, headerIn( another )->first.monotonic );
+   EXPECT_EQ( header->readings, 1U );
+   const ClockReading& own = header->recent[1];
+   EXPECT_GE( own.monotonic, before );
+   EXPECT_LE( own.monotonic, after );
+   EXPECT_GT( own.ticks, header->first.ticks );
+   EXPECT_EQ( header->recent[0].monotonic, 0 );
+}
+
+TEST( ATraceFile, isClosedAtItsEnd ) {
+   const auto openFiles = [] {
+      const std::filesystem::directory_iterator files( "/proc/self/fd" );
+      return std::distance( begin( files ), end( files ) );
+   };
+   // Lines of the process's mappings that are of trace files.
+   const auto mappings = [] {
+      std::ifstream maps( "/proc/self/maps" );
+      int count = 0;
+      for( std::string line; std::getline( maps, line ); ) {
+         count += line.find( ".fennet" ) != std::string::npos ? 1 : 0;
+      }
+      return count;
+   };
+   const TraceFolder folder;
+   const auto filesBefore = openFiles();
+   const int mappingsBefore = mappings();
+   for( int round = 0; round < 2; ++round ) {
+      const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+      EXPECT_EQ( openFiles(), filesBefore + 1 );
+      EXPECT_EQ( mappings(), mappingsBefore + 2 );
+   }
+   EXPECT_EQ( openFiles(), filesBefore );
+   EXPECT_EQ( mappings(), mappingsBefore );
+}
+
+} // namespace
