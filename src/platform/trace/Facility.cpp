@@ -61,14 +61,13 @@ std::optional< LevelsByName > parseFacilities( std::string_view text ) {
 LevelsByName levelsOfEnvironment() {
    const char* const value = secure_getenv( "TESSEL_TRACE" );
    const std::string_view text = value ? value : "";
-   auto facilities = parseFacilities( text );
-   if( !facilities ) {
-      Tessel::Impl::report( { "TESSEL_TRACE has the malformed value \"", text,
-                              "\" and enables nothing; it is written like "
-                              "\"Sodrel=5,8;SignalMonitor=*\"" } );
-      facilities.emplace();
+   if( auto facilities = parseFacilities( text ) ) {
+      return *std::move( facilities );
    }
-   return *std::move( facilities );
+   Tessel::Impl::report( { "TESSEL_TRACE has the malformed value \"", text,
+                           "\" and enables nothing; it is written like "
+                           "\"Sodrel=5,8;SignalMonitor=*\"" } );
+   return {};
 }
 
 // Never destroyed, because handles are used until the very end of the process.
