@@ -277,15 +277,15 @@ def shown(mutant):
 
 
 def report(results, seconds):
-    columns = ("made", "killed", "late", "rejected", "dismissed", "survives")
+    columns = ("made", "killed", "late", "rejected", "dismissed", "left", "survives")
     folders = collections.defaultdict(collections.Counter)
     for mutant, result in results:
         for folder in (os.path.dirname(mutant.file), "all"):
             folders[folder]["made"] += 1
             folders[folder][result] += 1
-    print(f"{'':22}" + "".join(f"{column:>11}" for column in columns))
+    print(f"{'':22}" + "".join(f"{column:>10}" for column in columns))
     for folder in sorted(folders, key=lambda name: (name == "all", name)):
-        print(f"{folder:22}" + "".join(f"{folders[folder][column]:11}" for column in columns))
+        print(f"{folder:22}" + "".join(f"{folders[folder][column]:10}" for column in columns))
     print(f"in {seconds / 60:.0f} minutes")
     for mutant, result in results:
         if result == "survives":
@@ -302,6 +302,8 @@ def main():
     parser.add_argument("--compiled", action="store_true", help="only those")
     parser.add_argument("--slowest", type=float, default=10, metavar="SECONDS",
                         help="the longest that a test case may take")
+    parser.add_argument("--minutes", type=float, metavar="N",
+                        help="compile no more mutants after so long")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--list", action="store_true", help="print the mutants and run nothing")
     options = parser.parse_args()
@@ -352,6 +354,9 @@ def main():
     if options.switched:
         compiled = []
     for number, mutant in enumerate(compiled, 1):
+        if options.minutes and time.monotonic() - begin > 60 * options.minutes:
+            results.update((other, "left") for other in compiled[number - 1:])
+            break
         near = collections.defaultdict(set)
         for other in found:
             if other.file == mutant.file:
