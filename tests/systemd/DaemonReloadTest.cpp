@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 
 // The folder where the box keeps the units of its own.
 std::filesystem::path unitFolder( Sdbus& client ) {
-   return std::filesystem::path( text( client.unitPropertyS( "dbus.service", "FragmentPath" ) ) )
+   return std::filesystem::path( text( client.unitPropertyS( "default.target", "FragmentPath" ) ) )
       .parent_path();
 }
 
