@@ -53,7 +53,8 @@ void killBus() {
 
 bool busHasSubscribed() {
    return run( "systemctl show --property ExecStart dbus.service" ).find( "dbus-broker" ) !=
-          std::string::npos;
+             std::string::npos &&
+          std::stoi( run( "dbus-broker --version | tr -dc 0-9" ) ) >= 33;
 }
 
 std::string text( const Tessel::String& string ) {
