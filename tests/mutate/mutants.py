@@ -91,7 +91,8 @@ class Finder:
 
     def parse(self, path, arguments):
         unit = self.index.parse(
-            path, arguments, options=TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD)
+            path, arguments, list(self.sources.items()),
+            TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD)
         errors = [str(diagnostic) for diagnostic in unit.diagnostics if diagnostic.severity >= 3]
         if errors:
             raise SystemExit("\n".join(errors))

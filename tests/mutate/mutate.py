@@ -78,7 +78,8 @@ def build(*targets):
 def findMutants(sources, wanted):
     """All mutants of the wanted files."""
     for path, text in sources.items():
-        writeIfChanged(pathlib.Path(path), text)
+        if not pathlib.Path(path).exists():
+            writeIfChanged(pathlib.Path(path), text)
     configure()
     finder = finding.Finder(sources)
     for command in json.loads((BUILD / "compile_commands.json").read_text()):
