@@ -45,8 +45,10 @@ std::string run( const std::string& command ) {
 }
 
 void killBus() {
-   // systemctl 257 reports that the unit it has waited for ended badly; 252 does not.
-   run( "systemctl kill --signal=KILL --wait dbus.service || systemctl is-failed dbus.service" );
+   // systemctl 257 reports that the unit it has waited for ended badly; 252 does not. A client may
+   // have started the bus anew by then.
+   run( "bus=$(systemctl show --property MainPID --value dbus.service)\n"
+        "systemctl kill --signal=KILL --wait dbus.service || ! kill -0 $bus" );
    // Else systemd would refuse to start it too often.
    run( "systemctl reset-failed dbus.service" );
 }
