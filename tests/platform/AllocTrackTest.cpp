@@ -26,7 +26,7 @@ std::atomic< bool > threadStateRefused = false;
 // How many tables threads have been given for their counts.
 std::atomic< std::size_t > tables = 0;
 // Runs once, in the midst of the next allocation of memory.
-void ( *meanwhile )() = nullptr;
+std::atomic< void ( * )() > meanwhile = nullptr;
 
 } // namespace
 
@@ -41,7 +41,7 @@ void* __wrap__Znwm( std::size_t size ) {
    if( memoryRefused ) {
       throw std::bad_alloc();
    }
-   if( const auto work = std::exchange( meanwhile, nullptr ) ) {
+   if( const auto work = meanwhile.exchange( nullptr ) ) {
       work();
    }
    return __real__Znwm( size );
@@ -171,7 +171,7 @@ TEST_F( AnAllocationTracker, losesNoAllocationThatComesWhileItIsMade ) {
    using Type = Tracked< Samples::Numbered< 1008 > >;
    meanwhile = &Type::alloc;
    Type::alloc();
-   EXPECT_EQ( meanwhile, nullptr );
+   EXPECT_EQ( meanwhile.load(), nullptr );
    EXPECT_EQ( Type::liveAndTotal(), Counts( 2, 2 ) );
 }
 
