@@ -304,7 +304,7 @@ def main():
     parser.add_argument("--slowest", type=float, default=10, metavar="SECONDS",
                         help="the longest that a test case may take")
     parser.add_argument("--minutes", type=float, metavar="N",
-                        help="compile no more mutants after so long")
+                        help="switch mutants no longer than that, and compile some no longer")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--list", action="store_true", help="print the mutants and run nothing")
     options = parser.parse_args()
@@ -341,11 +341,16 @@ def main():
                 if mutant in unswitched or not tests.reaching[mutant.number]]
     running = [mutant for mutant in chosen if mutant not in set(compiled)]
     say(f"{len(running)} mutants are switched, {len(compiled)} compiled one by one")
+    stage = time.monotonic()
+
+    def isLate():
+        return options.minutes is not None and time.monotonic() - stage > 60 * options.minutes
+
     if options.compiled:
         running = []
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        judged = pool.map(
-            lambda mutant: tests.judge(tests.reaching[mutant.number], mutant), running)
+        judged = pool.map(lambda mutant: "left" if isLate() else tests.judge(
+            tests.reaching[mutant.number], mutant), running)
         for number, (mutant, result) in enumerate(zip(running, judged), 1):
             results[mutant] = result
             if result == "survives":
@@ -354,8 +359,9 @@ def main():
                 say(f"{number} of {len(running)}")
     if options.switched:
         compiled = []
+    stage = time.monotonic()
     for number, mutant in enumerate(compiled, 1):
-        if options.minutes and time.monotonic() - begin > 60 * options.minutes:
+        if isLate():
             results.update((other, "left") for other in compiled[number - 1:])
             break
         near = collections.defaultdict(set)
