@@ -147,7 +147,7 @@ class Member {
 TESSEL_EXPORT Member memberOf( TypeRef type, std::string_view name );
 // Likewise.
 inline Member memberOf( TypeRef type, std::uint32_t id ) {
-   if( !type.module || id >= type.module->types[type.index].memberCount ) [[unlikely]] {
+   if( !type.module || id >= type.module->types[type.index].memberCount ) {
       return {};
    }
    const TypeDesc& desc = type.module->types[type.index];
