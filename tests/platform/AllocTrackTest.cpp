@@ -134,14 +134,14 @@ TEST_F( AnAllocationTracker, countsInATableForEachThreadAndKeepsAllTablesForLate
    } );
    EXPECT_GE( tables, 30U );
    const std::size_t made = tables;
-   // All but the one that this thread still has.
-   const auto unused = static_cast< int >( made ) - 1;
-   std::barrier allAtOnce( unused );
-   inThreads( unused, [&allAtOnce] {
+   // As this thread still has one, one more than those that are left.
+   const auto wanted = static_cast< int >( made );
+   std::barrier allAtOnce( wanted );
+   inThreads( wanted, [&allAtOnce] {
       Earlier::alloc();
       allAtOnce.arrive_and_wait();
    } );
-   EXPECT_EQ( tables, made );
+   EXPECT_EQ( tables, made + 1 );
 }
 
 TEST_F( AnAllocationTracker, knowsItsTypeByNameSizeAndAlignment ) {

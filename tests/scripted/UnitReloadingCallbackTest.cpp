@@ -177,6 +177,7 @@ TEST_F( TheUnitReloadingCallback, failsForTheErrorNextToSuccessToo ) {
       script.faultIs( call, false, fails( EPERM ) );
       script.dispatch( bus, unitBecomes( "reloading" ) );
       script.faultIs( 0 );
+      EXPECT_TRUE( takeLog().ends_with( "\nPropertiesChanged callback gives -1" ) );
       expectRecord( true, false, false, false );
    }
 }
