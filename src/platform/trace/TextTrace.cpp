@@ -28,8 +28,8 @@ constinit std::atomic< TraceSink* > sink = nullptr;
 // What lines of one thread have in common, kept as text.
 struct ThreadTexts {
    Impl::ShortText id;
-   char second[20]; // "YYYY-MM-DDTHH:MM:SS"
-   std::time_t secondsTime;
+   char second[20];              // "YYYY-MM-DDTHH:MM:SS"
+   std::time_t secondsTime = -1; // the second that there is a text of
 };
 [[gnu::tls_model( "initial-exec" )]] constinit thread_local ThreadTexts threadTexts = {};
 
