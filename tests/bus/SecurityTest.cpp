@@ -148,7 +148,7 @@ std::pair< std::string, long > traced( bool privileged ) {
 TEST( APrivilegedProgram, doesNotHeedItsCallersEnvironment ) {
    const auto [ordinaryText, ordinaryFiles] = traced( false );
    EXPECT_NE( ordinaryText, "" );
-   EXPECT_EQ( ordinaryFiles, 1 );
+   EXPECT_GT( ordinaryFiles, 0 );
    EXPECT_EQ( traced( true ), std::pair( std::string(), 0L ) );
 }
 
