@@ -9,7 +9,8 @@ from pathlib import Path
 
 HERE = Path(__file__).parent
 
-# The core that every client is pinned to while it is timed; whatever serves it may run on any.
+# The core that every client is pinned to while it is timed, and with it whatever serves it: what it
+# takes to wake another core depends on what else the machine does.
 CORE = max(os.sched_getaffinity(0))
 
 
@@ -74,7 +75,8 @@ class Client:
             environment += [("LD_PRELOAD", str(Path(programs) / "steady.so")),
                             ("G_SLICE", "always-malloc")]
         else:
-            command = ["taskset", "--cpu-list", str(CORE)]
+            around = ("taskset", "--cpu-list", str(CORE), *around)
+            command = []
         command.append(str(Path(programs) / kind.program))
         if environment:
             command = ["env", *(f"{name}={value}" for name, value in environment), *command]
