@@ -38,7 +38,8 @@ function(sodrel_library name)
       VERIFY_INTERFACE_HEADER_SETS ON)
    set(map "${CMAKE_CURRENT_SOURCE_DIR}/${name}.map")
    set_property(TARGET ${name} PROPERTY LINK_DEPENDS "${map}")
-   target_link_options(${name} PRIVATE "LINKER:--version-script=${map}")
+   # A call of one exported function by another is as direct as any other.
+   target_link_options(${name} PRIVATE "LINKER:--version-script=${map}" LINKER:-Bsymbolic-functions)
    # What runs when a thread ends stays where it is after a dlclose.
    target_link_options(${name} PRIVATE LINKER:-z,nodelete)
    if(NOT SODREL_SANITIZE)
