@@ -112,7 +112,7 @@ struct BareEntityWay {
 struct NewDeleteWay {
    using Handle = void*;
    Handle create() { return ::operator new( entityBytes ); }
-   void drop( Handle block ) { ::operator delete( block, entityBytes ); }
+   void drop( Handle block ) { ::operator delete( block ); }
 };
 
 struct MakeSharedWay {
