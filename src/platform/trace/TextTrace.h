@@ -75,4 +75,15 @@ void fmtrace(
       handle, level, file, function, line, tag, std::string_view( text.data(), text.size() ) );
 }
 
+// Likewise, for a trace whose `origin`, "LEVEL FILE:LINE FUNCTION", was joined beforehand.
+template< typename... Args >
+void fmtrace(
+   std::string_view origin, const Orl::TraceHandle& handle, int level, const char* file,
+   const char* function, int line, const char* tag, std::string_view format, const Args&... args ) {
+   fmt::memory_buffer text;
+   Impl::formatTrace( text, format, args... );
+   Impl::vfmtrace(
+      { handle.name(), level, file, function, line, tag, { text.data(), text.size() } }, origin );
+}
+
 } // namespace Tessel

@@ -177,11 +177,9 @@ class TracePoint {
 
    template< typename... Args >
    [[gnu::noinline]] void text( std::string_view origin, const Args&... args ) const {
-      fmt::memory_buffer text;
-      Impl::formatTrace( text, format_, Impl::printable( args )... );
-      Impl::vfmtrace(
-         { facility_().name(), level_, file_, function_, line_, "", { text.data(), text.size() } },
-         origin );
+      fmtrace(
+         origin, facility_(), level_, file_, function_, line_, "", format_,
+         Impl::printable( args )... );
    }
 
    // Registers the trace point's description in the file; false when it takes none.
