@@ -113,6 +113,15 @@ class AKilledProcess : public testing::Test {
       }
    }
 
+   // Also what a failure has left.
+   void TearDown() override {
+      RecordProperty( "kills", kills_ );
+      RecordProperty( "found", std::to_string( found_ ) );
+      RecordProperty( "lost", std::to_string( lost_ ) );
+      RecordProperty( "torn", torn_ );
+   }
+
+   int kills_ = 0;
    std::int64_t found_ = 0;
    std::int64_t lost_ = 0;
    int torn_ = 0;
@@ -123,19 +132,15 @@ TEST_F( AKilledProcess, leavesEveryFinishedRecordAndNoTornOne ) {
    std::mt19937 random( 1 );
    // From the very first records to several times round the ring.
    std::geometric_distribution< std::int64_t > records( 1.0 / 1000 );
-   constexpr int kills = 1000;
-   for( int times = 0; times < kills; ++times ) {
+   while( kills_ < 1000 ) {
       const TraceFolder folder;
       new( progress_ ) Progress{};
       ASSERT_NO_FATAL_FAILURE( runUntil( records( random ), folder ) );
-      ASSERT_NO_FATAL_FAILURE( count( folder ) ) << "after kill " << times;
-      ASSERT_EQ( lost_, 0 ) << "after kill " << times;
-      ASSERT_EQ( torn_, 0 ) << "after kill " << times;
+      ++kills_;
+      ASSERT_NO_FATAL_FAILURE( count( folder ) ) << "after kill " << kills_;
+      ASSERT_EQ( lost_, 0 ) << "after kill " << kills_;
+      ASSERT_EQ( torn_, 0 ) << "after kill " << kills_;
    }
-   RecordProperty( "kills", kills );
-   RecordProperty( "found", std::to_string( found_ ) );
-   RecordProperty( "lost", static_cast< int >( lost_ ) );
-   RecordProperty( "torn", torn_ );
 }
 
 } // namespace
