@@ -39,7 +39,8 @@ class BusWitness {
    void awaitEndOfBus() const {
       siginfo_t ended;
       // It remains for the one who owns it.
-      while( waitid( P_PID, daemon, &ended, WEXITED | WNOWAIT ) < 0 && errno == EINTR ) {
+      while( waitid( P_PID, daemon, &ended, WEXITED | WNOWAIT ) < 0 ) {
+         checked( errno == EINTR ? 0 : -errno, "waitid" );
       }
    }
 
