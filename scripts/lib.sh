@@ -1,4 +1,4 @@
-# What the scripts share: the repository's root as the current folder, and a way to give up.
+# What the scripts share; sourced by each, which then runs at the repository's root.
 set -euo pipefail
 
 script="scripts/$(basename "$0")"

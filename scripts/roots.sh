@@ -62,12 +62,12 @@ machineDel() {
 # isMissing NAME RECIPE
 isMissing() {
     exec {lock}>"$roots/$1.lock"
-    flock "$lock"
+    flock "$lock" || die "cannot lock $1"
     if [[ -e $roots/$1.recipe && $(<"$roots/$1.recipe") == "$2" ]]; then
         exec {lock}>&-
         return 1
     fi
-    rm -rf "${roots:?}/$1" "$roots/$1.recipe"
+    rm -rf "${roots:?}/$1" "$roots/$1.recipe" || die "cannot remove $roots/$1"
 }
 
 # isMade NAME RECIPE
