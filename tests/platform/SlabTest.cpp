@@ -411,45 +411,38 @@ TEST_F( SlabsOfAThread, serveTheNextThreadAlsoWhenTheyAreFull ) {
    freeAll( taken );
 }
 
-TEST_F( SlabsOfAThread, canBeUsedWhileItEnds ) {
+// Runs something with a thread's last block at the thread's end.
+void atTheEndOfAThread( void ( *run )( void* block ) ) {
    // Such a key's destructor runs after the allocator's own, whose key is older.
    slabFree( slabAlloc( entityBytes ) );
-   static void* fresh = nullptr;
    pthread_key_t key{};
-   ASSERT_EQ(
-      pthread_key_create(
-         &key,
-         []( void* block ) {
-            fresh = slabAlloc( entityBytes );
-            slabFree( block );
-         } ),
-      0 );
+   ASSERT_EQ( pthread_key_create( &key, run ), 0 );
    inThread( [key] { __real_pthread_setspecific( key, slabAlloc( entityBytes ) ); } );
-   ASSERT_NE( fresh, nullptr );
-   slabFree( fresh );
    pthread_key_delete( key );
 }
 
-TEST_F( SlabsOfAThread, areAnothersOnceItHasLeftThem ) {
-   // As above. In the meantime other threads have taken the heap.
-   slabFree( slabAlloc( entityBytes ) );
+TEST_F( SlabsOfAThread, canBeUsedWhileItEnds ) {
    static void* fresh = nullptr;
-   pthread_key_t key{};
-   ASSERT_EQ(
-      pthread_key_create(
-         &key,
-         []( void* block ) {
-            slabFree( block );
-            HeapKeepers keepers;
-            keepers.takeAllThatAreLeft();
-            heapRefused = true;
-            fresh = slabAlloc( entityBytes );
-            heapRefused = false;
-         } ),
-      0 );
-   inThread( [key] { __real_pthread_setspecific( key, slabAlloc( entityBytes ) ); } );
+   atTheEndOfAThread( []( void* block ) {
+      fresh = slabAlloc( entityBytes );
+      slabFree( block );
+   } );
+   ASSERT_NE( fresh, nullptr );
+   slabFree( fresh );
+}
+
+TEST_F( SlabsOfAThread, areAnothersOnceItHasLeftThem ) {
+   static void* fresh = nullptr;
+   // In the meantime other threads have taken the heap.
+   atTheEndOfAThread( []( void* block ) {
+      slabFree( block );
+      HeapKeepers keepers;
+      keepers.takeAllThatAreLeft();
+      heapRefused = true;
+      fresh = slabAlloc( entityBytes );
+      heapRefused = false;
+   } );
    EXPECT_EQ( fresh, nullptr );
-   pthread_key_delete( key );
 }
 
 // Eight threads pass blocks on through mailboxes and check that each block stays what it was.
