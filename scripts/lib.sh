@@ -28,6 +28,11 @@ resultCount() {
     sed -n "s/^\t$1=\"\([0-9]*\)\"$/\1/p" "$2"
 }
 
+# How many tests of such a report could not run: notRunCount FILE
+notRunCount() {
+    echo $(($(resultCount skipped "$1") + $(resultCount disabled "$1")))
+}
+
 # Copies the sources without what git ignores, also while somebody works on them: copySources FOLDER
 copySources() {
     { tar -c --exclude=./.git --exclude=./.deps --exclude=./build . || [[ $? == 1 ]]; } |
