@@ -5,29 +5,19 @@ Prints the table, and leaves it in FOLDER as table.txt, results.json and plot.sv
 """
 import json
 import os
-import platform
 import subprocess
 import sys
 from pathlib import Path
 
+sys.path.append(str(Path(__file__).parent.parent))
+
 import clients
+import machine
 import measure
 import report
 
 PACKAGES = ("systemd", "libsystemd0", "dbus-daemon", "libsdbus-c++1", "libglib2.0-0",
             "python3-dbus", "golang-dbus-dev", "valgrind")
-
-
-def machine():
-    cpu = next(line.split(":")[1].strip() for line in open("/proc/cpuinfo")
-               if line.startswith("model name"))
-    release = platform.freedesktop_os_release()["PRETTY_NAME"]
-    load = ", ".join(f"{value:.1f}" for value in os.getloadavg())
-    query = subprocess.run(["dpkg-query", "-W", "-f=${Package} ${Version}\n", *PACKAGES],
-                           stdout=subprocess.PIPE, text=True, check=True)
-    return [f"{cpu}, {os.cpu_count()} cores, Linux {platform.release()}, {release}",
-            ", ".join(query.stdout.splitlines()),
-            f"load when it began (1, 5, 15 minutes): {load}"]
 
 
 def share_core():
@@ -39,7 +29,7 @@ def share_core():
 
 def main():
     programs, folder = sys.argv[1:]
-    results = {"machine": machine()}
+    results = {"machine": machine.described(PACKAGES, check=True)}
     subprocess.run(["systemctl", "start", "bench-runs.service"], check=True)
     share_core()
     observer = clients.Observer(programs)

@@ -6,7 +6,6 @@ Prints the table, and leaves it in FOLDER as table.txt and results.json.
 import dataclasses
 import json
 import os
-import platform
 import re
 import subprocess
 import sys
@@ -14,6 +13,10 @@ import tempfile
 from pathlib import Path
 
 HERE = Path(__file__).parent
+sys.path.append(str(HERE.parent))
+
+import machine
+
 CORE = str(max(os.sched_getaffinity(0)))
 PACKAGES = ("g++", "libc6", "libbenchmark1debian", "libmimalloc2.0", "libspdlog1.10",
             "liblttng-ust1", "lttng-tools", "valgrind")
@@ -67,18 +70,6 @@ COMPARISONS = (
 # A process that has had a second thread is not what these are about.
 ALONE = (create("Entity"), create("NewDelete"), create("Mimalloc"),
          "copyAndDrop/entity", "copyAndDrop/plainCount")
-
-
-def machine():
-    cpu = next(line.split(":")[1].strip() for line in open("/proc/cpuinfo")
-               if line.startswith("model name"))
-    release = platform.freedesktop_os_release()["PRETTY_NAME"]
-    load = ", ".join(f"{value:.1f}" for value in os.getloadavg())
-    query = subprocess.run(["dpkg-query", "-W", "-f=${Package} ${Version}\n", *PACKAGES],
-                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-    return [f"{cpu}, {os.cpu_count()} cores, Linux {platform.release()}, {release}",
-            ", ".join(query.stdout.splitlines()),
-            f"load when it began (1, 5, 15 minutes): {load}"]
 
 
 def pattern(names):
@@ -184,7 +175,7 @@ def table(results):
 def main():
     build, folder = map(Path, sys.argv[1:])
     programs = build / "bench"
-    results = {"machine": machine()}
+    results = {"machine": machine.described(PACKAGES, stderr=subprocess.DEVNULL)}
     with tempfile.TemporaryDirectory(prefix="bench-lttng.") as snapshots:
         results["times"] = times(programs, snapshots)
         results["recorded"] = recorded(snapshots)
