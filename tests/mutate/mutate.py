@@ -67,10 +67,9 @@ def configure():
          f"-DCMAKE_CXX_FLAGS_DEBUG={FLAGS}"], check=True, stdout=subprocess.DEVNULL)
 
 
-def build(*targets):
-    """Empty when all tests, or just these targets, are built, else the compiler's messages."""
-    targets = targets or [f"tests/{level}/all" for level in LEVELS]
-    done = subprocess.run(["ninja", "-C", BUILD, "-k", "0", "-j", str(os.cpu_count()), *targets],
+def build(*arguments):
+    """Empty when all is built, else the compiler's messages."""
+    done = subprocess.run(["ninja", "-C", BUILD, "-j", str(os.cpu_count()), *arguments],
                           capture_output=True, text=True)
     return "" if done.returncode == 0 else done.stdout or "failed"
 
@@ -110,7 +109,7 @@ def buildSwitchable(sources, mutants):
     rest = []
     while True:
         writeSwitchable(sources, mutants)
-        messages = build()
+        messages = build("-k", "0", *(f"tests/{level}/all" for level in LEVELS))
         if not messages:
             return rest
         troubled = set()
@@ -298,9 +297,10 @@ def main():
     parser.add_argument("--file", default="", metavar="PATTERN", help="files to mutate")
     parser.add_argument("--sample", type=int, metavar="N", help="so many of the mutants")
     parser.add_argument("--seed", type=int, default=1, help="of the sample")
-    parser.add_argument("--switched", action="store_true",
-                        help="leave out what has to be compiled one by one")
-    parser.add_argument("--compiled", action="store_true", help="only those")
+    ways = parser.add_mutually_exclusive_group()
+    ways.add_argument("--switched", action="store_true",
+                      help="leave out what has to be compiled one by one")
+    ways.add_argument("--compiled", action="store_true", help="only those")
     parser.add_argument("--slowest", type=float, default=10, metavar="SECONDS",
                         help="the longest that a test case may take")
     parser.add_argument("--minutes", type=float, metavar="N",
