@@ -318,6 +318,41 @@ TEST_F( AnAllocationTracker, countsWhereTheEndOfAThreadIsNotTold ) {
    EXPECT_EQ( Type::liveAndTotal(), Counts( 3, 4 ) );
 }
 
+TEST_F( AnAllocationTracker, countsInNoTableThatAThreadHasLeft ) {
+   using Type = Tracked< Samples::Numbered< 1013 > >;
+   static std::size_t made = 0;
+   Type::alloc();
+   // Such a key's destructor runs after the tracker's own, whose key is older.
+   pthread_key_t key{};
+   ASSERT_EQ(
+      pthread_key_create(
+         &key,
+         []( void* ) {
+            // In the meantime other threads have taken all tables.
+            std::barrier atOnce( static_cast< int >( tables ) );
+            std::thread others( [&atOnce] {
+               inThreads( static_cast< int >( tables ) - 1, [&atOnce] {
+                  Type::alloc();
+                  atOnce.arrive_and_wait();
+                  atOnce.arrive_and_wait();
+               } );
+            } );
+            atOnce.arrive_and_wait();
+            const std::size_t before = tables;
+            Type::alloc();
+            made = tables - before;
+            atOnce.arrive_and_wait();
+            others.join();
+         } ),
+      0 );
+   inThreads( 1, [key] {
+      Type::alloc();
+      __real_pthread_setspecific( key, &made );
+   } );
+   pthread_key_delete( key );
+   EXPECT_EQ( made, 1U );
+}
+
 TEST_F( AnAllocationTracker, losesNoTableWhereTheEndOfAThreadIsNotTold ) {
    using Type = Tracked< Samples::Numbered< 1012 > >;
    const std::size_t before = tables;

@@ -8,12 +8,6 @@
 #include <cstring>
 #include <fstream>
 
-// The linker leads the platform's calls of Fennet::Impl::tscIsInvariant here.
-extern "C" bool tscIsNotInvariant() asm( "__wrap__ZN6Fennet4Impl14tscIsInvariantEv" );
-bool tscIsNotInvariant() {
-   return false;
-}
-
 namespace {
 
 TRACE_FACILITY( "MonotonicTraceTest" );

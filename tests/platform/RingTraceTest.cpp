@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <thread>
@@ -404,26 +403,6 @@ TEST( AMessageDescription, isEmptyWhereNothingIsSaid ) {
    EXPECT_EQ( description.format, "" );
    EXPECT_EQ( description.facility, "" );
    EXPECT_EQ( description.level, 0 );
-}
-
-// The file's own clock readings, which the reader makes times of.
-TEST( AFile, isToldTheClocksAgainWheneverItsAgeHasDoubled ) {
-   const TraceFolder folder;
-   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
-   Fennet::TraceFile& file = *handle.mtTraceFile();
-   std::uint64_t records = 0;
-   std::uint64_t readings = 0;
-   while( readings < 2 || records < 10'000 ) {
-      Fennet::RingBuf ring;
-      ring.startMsg( file, 1 );
-      ring.endMsg();
-      if( ++records % 100 == 0 ) {
-         std::ifstream bytes( folder.files()[0], std::ios::binary );
-         bytes.seekg( offsetof( Fennet::FileHeader, readings ) );
-         bytes.read( reinterpret_cast< char* >( &readings ), sizeof readings );
-      }
-   }
-   EXPECT_LT( readings, records / 10 );
 }
 
 TEST( ARecord, takesNothingMoreOnceAnArgumentWasRefused ) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <barrier>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -83,6 +84,7 @@ using Tessel::slabStats;
 constexpr std::size_t slabBytes = 64 * 1024;
 constexpr std::size_t reserveCount = 16;
 constexpr std::size_t entityBytes = 64;
+constexpr std::size_t blocksPerSlab = ( slabBytes - entityBytes ) / entityBytes;
 // More than the reserve can hold.
 constexpr std::size_t many = 30 * slabBytes / entityBytes;
 
@@ -366,16 +368,45 @@ TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
 class SlabsOfAThread : public TheSlabAllocator {};
 
 TEST_F( SlabsOfAThread, takeBackWhatOtherThreadsFree ) {
-   freeAll( blocks( many ) );
+   // Without a block to spare, so that one that is lost takes another slab.
+   constexpr std::size_t wholeSlabs = 30 * blocksPerSlab;
+   freeAll( blocks( wholeSlabs ) );
    std::size_t most = 0;
    for( int round = 0; round < 10; ++round ) {
-      const std::vector< void* > taken = blocks( many );
+      const std::vector< void* > taken = blocks( wholeSlabs );
       if( round == 0 ) {
          most = slabStats().slabsMapped;
       }
       EXPECT_LE( slabStats().slabsMapped, most );
-      inThread( [&taken] { freeAll( taken ); } );
+      const auto half = taken.begin() + wholeSlabs / 2;
+      std::barrier atOnce( 2 );
+      const std::jthread other( [&] {
+         atOnce.arrive_and_wait();
+         freeAll( { half, taken.end() } );
+      } );
+      inThread( [&] {
+         atOnce.arrive_and_wait();
+         freeAll( { taken.begin(), half } );
+      } );
    }
+}
+
+TEST_F( SlabsOfAThread, takeBackWhatComesWhileItEnds ) {
+   const std::size_t before = slabStats().slabsMapped;
+   for( int round = 0; round < 100; ++round ) {
+      std::vector< void* > taken;
+      std::atomic< bool > given = false;
+      const std::jthread ending( [&] {
+         taken = blocks( 3000 );
+         given = true;
+      } );
+      // Not a wait, after which the thread would have come to its end.
+      while( !given ) {
+         std::this_thread::yield();
+      }
+      freeAll( taken );
+   }
+   EXPECT_LE( slabStats().slabsMapped, before + reserveCount );
 }
 
 TEST_F( SlabsOfAThread, goToTheSystemWhenItHasEndedAndTheLastBlockIsFreed ) {
@@ -403,7 +434,6 @@ TEST_F( SlabsOfAThread, serveTheNextThread ) {
 }
 
 TEST_F( SlabsOfAThread, serveTheNextThreadAlsoWhenTheyAreFull ) {
-   constexpr std::size_t blocksPerSlab = ( slabBytes - entityBytes ) / entityBytes;
    std::vector< void* > taken;
    inThread( [&taken] { taken = blocks( blocksPerSlab ); } );
    inThread( [&taken] { taken.push_back( slabAlloc( entityBytes ) ); } );

@@ -73,9 +73,9 @@ constexpr auto twoDigits = [] {
 class Microseconds {
  public:
    explicit Microseconds( std::size_t microseconds ) {
-      std::memcpy( text_, &twoDigits[2 * ( microseconds / 10'000 )], 2 );
-      std::memcpy( text_ + 2, &twoDigits[2 * ( microseconds / 100 % 100 )], 2 );
       std::memcpy( text_ + 4, &twoDigits[2 * ( microseconds % 100 )], 2 );
+      std::memcpy( text_ + 2, &twoDigits[2 * ( microseconds / 100 % 100 )], 2 );
+      std::memcpy( text_, &twoDigits[2 * ( microseconds / 10'000 )], 2 );
    }
    [[nodiscard]] std::string_view text() const { return { text_, sizeof text_ }; }
 
