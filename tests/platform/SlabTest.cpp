@@ -1,5 +1,6 @@
 // The blocks of the slab allocator: what they are, where they go, and what happens between threads.
 #include <platform/memory/Slab.h>
+#include <platform/memory/SlabMemory.h>
 
 #include <gtest/gtest.h>
 
@@ -196,7 +197,7 @@ TEST_F( ASlabBlock, thatIsNoneEndsTheProcess ) {
    EXPECT_DEATH( slabFree( foreign ), text );
 }
 
-#if !defined( NDEBUG ) || defined( __SANITIZE_ADDRESS__ )
+#if !defined( NDEBUG ) || defined( TESSEL_ASAN )
 TEST_F( ASlabBlock, freedTwiceInARowEndsTheProcess ) {
    void* const block = slabAlloc( entityBytes );
    slabFree( block );
@@ -208,7 +209,7 @@ TEST_F( ASlabBlock, freedTwiceInARowEndsTheProcess ) {
 }
 #endif
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef TESSEL_ASAN
 TEST_F( ASlabBlock, isGuardedByTheAddressSanitizerWhileFree ) {
    auto* const own = static_cast< volatile char* >( slabAlloc( entityBytes ) );
    slabFree( const_cast< char* >( own ) );

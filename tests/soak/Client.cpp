@@ -2,6 +2,7 @@
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>
+#include <platform/memory/SlabMemory.h>
 #include <platform/trace/TextTrace.h>
 
 #include <algorithm>
@@ -16,6 +17,10 @@
 #include <string>
 #include <string_view>
 
+#ifdef TESSEL_ASAN
+#include <sanitizer/allocator_interface.h>
+#endif
+
 namespace Sodrel::Soak {
 
 namespace {
@@ -24,8 +29,11 @@ long openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// KiB.
-long residentMemory() {
+// KiB: what is resident, or just what is allocated where the address sanitizer would keep the rest.
+long memoryInUse() {
+#ifdef TESSEL_ASAN
+   return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
+#else
    std::ifstream status( "/proc/self/status" );
    for( std::string word; status >> word; ) {
       if( word == "VmRSS:" ) {
@@ -35,6 +43,7 @@ long residentMemory() {
       }
    }
    return 0;
+#endif
 }
 
 // Counts the renewals of the connection, the only traces at level 5.
@@ -70,13 +79,13 @@ class Client {
       }
       reload();
       report->descriptorsAtStart = openDescriptors();
-      report->memoryAtStart = residentMemory();
+      report->memoryAtStart = memoryInUse();
       while( !shared->over ) {
          step();
       }
       // One descriptor is the connection's, which is absent after a failed renewal.
       report->descriptors = openDescriptors();
-      report->memory = residentMemory();
+      report->memory = memoryInUse();
       if( report->descriptors > report->descriptorsAtStart + 1 ) {
          violation( "descriptors have leaked" );
       }
