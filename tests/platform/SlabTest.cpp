@@ -242,13 +242,31 @@ TEST_F( TheSlabAllocator, givesEmptySlabsBackToTheSystem ) {
    }
 }
 
+TEST_F( TheSlabAllocator, keepsSomeEmptySlabsInReserve ) {
+   // Until no slab has room but the one that is mapped for the last block.
+   std::vector< void* > taken;
+   const std::size_t before = slabStats().slabsMapped;
+   while( slabStats().slabsMapped == before ) {
+      taken.push_back( slabAlloc( entityBytes ) );
+   }
+   freeAll( blocks( many, 2 * entityBytes ) );
+   const std::size_t full = slabStats().slabsMapped;
+   const std::vector< void* > more = blocks( blocksPerSlab - 1 + reserveCount * blocksPerSlab );
+   EXPECT_EQ( slabStats().slabsMapped, full );
+   taken.push_back( slabAlloc( entityBytes ) );
+   EXPECT_EQ( slabStats().slabsMapped, full + 1 );
+   freeAll( taken );
+   freeAll( more );
+}
+
 TEST_F( TheSlabAllocator, givesALargeBlockBackAtOnce ) {
    const std::size_t before = bytesMapped;
-   const std::size_t size = 10 * slabBytes;
-   void* const block = slabAlloc( size );
-   EXPECT_EQ( bytesMapped, before + size + slabBytes );
-   slabFree( block );
-   EXPECT_EQ( bytesMapped, before );
+   for( const std::size_t slabs : { 1, 10 } ) {
+      void* const block = slabAlloc( slabs == 1 ? 1025 : slabs * slabBytes - 64 );
+      EXPECT_EQ( bytesMapped, before + slabs * slabBytes );
+      slabFree( block );
+      EXPECT_EQ( bytesMapped, before );
+   }
 }
 
 TEST_F( TheSlabAllocator, hasNoBlockOfAnImpossibleSize ) {

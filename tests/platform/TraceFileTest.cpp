@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -33,6 +34,26 @@ std::unique_ptr< FileHeader > headerIn( const TraceFolder& folder ) {
 
 std::int64_t monotonicNow() {
    return Fennet::Impl::nanoseconds( CLOCK_MONOTONIC );
+}
+
+// Files are also read by tools of another release: a change of these needs another magic.
+TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
+   EXPECT_EQ( Fennet::fileMagic, 0x0a31'5445'4e4e'4546U );
+   EXPECT_EQ( Fennet::minRingSize, 65'536U );
+   EXPECT_EQ( Fennet::maxRingSize, 1'073'741'824U );
+   EXPECT_EQ( Fennet::maxHeaderSize, 65'536U );
+   EXPECT_EQ( Fennet::maxDescriptionsSize, 268'435'456U );
+   EXPECT_EQ( Fennet::maxRecordSize, 4096U );
+   EXPECT_EQ( Fennet::recordAlignment, 8U );
+   EXPECT_EQ( Fennet::cutString, 0x8000 );
+   EXPECT_EQ( Fennet::descriptionStrings, 6U );
+   EXPECT_EQ( Fennet::maxDescriptionText, 8192U );
+   EXPECT_EQ( offsetof( FileHeader, first ), 128U );
+   EXPECT_EQ( offsetof( FileHeader, readings ), 200U );
+   EXPECT_EQ( offsetof( FileHeader, tail ), 256U );
+   EXPECT_EQ( sizeof( FileHeader ), 320U );
+   EXPECT_EQ( sizeof( Fennet::RecordHead ), 16U );
+   EXPECT_EQ( sizeof( Fennet::DescriptionHead ), 16U );
 }
 
 TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
