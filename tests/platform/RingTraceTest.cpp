@@ -61,6 +61,18 @@ TEST_F( ARingTrace, isDescribedByItsOrigin ) {
    EXPECT_EQ( records[0].origin->tid, gettid() );
 }
 
+TEST( TheCodeOfAnArgument, saysItsKindAndItsWidth ) {
+   using Tessel::Impl::argumentCode;
+   EXPECT_STREQ( argumentCode< const char* >(), "p" );
+   EXPECT_STREQ( argumentCode< bool >(), "b" );
+   EXPECT_STREQ( argumentCode< std::int8_t >(), "si" );
+   EXPECT_STREQ( argumentCode< std::int32_t >(), "si" );
+   EXPECT_STREQ( argumentCode< std::int64_t >(), "sl" );
+   EXPECT_STREQ( argumentCode< std::uint8_t >(), "ui" );
+   EXPECT_STREQ( argumentCode< std::uint32_t >(), "ui" );
+   EXPECT_STREQ( argumentCode< std::uint64_t >(), "ul" );
+}
+
 TEST_F( ARingTrace, keepsArgumentsByTheirTypes ) {
    const auto least = std::numeric_limits< std::int64_t >::min();
    const auto most = std::numeric_limits< std::uint64_t >::max();

@@ -64,10 +64,10 @@ TEST_F( ATextTrace, carriesItsOrigin ) {
    EXPECT_STREQ( capture.last.tag, "" );
 }
 
-TEST( TheOriginOfATrace, isJoinedWhenCompiling ) {
-   constexpr auto shortest = Tessel::Impl::originOf< 0, 1 >( "", "" );
+TEST( TheOriginOfATrace, isLevelFileLineAndFunction ) {
+   const auto shortest = Tessel::Impl::originOf< 0, 1 >( "", "" );
    EXPECT_EQ( std::string_view( shortest.data(), shortest.size() ), "0 :1 " );
-   constexpr auto longer = Tessel::Impl::originOf< 31, 1090 >( "src/a.cpp", "handleDeleted" );
+   const auto longer = Tessel::Impl::originOf< 31, 1090 >( "src/a.cpp", "handleDeleted" );
    EXPECT_EQ( std::string_view( longer.data(), longer.size() ), "31 src/a.cpp:1090 handleDeleted" );
 }
 

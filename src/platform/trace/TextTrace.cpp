@@ -135,10 +135,4 @@ void Impl::vfmtrace( const TextTrace& trace, std::string_view origin ) {
    }
 }
 
-void Impl::vfmtrace(
-   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
-   const char* tag, std::string_view text ) {
-   vfmtrace( { handle.name(), level, file, function, line, tag, text }, "" );
-}
-
 } // namespace Tessel

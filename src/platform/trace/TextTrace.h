@@ -46,44 +46,34 @@ TESSEL_EXPORT TraceSink* traceSinkIs( TraceSink* sink ) noexcept;
 
 namespace Impl {
 
-// Hands a finished text with its origin to the sink.
-TESSEL_EXPORT void vfmtrace(
-   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
-   const char* tag, std::string_view text );
-// Likewise; `origin` is "LEVEL FILE:LINE FUNCTION", joined beforehand.
+// Hands a finished text with its origin to the sink. `origin` is "LEVEL FILE:LINE FUNCTION" where
+// that was joined beforehand, else empty.
 TESSEL_EXPORT void vfmtrace( const TextTrace& trace, std::string_view origin );
-
-template< typename... Args >
-void formatTrace( fmt::memory_buffer& text, std::string_view format, const Args&... args ) {
-   fmt::vformat_to(
-      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
-      fmt::make_format_args( args... ) );
-}
 
 } // namespace Impl
 
-// Formats one text trace and hands it to the sink, whether or not its level is enabled.
+// Formats one text trace and hands it to the sink, whether or not its level is enabled. `origin` is
+// "LEVEL FILE:LINE FUNCTION" where that was joined beforehand, else empty.
 //
 // Throws fmt::format_error when the format and the arguments do not fit.
-template< typename... Args >
-void fmtrace(
-   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
-   const char* tag, std::string_view format, const Args&... args ) {
-   fmt::memory_buffer text;
-   Impl::formatTrace( text, format, args... );
-   Impl::vfmtrace(
-      handle, level, file, function, line, tag, std::string_view( text.data(), text.size() ) );
-}
-
-// Likewise, for a trace whose `origin`, "LEVEL FILE:LINE FUNCTION", was joined beforehand.
 template< typename... Args >
 void fmtrace(
    std::string_view origin, const Orl::TraceHandle& handle, int level, const char* file,
    const char* function, int line, const char* tag, std::string_view format, const Args&... args ) {
    fmt::memory_buffer text;
-   Impl::formatTrace( text, format, args... );
+   fmt::vformat_to(
+      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
+      fmt::make_format_args( args... ) );
    Impl::vfmtrace(
       { handle.name(), level, file, function, line, tag, { text.data(), text.size() } }, origin );
+}
+
+// Likewise, for a trace whose origin is not joined yet.
+template< typename... Args >
+void fmtrace(
+   const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
+   const char* tag, std::string_view format, const Args&... args ) {
+   fmtrace( "", handle, level, file, function, line, tag, format, args... );
 }
 
 } // namespace Tessel

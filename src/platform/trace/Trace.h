@@ -51,7 +51,7 @@ using RingNumberFor = std::conditional_t<
       std::conditional_t< std::signed_integral< T >, std::int64_t, std::uint64_t > > >;
 
 template< typename T >
-consteval const char* argumentCode() {
+constexpr const char* argumentCode() {
    static_assert(
       TraceString< T > || TraceNumber< T >,
       "an argument of a trace is a string, a bool or an integer" );
@@ -90,7 +90,7 @@ constexpr std::size_t digitsOf( int number ) {
 
 // The text "LEVEL FILE:LINE FUNCTION" of a trace's origin, of numbers that are not negative.
 template< int level, int line, std::size_t fileSize, std::size_t functionSize >
-consteval auto originOf( const char ( &file )[fileSize], const char ( &function )[functionSize] ) {
+constexpr auto originOf( const char ( &file )[fileSize], const char ( &function )[functionSize] ) {
    // The places of the two NULs and one more are those of the three separators.
    std::array< char, digitsOf( level ) + fileSize + digitsOf( line ) + functionSize + 1 > origin{};
    char* end = origin.data();
