@@ -1,5 +1,6 @@
 // What a trace file says about its origin, and what its end gives back.
 #include <platform/trace/RingBuf.h>
+#include <platform/trace/Ticks.h>
 
 #include "TraceFolder.h"
 
@@ -55,6 +56,16 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( sizeof( Fennet::RecordHead ), 16U );
    EXPECT_EQ( sizeof( Fennet::DescriptionHead ), 16U );
 }
+
+#if defined( __x86_64__ )
+TEST( TheTimeStampCounter, isUsedWhereItRunsAtOneRateAndNeverStops ) {
+   std::ifstream processors( "/proc/cpuinfo" );
+   std::string word;
+   while( processors >> word && word != "nonstop_tsc" ) {
+   }
+   EXPECT_EQ( Fennet::Impl::tscIsInvariant(), word == "nonstop_tsc" );
+}
+#endif
 
 TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
    const TraceFolder folder;
