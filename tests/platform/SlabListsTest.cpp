@@ -1,4 +1,6 @@
 // Which slab a block comes from, and what becomes of slabs whose blocks come back in any order.
+#include "Slabs.h"
+
 #include <platform/memory/Slab.h>
 
 #include <gtest/gtest.h>
@@ -11,34 +13,11 @@
 #include <thread>
 #include <vector>
 
+namespace PlatformTest {
 namespace {
 
 using Tessel::slabAlloc;
 using Tessel::slabStats;
-
-constexpr std::size_t slabBytes = 64 * 1024;
-constexpr std::size_t headBytes = 64;
-constexpr std::size_t reserveCount = 16;
-
-using Blocks = std::vector< void* >;
-
-Blocks blocks( std::size_t count, std::size_t size ) {
-   Blocks taken;
-   for( std::size_t i = 0; i < count; ++i ) {
-      taken.push_back( slabAlloc( size ) );
-   }
-   return taken;
-}
-
-void freeAll( const Blocks& taken ) {
-   for( void* const block : taken ) {
-      Tessel::slabFree( block, typeid( int ) );
-   }
-}
-
-std::size_t blocksPerSlab( std::size_t size ) {
-   return ( slabBytes - headBytes ) / size;
-}
 
 class TheSlabsOfAThread : public testing::TestWithParam< std::size_t > {
  protected:
@@ -134,3 +113,4 @@ TEST_P( TheSlabsOfAThread, goBackAfterTheEndOfManyWhenTheLastBlockIsFreed ) {
 INSTANTIATE_TEST_SUITE_P(, TheSlabsOfAThread, testing::Values( 16, 64, 1024 ) );
 
 } // namespace
+} // namespace PlatformTest
