@@ -1,56 +1,27 @@
 // What a traced process writes to its standard error.
 #include <platform/trace/Trace.h>
 
-#include "TraceFolder.h"
+#include "Stderr.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+namespace PlatformTest {
 namespace {
 
 TRACE_FACILITY( "StderrTraceTest" );
-
-// Runs the body in a process that has not traced yet; gives what it writes to standard error.
-std::string stderrOf( const std::function< void() >& body ) {
-   int ends[2] = {};
-   EXPECT_EQ( pipe( ends ), 0 );
-   const pid_t child = fork();
-   if( child == 0 ) {
-      dup2( ends[1], STDERR_FILENO );
-      close( ends[0] );
-      close( ends[1] );
-      body();
-      _exit( 0 );
-   }
-   close( ends[1] );
-   std::string text;
-   char piece[4096];
-   for( ssize_t size = 0; ( size = read( ends[0], piece, sizeof piece ) ) > 0; ) {
-      text.append( piece, static_cast< std::size_t >( size ) );
-   }
-   close( ends[0] );
-   int status = -1;
-   waitpid( child, &status, 0 );
-   EXPECT_EQ( status, 0 );
-   return text;
-}
 
 // What stands for itself in a line whose time, thread and place vary: the thread's id as THREAD.
 std::string withoutTime( const std::string& line ) {
@@ -284,132 +255,5 @@ TEST( ATraceOnStderr, isLostWhereStderrIsClosed ) {
    EXPECT_THAT( texts, testing::MatchesRegex( "20[^\n]* operator\\(\\)\n" ) );
 }
 
-using Texts = std::vector< std::string >;
-
-std::string stderrOfTracedProcess( const char* variable, const char* value ) {
-   return stderrOf( [=] {
-      setenv( variable, value, 1 );
-      execl( TRACED_PROCESS, TRACED_PROCESS, static_cast< char* >( nullptr ) );
-      _exit( 127 );
-   } );
-}
-
-Texts lastWords( const std::string& lines ) {
-   Texts words;
-   for( std::size_t at = 0; at < lines.size(); at = lines.find( '\n', at ) + 1 ) {
-      const std::string line = lines.substr( at, lines.find( '\n', at ) - at );
-      words.push_back( line.substr( line.rfind( ' ' ) + 1 ) );
-   }
-   return words;
-}
-
-class TheTraceEnvironment : public testing::Test {
- protected:
-   static Texts textsWith( const char* value ) {
-      return lastWords( stderrOfTracedProcess( "TESSEL_TRACE", value ) );
-   }
-};
-
-TEST_F( TheTraceEnvironment, enablesNothingWhenEmpty ) {
-   EXPECT_EQ( textsWith( "" ), Texts{} );
-}
-
-TEST_F( TheTraceEnvironment, enablesTheLevelsOfAFacility ) {
-   EXPECT_EQ( textsWith( "TracedProcess=5,31" ), ( Texts{ "five", "thirty-one" } ) );
-}
-
-TEST_F( TheTraceEnvironment, enablesEveryLevelOfAFacility ) {
-   EXPECT_EQ(
-      textsWith( "Other=1;TracedProcess=*" ), ( Texts{ "zero", "five", "eight", "thirty-one" } ) );
-}
-
-TEST_F( TheTraceEnvironment, addsUpLevelsNamedTwice ) {
-   EXPECT_EQ( textsWith( "TracedProcess=5;TracedProcess=8" ), ( Texts{ "five", "eight" } ) );
-}
-
-TEST_F( TheTraceEnvironment, leavesOtherFacilitiesAlone ) {
-   EXPECT_EQ( textsWith( "Traced=*;TracedProcess2=*" ), Texts{} );
-}
-
-class AMalformedTraceEnvironment : public testing::TestWithParam< const char* > {};
-
-TEST_P( AMalformedTraceEnvironment, isReportedOnceAndEnablesNothing ) {
-   EXPECT_EQ(
-      stderrOfTracedProcess( "TESSEL_TRACE", GetParam() ),
-      "TESSEL_TRACE has the malformed value \"" + std::string( GetParam() ) +
-         "\" and enables nothing; it is written like "
-         "\"Sodrel=5,8;SignalMonitor=*\"\n" );
-}
-
-INSTANTIATE_TEST_SUITE_P(
-   , AMalformedTraceEnvironment,
-   testing::Values(
-      "TracedProcess", "TracedProcess=", "=5", "TracedProcess=32", "TracedProcess=-1",
-      "TracedProcess=5,", "TracedProcess=5;Other", "TracedProcess=5;;Other=5", "TracedProcess=5 ",
-      "TracedProcess=**", "TracedProcess=99999999999999999999" ) );
-
-TEST( TheRingEnvironment, makesTheDefaultHandleWhenTheLibraryIsLoaded ) {
-   const Fennet::TraceFolder folder;
-   EXPECT_EQ(
-      stderrOfTracedProcess( "FENNET_TRACE", ( folder.path().string() + ",64K" ).c_str() ), "" );
-   EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "eight", "thirty-one" } ) );
-   // One for each thread.
-   EXPECT_EQ( folder.files().size(), 2U );
-}
-
-TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
-   const Fennet::TraceFolder folder;
-   const auto inner = folder.path() / "a,b";
-   std::filesystem::create_directory( inner );
-   EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", ( inner.string() + ",65537" ).c_str() ), "" );
-   const auto file = std::filesystem::directory_iterator( inner )->path();
-   EXPECT_GE( std::filesystem::file_size( file ), std::size_t{ 2 * Fennet::minRingSize } );
-}
-
-struct RingSetting {
-   const char* text;
-   std::uint32_t size;
-};
-class ARingEnvironment : public testing::TestWithParam< RingSetting > {};
-
-TEST_P( ARingEnvironment, sizesTheRing ) {
-   const Fennet::TraceFolder folder;
-   const std::string value = folder.path().string() + "," + GetParam().text;
-   EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", value.c_str() ), "" );
-   ASSERT_FALSE( folder.files().empty() );
-   std::ifstream file( folder.files()[0], std::ios::binary );
-   std::uint32_t size = 0;
-   file.seekg( offsetof( Fennet::FileHeader, ringSize ) );
-   file.read( reinterpret_cast< char* >( &size ), sizeof size );
-   EXPECT_EQ( size, GetParam().size );
-}
-
-INSTANTIATE_TEST_SUITE_P(
-   , ARingEnvironment,
-   testing::Values(
-      RingSetting{ "65536", 64 << 10 }, RingSetting{ "64K", 64 << 10 },
-      RingSetting{ "65K", 128 << 10 }, RingSetting{ "1M", 1 << 20 } ) );
-
-TEST( TheRingEnvironment, mayAskForTheLargestRing ) {
-   EXPECT_EQ(
-      stderrOfTracedProcess( "FENNET_TRACE", "/nowhere/at/all,1024M" ),
-      "Fennet: no trace file can be made in \"/nowhere/at/all\": No such file or directory; "
-      "the thread leaves no records\n" );
-}
-
-class AMalformedRingEnvironment : public testing::TestWithParam< const char* > {};
-
-TEST_P( AMalformedRingEnvironment, isReportedOnceAndTracesNothing ) {
-   EXPECT_EQ(
-      stderrOfTracedProcess( "FENNET_TRACE", GetParam() ),
-      "FENNET_TRACE has the malformed value \"" + std::string( GetParam() ) +
-         "\" and traces nothing; it is written like \"/var/tmp/traces,1M\"\n" );
-}
-
-INSTANTIATE_TEST_SUITE_P(
-   , AMalformedRingEnvironment,
-   testing::Values(
-      "", "/tmp", "/tmp,", "/tmp,1G", "/tmp,1KK", "/tmp,63K", "/tmp,1025M", "/tmp,-1M", "tmp,1M",
-      "/tmp,99999999999999999999", "/tmp,18446744073709551615M", "/tmp,1M ", "/tmp,65536X" ) );
-
 } // namespace
+} // namespace PlatformTest

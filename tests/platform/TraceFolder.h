@@ -12,10 +12,17 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 namespace Fennet {
+
+inline std::string contentOf( const std::filesystem::path& path ) {
+   std::ostringstream content;
+   content << std::ifstream( path, std::ios::binary ).rdbuf();
+   return content.str();
+}
 
 class TraceFolder {
  public:
