@@ -327,27 +327,27 @@ def main():
     chosen = found
     if options.sample is not None:
         chosen = random.Random(options.seed).sample(found, min(options.sample, len(found)))
-    results = {mutant: "dismissed" for mutant in chosen
-               if any(key in reasons for key in mutant.keys())}
-    chosen = [mutant for mutant in chosen if mutant not in results]
-    say(f"{len(found)} mutants, {len(chosen)} to be run; building")
+    say(f"{len(found)} mutants; building")
     switched = list(found)
     unswitched = set(buildSwitchable(sources, switched))
     tests = Tests(options.jobs)
     say("running each test without a mutant")
     tests.trace(len(found), options.slowest)
 
-    compiled = [mutant for mutant in chosen
-                if mutant in unswitched or not tests.reaching[mutant.number]]
-    running = [mutant for mutant in chosen if mutant not in set(compiled)]
+    alone = unswitched | {mutant for mutant in found if not tests.reaching[mutant.number]}
+    if options.switched or options.compiled:
+        chosen = [mutant for mutant in chosen if (mutant in alone) == options.compiled]
+    results = {mutant: "dismissed" for mutant in chosen
+               if any(key in reasons for key in mutant.keys())}
+    chosen = [mutant for mutant in chosen if mutant not in results]
+    running = [mutant for mutant in chosen if mutant not in alone]
+    compiled = [mutant for mutant in chosen if mutant in alone]
     say(f"{len(running)} mutants are switched, {len(compiled)} compiled one by one")
     stage = time.monotonic()
 
     def isLate():
         return options.minutes is not None and time.monotonic() - stage > 60 * options.minutes
 
-    if options.compiled:
-        running = []
     with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
         judged = pool.map(lambda mutant: "left" if isLate() else tests.judge(
             tests.reaching[mutant.number], mutant), running)
@@ -357,8 +357,6 @@ def main():
                 say(shown(mutant))
             if number % 100 == 0:
                 say(f"{number} of {len(running)}")
-    if options.switched:
-        compiled = []
     stage = time.monotonic()
     for number, mutant in enumerate(compiled, 1):
         if isLate():
