@@ -10,8 +10,8 @@
 #               steady_clock::now() in the test replaces the real one by name
 #    abi, bus   links the shared libraries
 #    systemd    links the shared libraries; each case runs in a systemd of its own
-# Under SODREL_MEMCHECK the whole executable is one test, run by valgrind: starting valgrind takes
-# longer than most cases.
+# Under SODREL_MEMCHECK all run by valgrind, and the whole executable is one test where its cases do
+# not need a systemd each: starting valgrind takes longer than most cases.
 function(sodrel_test)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;LEVEL;TIMEOUT" "SOURCES;LIBRARIES")
    if(NOT arg_TIMEOUT)
@@ -35,13 +35,16 @@ function(sodrel_test)
    if(SODREL_COVERAGE)
       target_sources(${arg_NAME} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/CoverageDump.cpp")
    endif()
+   set(emulator)
    if(arg_LEVEL STREQUAL "systemd")
-      set_target_properties(${arg_NAME} PROPERTIES
-         CROSSCOMPILING_EMULATOR "${PROJECT_SOURCE_DIR}/tests/systemd/in-box")
+      list(APPEND emulator "${PROJECT_SOURCE_DIR}/tests/systemd/in-box")
    endif()
    if(SODREL_MEMCHECK)
-      add_test(NAME ${arg_NAME}
-         COMMAND "${PROJECT_SOURCE_DIR}/tests/memcheck" "$<TARGET_FILE:${arg_NAME}>")
+      list(APPEND emulator "${PROJECT_SOURCE_DIR}/tests/memcheck")
+   endif()
+   set_target_properties(${arg_NAME} PROPERTIES CROSSCOMPILING_EMULATOR "${emulator}")
+   if(SODREL_MEMCHECK AND NOT arg_LEVEL STREQUAL "systemd")
+      add_test(NAME ${arg_NAME} COMMAND ${arg_NAME})
       set_tests_properties(${arg_NAME} PROPERTIES LABELS ${arg_LEVEL} TIMEOUT 1800)
       return()
    endif()
