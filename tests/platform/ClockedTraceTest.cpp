@@ -10,6 +10,7 @@
 #include <ctime>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -51,6 +52,16 @@ TEST( TheTimeOfALine, isCutToMicroseconds ) {
    EXPECT_EQ( timeOfALine( 3'600, 10'000'000 ), "1970-01-01T01:00:00.010000Z" );
    EXPECT_EQ( timeOfALine( day, 123'456'789 ), "1970-01-02T00:00:00.123456Z" );
    EXPECT_EQ( timeOfALine( 365 * day, 999'999'999 ), "1971-01-01T00:00:00.999999Z" );
+}
+
+TEST( TheTimeOfALine, isThatOfAThreadsFirstLineWhateverTheTimeIs ) {
+   Orl::traceLevelsIs( "ClockedTraceTest", Orl::allTraceLevels );
+   for( const std::time_t time : { 0, 1 } ) {
+      std::thread( [time] {
+         EXPECT_EQ(
+            timeOfALine( time, 0 ), "1970-01-01T00:00:0" + std::to_string( time ) + ".000000Z" );
+      } ).join();
+   }
 }
 
 class AFileByTheClocks : public testing::Test {

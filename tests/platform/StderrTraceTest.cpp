@@ -117,7 +117,7 @@ TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
       enable();
       for( std::size_t size = 1; size <= mostSize; ++size ) {
          for( std::size_t at = 0; at < size; ++at ) {
-            std::string text( size, 'x' );
+            std::string text( size, 'a' );
             text[at] = '\t';
             TRACE( 8, "{}", text );
          }
@@ -126,7 +126,7 @@ TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
    std::string expected;
    for( std::size_t size = 1; size <= mostSize; ++size ) {
       for( std::size_t at = 0; at < size; ++at ) {
-         expected += std::string( at, 'x' ) + "\\x09" + std::string( size - at - 1, 'x' ) + '\n';
+         expected += std::string( at, 'a' ) + "\\x09" + std::string( size - at - 1, 'a' ) + '\n';
       }
    }
    std::string texts;

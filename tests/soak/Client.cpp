@@ -17,7 +17,8 @@
 #include <string>
 #include <string_view>
 
-#ifdef TESSEL_ASAN
+#if defined( TESSEL_ASAN ) || defined( __SANITIZE_THREAD__ )
+#define SOAK_SANITIZED 1
 #include <sanitizer/allocator_interface.h>
 #endif
 
@@ -29,9 +30,9 @@ long openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// KiB: what is resident, or just what is allocated where the address sanitizer would keep the rest.
+// KiB: what is resident, or just what is allocated where a sanitizer has memory of its own.
 long memoryInUse() {
-#ifdef TESSEL_ASAN
+#ifdef SOAK_SANITIZED
    return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
 #else
    std::ifstream status( "/proc/self/status" );
