@@ -242,6 +242,8 @@ class Tests:
                 if result != "survives":
                     return result
         if mutant.file.endswith(".h"):
+            if build("tests/compile/all"):
+                return "rejected"
             compiled = subprocess.run(
                 ["ctest", "-L", "^compile$", "-j", str(self.jobs), "--stop-on-failure"],
                 cwd=BUILD, stdout=subprocess.DEVNULL, check=False)

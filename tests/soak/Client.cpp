@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -19,7 +20,8 @@
 
 #if defined( TESSEL_ASAN ) || defined( __SANITIZE_THREAD__ )
 #define SOAK_SANITIZED 1
-#include <sanitizer/allocator_interface.h>
+// From the sanitizer's runtime; g++ has no header for it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace Sodrel::Soak {
