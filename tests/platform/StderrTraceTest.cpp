@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -101,6 +102,15 @@ TEST( ATraceOnStderr, showsAnOwnTag ) {
       Tessel::fmtrace( handle, 3, "a.cpp", "f", 7, "tag", "text" );
    } );
    EXPECT_THAT( line, testing::MatchesRegex( ".*Z [0-9]+ Own/3 a\\.cpp:7 f \\[tag\\]: text\n" ) );
+}
+
+TEST( ATraceOnStderr, showsEachNumberWhole ) {
+   const std::string line = stderrOf( [] {
+      const Orl::TraceHandle handle( "Own", false );
+      constexpr int least = std::numeric_limits< int >::min();
+      Tessel::fmtrace( handle, least, "a.cpp", "f", least, "", "text" );
+   } );
+   EXPECT_THAT( line, testing::EndsWith( " Own/-2147483648 a.cpp:-2147483648 f: text\n" ) );
 }
 
 TEST( ATraceOnStderr, writesControlCharactersAsNumbers ) {

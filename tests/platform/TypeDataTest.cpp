@@ -226,6 +226,11 @@ TEST( AType, isNotFoundByAnyOtherName ) {
    }
 }
 
+TEST( AType, isTheNodeUnlessSaidOtherwise ) {
+   EXPECT_EQ( TypeRef().module, nullptr );
+   EXPECT_EQ( TypeRef().index, 0U );
+}
+
 TEST( AType, isAnotherThanItsModulesOtherTypes ) {
    EXPECT_FALSE( findType( "Workshop::Gauge" ) == findType( "Workshop::Instrument" ) );
 }

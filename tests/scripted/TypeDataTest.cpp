@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace Sodrel::Test {
 
@@ -152,6 +154,23 @@ TEST_F( TheTypeData, describesTheMonitorsAndTheirRecords ) {
    for( std::uint32_t index = 0; index < expected.size(); ++index ) {
       EXPECT_EQ( declaration( monitorModule, index ), expected.at( index ) );
    }
+}
+
+TEST_F( TheTypeData, refersToEachBaseAndEntityTypeOnce ) {
+   const auto namesOf = []( const ModuleInspectData& module ) {
+      std::vector< std::string > names;
+      for( const TypeRef& type : module.typeRefs ) {
+         names.push_back( nameOf( type ) );
+      }
+      return names;
+   };
+   using Names = std::vector< std::string >;
+   EXPECT_EQ( namesOf( sodrelModule ), Names{ "Tessel::Node" } );
+   EXPECT_EQ(
+      namesOf( monitorModule ),
+      ( Names{ "Tessel::Node", "Sodrel::SignalMonitor", "Sodrel::JobRemovedMonitor::CallbackData",
+               "Sodrel::DaemonReloadingMonitor::CallbackData",
+               "Sodrel::UnitReloadingMonitor::CallbackData" } ) );
 }
 
 TEST_F( TheTypeData, listsTheNamesInAlphabeticalOrder ) {
