@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -104,6 +105,10 @@ TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
 struct RingSetting {
    const char* text;
    std::uint32_t size;
+
+   friend void PrintTo( const RingSetting& setting, std::ostream* stream ) {
+      *stream << setting.text;
+   }
 };
 class ARingEnvironment : public testing::TestWithParam< RingSetting > {};
 
