@@ -110,7 +110,7 @@ TEST( ANode, losesNoUseBetweenThreads ) {
       for( int i = 0; i < 4; ++i ) {
          node->incUse();
          threads.emplace_back( [node] {
-            for( int round = 0; round < 200'000; ++round ) {
+            for( int round = 0; round < 1'000'000; ++round ) {
                node->incUse();
                node->decUseImpl();
             }

@@ -67,6 +67,8 @@ TEST_F( ATextTrace, carriesItsOrigin ) {
 TEST( TheOriginOfATrace, isLevelFileLineAndFunction ) {
    const auto shortest = Tessel::Impl::originOf< 0, 1 >( "", "" );
    EXPECT_EQ( std::string_view( shortest.data(), shortest.size() ), "0 :1 " );
+   const auto full = Tessel::Impl::originOf< 9, 99 >( "a", "f" );
+   EXPECT_EQ( std::string_view( full.data(), full.size() ), "9 a:99 f" );
    const auto longer = Tessel::Impl::originOf< 31, 1090 >( "src/a.cpp", "handleDeleted" );
    EXPECT_EQ( std::string_view( longer.data(), longer.size() ), "31 src/a.cpp:1090 handleDeleted" );
 }
