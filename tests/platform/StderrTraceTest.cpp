@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -121,14 +122,22 @@ TEST( ATraceOnStderr, writesControlCharactersAsNumbers ) {
    EXPECT_THAT( line, testing::EndsWith( ": a\\x0ab\\x1b[2J\\x7f\xc3\xa9\n" ) );
 }
 
-TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
+struct Control {
+   char character;
+   const char* shown;
+
+   friend void PrintTo( const Control& control, std::ostream* stream ) { *stream << control.shown; }
+};
+class AControlCharacter : public testing::TestWithParam< Control > {};
+
+TEST_P( AControlCharacter, isWrittenAsANumberWhereverItStands ) {
    constexpr std::size_t mostSize = 20;
    const std::string lines = stderrOf( [] {
       enable();
       for( std::size_t size = 1; size <= mostSize; ++size ) {
          for( std::size_t at = 0; at < size; ++at ) {
-            std::string text( size, 'a' );
-            text[at] = '\t';
+            std::string text( size, 'b' );
+            text[at] = GetParam().character;
             TRACE( 8, "{}", text );
          }
       }
@@ -136,7 +145,8 @@ TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
    std::string expected;
    for( std::size_t size = 1; size <= mostSize; ++size ) {
       for( std::size_t at = 0; at < size; ++at ) {
-         expected += std::string( at, 'a' ) + "\\x09" + std::string( size - at - 1, 'a' ) + '\n';
+         expected +=
+            std::string( at, 'b' ) + GetParam().shown + std::string( size - at - 1, 'b' ) + '\n';
       }
    }
    std::string texts;
@@ -146,6 +156,9 @@ TEST( ATraceOnStderr, writesAControlCharacterAsANumberWhereverItStands ) {
    }
    EXPECT_EQ( texts, expected );
 }
+
+INSTANTIATE_TEST_SUITE_P(
+   , AControlCharacter, testing::Values( Control{ '\t', "\\x09" }, Control{ '\x7f', "\\x7f" } ) );
 
 TEST( ATraceOnStderr, writesEachControlCharacterAsANumberAndNoOther ) {
    const std::string lines = stderrOf( [] {

@@ -175,6 +175,7 @@ TEST_F( AnOperation, hasTheTypeOfItsResult ) {
    EXPECT_EQ( desc( instrumentType, "difference" ).type, ValueType::s32 );
    EXPECT_EQ( desc( instrumentType, "describe" ).type, ValueType::string );
    EXPECT_EQ( desc( instrumentType, "describe" ).typeRef, Tessel::noTypeRef );
+   EXPECT_GE( Tessel::noTypeRef, instrumentsModule.typeRefs.size() );
    EXPECT_EQ( desc( gaugeType, "fail" ).type, ValueType::voidPtr );
    EXPECT_EQ( desc( gaugeType, "secretly" ).type, ValueType::boolean );
 }
