@@ -148,7 +148,7 @@ TEST_F( TheSlabAllocator, keepsSomeEmptySlabsInReserve ) {
 
 TEST_F( TheSlabAllocator, givesALargeBlockBackAtOnce ) {
    const std::size_t before = bytesMapped;
-   for( const std::size_t slabs : { 1, 10 } ) {
+   for( const std::size_t slabs : { 1U, 10U } ) {
       void* const block = slabAlloc( slabs == 1 ? 1025 : slabs * slabBytes - 64 );
       EXPECT_EQ( bytesMapped, before + slabs * slabBytes );
       slabFree( block );
