@@ -243,7 +243,7 @@ class Tests:
                     return result
         if mutant.file.endswith(".h"):
             if build("tests/compile/all"):
-                return "rejected"
+                return "killed"
             compiled = subprocess.run(
                 ["ctest", "-L", "^compile$", "-j", str(self.jobs), "--stop-on-failure"],
                 cwd=BUILD, stdout=subprocess.DEVNULL, check=False)

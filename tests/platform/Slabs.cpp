@@ -4,6 +4,7 @@
 #include <new>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <typeinfo>
 
 namespace PlatformTest {
 

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <limits>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -150,9 +151,9 @@ TEST_P( AControlCharacter, isWrittenAsANumberWhereverItStands ) {
       }
    }
    std::string texts;
-   for( std::size_t at = 0; at < lines.size(); at = lines.find( '\n', at ) + 1 ) {
-      const std::string line = lines.substr( at, lines.find( '\n', at ) + 1 - at );
-      texts += line.substr( line.rfind( ' ' ) + 1 );
+   std::istringstream stream( lines );
+   for( std::string line; std::getline( stream, line ); ) {
+      texts += line.substr( line.rfind( ' ' ) + 1 ) + '\n';
    }
    EXPECT_EQ( texts, expected );
 }

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,8 +33,8 @@ std::string stderrOfTracedProcess( const char* variable, const char* value ) {
 
 Texts lastWords( const std::string& lines ) {
    Texts words;
-   for( std::size_t at = 0; at < lines.size(); at = lines.find( '\n', at ) + 1 ) {
-      const std::string line = lines.substr( at, lines.find( '\n', at ) - at );
+   std::istringstream stream( lines );
+   for( std::string line; std::getline( stream, line ); ) {
       words.push_back( line.substr( line.rfind( ' ' ) + 1 ) );
    }
    return words;
@@ -98,6 +99,7 @@ TEST( TheRingEnvironment, takesCommasInTheFolderAndRoundsTheSizeUp ) {
    const auto inner = folder.path() / "a,b";
    std::filesystem::create_directory( inner );
    EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", ( inner.string() + ",65537" ).c_str() ), "" );
+   ASSERT_FALSE( std::filesystem::is_empty( inner ) );
    const auto file = std::filesystem::directory_iterator( inner )->path();
    EXPECT_GE( std::filesystem::file_size( file ), std::size_t{ 2 * Fennet::minRingSize } );
 }

@@ -60,6 +60,7 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
 #if defined( __x86_64__ )
 TEST( TheTimeStampCounter, isUsedWhereItRunsAtOneRateAndNeverStops ) {
    std::ifstream processors( "/proc/cpuinfo" );
+   ASSERT_TRUE( processors );
    std::string word;
    while( processors >> word && word != "nonstop_tsc" ) {
    }

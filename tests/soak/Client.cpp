@@ -2,6 +2,7 @@
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>
+#include <platform/memory/Slab.h>
 #include <platform/memory/SlabMemory.h>
 #include <platform/trace/TextTrace.h>
 
@@ -32,10 +33,13 @@ long openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// KiB: what is resident, or just what is allocated where a sanitizer has memory of its own.
+// KiB: what is resident, or what is allocated and in slabs where a sanitizer has memory of its own.
 long memoryInUse() {
 #ifdef SOAK_SANITIZED
-   return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
+   constexpr std::size_t slabKiB = Tessel::Impl::slabBytes / 1024;
+   return static_cast< long >(
+      __sanitizer_get_current_allocated_bytes() / 1024 +
+      Tessel::slabStats().slabsMapped * slabKiB );
 #else
    std::ifstream status( "/proc/self/status" );
    for( std::string word; status >> word; ) {

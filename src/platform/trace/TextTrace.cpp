@@ -72,6 +72,7 @@ constexpr auto twoDigits = [] {
 // A fraction of a second with all its six digits.
 class Microseconds {
  public:
+   // From the end, so that a copy of too many digits would show.
    explicit Microseconds( std::size_t microseconds ) {
       std::memcpy( text_ + 4, &twoDigits[2 * ( microseconds % 100 )], 2 );
       std::memcpy( text_ + 2, &twoDigits[2 * ( microseconds / 100 % 100 )], 2 );
