@@ -5,9 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <deque>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -17,6 +19,8 @@ namespace {
 
 timespec now{};
 std::int64_t monotonic = 0; // nanoseconds
+// What the monotonic clock shows before that.
+std::deque< std::int64_t > upcoming;
 
 constexpr std::int64_t second = 1'000'000'000;
 
@@ -24,7 +28,16 @@ constexpr std::int64_t second = 1'000'000'000;
 
 // The linker leads the calls of the trace's objects here.
 extern "C" int __wrap_clock_gettime( clockid_t clock, timespec* time ) {
-   *time = clock == CLOCK_MONOTONIC ? timespec{ monotonic / second, monotonic % second } : now;
+   if( clock != CLOCK_MONOTONIC ) {
+      *time = now;
+      return 0;
+   }
+   std::int64_t shown = monotonic;
+   if( !upcoming.empty() ) {
+      shown = upcoming.front();
+      upcoming.pop_front();
+   }
+   *time = { static_cast< std::time_t >( shown / second ), static_cast< long >( shown % second ) };
    return 0;
 }
 
@@ -69,23 +82,34 @@ class AFileByTheClocks : public testing::Test {
    // When the process reads the clocks for the first time.
    static constexpr std::int64_t start = 3600 * second;
 
-   // The number of readings, and the monotonic time of the last, after a record at this time.
-   std::pair< std::uint64_t, std::int64_t > readingsWithARecordAt( std::int64_t time ) {
-      monotonic = time;
+   struct Told {
+      std::uint64_t number = 0;
+      Fennet::ClockReading recent[2] = {};
+
+      const Fennet::ClockReading& last() const { return recent[number % 2]; }
+   };
+
+   // What the file has been told of the clocks after one record more.
+   Told readingsWithARecord() {
       Fennet::RingBuf ring;
       ring.startMsg( *handle_.mtTraceFile(), 1 );
       ring.endMsg();
-      std::uint64_t number = 0;
-      Fennet::ClockReading recent[2];
+      Told told;
       std::ifstream file( folder_.files().at( 0 ), std::ios::binary );
       file.seekg( offsetof( Fennet::FileHeader, readings ) );
-      file.read( reinterpret_cast< char* >( &number ), sizeof number );
+      file.read( reinterpret_cast< char* >( &told.number ), sizeof told.number );
       file.seekg( offsetof( Fennet::FileHeader, recent ) );
-      file.read( reinterpret_cast< char* >( recent ), sizeof recent );
-      const Fennet::ClockReading& last = recent[number % 2];
-      EXPECT_EQ( last.ticks, static_cast< std::uint64_t >( last.monotonic ) );
-      EXPECT_EQ( last.realtime, now.tv_sec * second + now.tv_nsec );
-      return { number, last.monotonic };
+      file.read( reinterpret_cast< char* >( told.recent ), sizeof told.recent );
+      EXPECT_EQ( told.last().realtime, now.tv_sec * second + now.tv_nsec );
+      return told;
+   }
+   // The number of readings, and the monotonic time of the last, after a record at this time.
+   std::pair< std::uint64_t, std::int64_t > readingsWithARecordAt( std::int64_t time ) {
+      monotonic = time;
+      const Told told = readingsWithARecord();
+      const auto [ticks, shown, realtime] = told.last();
+      EXPECT_EQ( ticks, static_cast< std::uint64_t >( shown ) );
+      return { told.number, shown };
    }
 
  private:
@@ -108,5 +132,34 @@ TEST_F( AFileByTheClocks, isToldThemWhenItsAgeHasDoubledAndEachSecond ) {
    const std::int64_t late = start + 3 * second + 1;
    EXPECT_EQ( readingsWithARecordAt( late ), Readings( 6, late ) );
 }
+
+struct Attempts {
+   std::array< std::int64_t, 4 > widths; // nanoseconds
+   std::size_t tightest;
+};
+class AReadingOfTheClocks : public AFileByTheClocks,
+                            public testing::WithParamInterface< Attempts > {};
+
+TEST_P( AReadingOfTheClocks, isTheTightestOfFour ) {
+   monotonic = start;
+   readingsWithARecord();
+   const auto begin = [&]( std::size_t attempt ) {
+      return start + second + static_cast< std::int64_t >( 1000 * attempt );
+   };
+   upcoming = { start + second };
+   for( std::size_t attempt = 0; attempt < 4; ++attempt ) {
+      const std::int64_t at = begin( attempt );
+      upcoming.insert( upcoming.end(), { at, at + 1, at + GetParam().widths[attempt] } );
+   }
+   const Fennet::ClockReading reading = readingsWithARecord().last();
+   const std::int64_t expected = begin( GetParam().tightest );
+   const std::int64_t width = GetParam().widths[GetParam().tightest];
+   EXPECT_EQ( reading.ticks, static_cast< std::uint64_t >( expected + width / 2 ) );
+   EXPECT_EQ( reading.monotonic, expected + 1 );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   , AReadingOfTheClocks,
+   testing::Values( Attempts{ { 40, 20, 10, 4 }, 3 }, Attempts{ { 40, 4, 4, 10 }, 1 } ) );
 
 } // namespace
