@@ -55,7 +55,7 @@ class ManyRenewals : public ALibraryClient {
 };
 
 TEST_F( ManyRenewals, ofClosedConnectionsLeaveNothingBehind ) {
-   leaveNothingBehind( 3'000, [&] {
+   leaveNothingBehind( 5'000, [&] {
       sd_bus_close( client->sdbus() );
       moments.clear();
    } );
