@@ -10,7 +10,6 @@
 #include <cstdint>
 #include <ctime>
 #include <deque>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -82,34 +81,23 @@ class AFileByTheClocks : public testing::Test {
    // When the process reads the clocks for the first time.
    static constexpr std::int64_t start = 3600 * second;
 
-   struct Told {
-      std::uint64_t number = 0;
-      Fennet::ClockReading recent[2] = {};
-
-      const Fennet::ClockReading& last() const { return recent[number % 2]; }
-   };
-
-   // What the file has been told of the clocks after one record more.
-   Told readingsWithARecord() {
+   // The number of readings and the last of them after one record more.
+   std::pair< std::uint64_t, Fennet::ClockReading > readingsWithARecord() {
       Fennet::RingBuf ring;
       ring.startMsg( *handle_.mtTraceFile(), 1 );
       ring.endMsg();
-      Told told;
-      std::ifstream file( folder_.files().at( 0 ), std::ios::binary );
-      file.seekg( offsetof( Fennet::FileHeader, readings ) );
-      file.read( reinterpret_cast< char* >( &told.number ), sizeof told.number );
-      file.seekg( offsetof( Fennet::FileHeader, recent ) );
-      file.read( reinterpret_cast< char* >( told.recent ), sizeof told.recent );
-      EXPECT_EQ( told.last().realtime, now.tv_sec * second + now.tv_nsec );
-      return told;
+      const auto header = folder_.header();
+      const std::uint64_t number = header->readings;
+      const Fennet::ClockReading& last = header->recent[number % 2];
+      EXPECT_EQ( last.realtime, now.tv_sec * second + now.tv_nsec );
+      return { number, last };
    }
-   // The number of readings, and the monotonic time of the last, after a record at this time.
+   // The number of readings and the monotonic time of the last after a record at this time.
    std::pair< std::uint64_t, std::int64_t > readingsWithARecordAt( std::int64_t time ) {
       monotonic = time;
-      const Told told = readingsWithARecord();
-      const auto [ticks, shown, realtime] = told.last();
-      EXPECT_EQ( ticks, static_cast< std::uint64_t >( shown ) );
-      return { told.number, shown };
+      const auto [number, last] = readingsWithARecord();
+      EXPECT_EQ( last.ticks, static_cast< std::uint64_t >( last.monotonic ) );
+      return { number, last.monotonic };
    }
 
  private:
@@ -151,7 +139,7 @@ TEST_P( AReadingOfTheClocks, isTheTightestOfFour ) {
       const std::int64_t at = begin( attempt );
       upcoming.insert( upcoming.end(), { at, at + 1, at + GetParam().widths[attempt] } );
    }
-   const Fennet::ClockReading reading = readingsWithARecord().last();
+   const Fennet::ClockReading reading = readingsWithARecord().second;
    const std::int64_t expected = begin( GetParam().tightest );
    const std::int64_t width = GetParam().widths[GetParam().tightest];
    EXPECT_EQ( reading.ticks, static_cast< std::uint64_t >( expected + width / 2 ) );

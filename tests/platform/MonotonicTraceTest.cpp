@@ -20,11 +20,8 @@ TEST( ARingTraceWithoutACounter, hasNanosecondsForTicks ) {
    const std::int64_t after = Fennet::Impl::nanoseconds( CLOCK_MONOTONIC );
 
    std::ifstream file( folder.files().at( 0 ), std::ios::binary );
-   std::uint32_t headerSize = 0;
-   file.seekg( offsetof( Fennet::FileHeader, headerSize ) );
-   file.read( reinterpret_cast< char* >( &headerSize ), sizeof headerSize );
    Fennet::RecordHead head{};
-   file.seekg( headerSize );
+   file.seekg( folder.header()->headerSize );
    file.read( reinterpret_cast< char* >( &head ), sizeof head );
    EXPECT_GE( head.ticks, static_cast< std::uint64_t >( before ) );
    EXPECT_LE( head.ticks, static_cast< std::uint64_t >( after ) );

@@ -38,16 +38,16 @@ class TheSlabsOfAThread : public testing::TestWithParam< std::size_t > {
 };
 
 TEST_P( TheSlabsOfAThread, holdAsManyBlocksAsThereIsRoomFor ) {
-   std::thread( [] {
+   inThread( [] {
       const Blocks taken = blocks( 3 * blocksPerSlab( GetParam() ), GetParam() );
       // Where the first one was begun by another thread, the last one is not full.
       EXPECT_GE( fullSlabs( taken, GetParam() ).size(), 2U );
       freeAll( taken );
-   } ).join();
+   } );
 }
 
 TEST_P( TheSlabsOfAThread, canBecomeEmptyInTheOrderInWhichTheyCeasedToBeFull ) {
-   std::thread( [] {
+   inThread( [] {
       const std::size_t size = GetParam();
       const std::size_t count = blocksPerSlab( size );
       Blocks taken = blocks( 5 * count, size );
@@ -68,7 +68,7 @@ TEST_P( TheSlabsOfAThread, canBecomeEmptyInTheOrderInWhichTheyCeasedToBeFull ) {
       std::sort( taken.begin(), taken.end() );
       EXPECT_EQ( std::adjacent_find( taken.begin(), taken.end() ), taken.end() );
       freeAll( taken );
-   } ).join();
+   } );
 }
 
 TEST_P( TheSlabsOfAThread, goBackAfterItsEndAlsoWhenTheyWereFull ) {
@@ -76,10 +76,10 @@ TEST_P( TheSlabsOfAThread, goBackAfterItsEndAlsoWhenTheyWereFull ) {
    const std::size_t before = slabStats().slabsMapped;
    Blocks taken;
    for( int thread = 0; thread < 40; ++thread ) {
-      std::thread( [&taken] {
+      inThread( [&taken] {
          const Blocks own = blocks( blocksPerSlab( GetParam() ), GetParam() );
          taken.insert( taken.end(), own.begin(), own.end() );
-      } ).join();
+      } );
    }
    freeAll( taken );
    EXPECT_LE( slabStats().slabsMapped, before );

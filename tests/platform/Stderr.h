@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,6 +37,17 @@ inline std::string stderrOf( const std::function< void() >& body ) {
    waitpid( child, &status, 0 );
    EXPECT_EQ( status, 0 );
    return text;
+}
+
+using Texts = std::vector< std::string >;
+
+inline Texts lastWords( const std::string& lines ) {
+   Texts words;
+   std::istringstream stream( lines );
+   for( std::string line; std::getline( stream, line ); ) {
+      words.push_back( line.substr( line.rfind( ' ' ) + 1 ) );
+   }
+   return words;
 }
 
 } // namespace PlatformTest

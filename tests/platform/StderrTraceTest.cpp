@@ -12,7 +12,6 @@
 #include <ctime>
 #include <limits>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -143,19 +142,14 @@ TEST_P( AControlCharacter, isWrittenAsANumberWhereverItStands ) {
          }
       }
    } );
-   std::string expected;
+   Texts expected;
    for( std::size_t size = 1; size <= mostSize; ++size ) {
       for( std::size_t at = 0; at < size; ++at ) {
-         expected +=
-            std::string( at, 'b' ) + GetParam().shown + std::string( size - at - 1, 'b' ) + '\n';
+         expected.push_back(
+            std::string( at, 'b' ) + GetParam().shown + std::string( size - at - 1, 'b' ) );
       }
    }
-   std::string texts;
-   std::istringstream stream( lines );
-   for( std::string line; std::getline( stream, line ); ) {
-      texts += line.substr( line.rfind( ' ' ) + 1 ) + '\n';
-   }
-   EXPECT_EQ( texts, expected );
+   EXPECT_EQ( lastWords( lines ), expected );
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -10,18 +10,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include <unistd.h>
 
 namespace PlatformTest {
 namespace {
-
-using Texts = std::vector< std::string >;
 
 std::string stderrOfTracedProcess( const char* variable, const char* value ) {
    return stderrOf( [=] {
@@ -29,15 +24,6 @@ std::string stderrOfTracedProcess( const char* variable, const char* value ) {
       execl( TRACED_PROCESS, TRACED_PROCESS, static_cast< char* >( nullptr ) );
       _exit( 127 );
    } );
-}
-
-Texts lastWords( const std::string& lines ) {
-   Texts words;
-   std::istringstream stream( lines );
-   for( std::string line; std::getline( stream, line ); ) {
-      words.push_back( line.substr( line.rfind( ' ' ) + 1 ) );
-   }
-   return words;
 }
 
 class TheTraceEnvironment : public testing::Test {
@@ -119,11 +105,7 @@ TEST_P( ARingEnvironment, sizesTheRing ) {
    const std::string value = folder.path().string() + "," + GetParam().text;
    EXPECT_EQ( stderrOfTracedProcess( "FENNET_TRACE", value.c_str() ), "" );
    ASSERT_FALSE( folder.files().empty() );
-   std::ifstream file( folder.files()[0], std::ios::binary );
-   std::uint32_t size = 0;
-   file.seekg( offsetof( Fennet::FileHeader, ringSize ) );
-   file.read( reinterpret_cast< char* >( &size ), sizeof size );
-   EXPECT_EQ( size, GetParam().size );
+   EXPECT_EQ( folder.header()->ringSize, GetParam().size );
 }
 
 INSTANTIATE_TEST_SUITE_P(

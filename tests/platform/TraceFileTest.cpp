@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -24,14 +23,6 @@ using Fennet::ClockReading;
 using Fennet::FileHeader;
 using Fennet::TraceFile;
 using Fennet::TraceFolder;
-
-// The header of the folder's one file.
-std::unique_ptr< FileHeader > headerIn( const TraceFolder& folder ) {
-   auto header = std::make_unique< FileHeader >();
-   std::ifstream( folder.files().at( 0 ), std::ios::binary )
-      .read( reinterpret_cast< char* >( header.get() ), sizeof( FileHeader ) );
-   return header;
-}
 
 std::int64_t monotonicNow() {
    return Fennet::Impl::nanoseconds( CLOCK_MONOTONIC );
@@ -71,7 +62,7 @@ TEST( TheTimeStampCounter, isUsedWhereItRunsAtOneRateAndNeverStops ) {
 TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
    const TraceFolder folder;
    const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
-   const auto header = headerIn( folder );
+   const auto header = folder.header();
    EXPECT_EQ( header->magic, Fennet::fileMagic );
    EXPECT_EQ( header->ringSize, Fennet::minRingSize );
    EXPECT_EQ( header->pid, getpid() );
@@ -88,7 +79,7 @@ TEST( ATraceFile, keepsTheStartOfALongName ) {
    char* const before = std::exchange( program_invocation_short_name, name.data() );
    const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
    program_invocation_short_name = before;
-   EXPECT_EQ( headerIn( folder )->program, std::string( 63, 'n' ) );
+   EXPECT_EQ( folder.header()->program, std::string( 63, 'n' ) );
 }
 
 TEST( ATraceFile, hasTheFirstReadingOfItsProcessAndOneOfItsOwn ) {
@@ -98,10 +89,10 @@ TEST( ATraceFile, hasTheFirstReadingOfItsProcessAndOneOfItsOwn ) {
    const std::int64_t before = monotonicNow();
    const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
    const std::int64_t after = monotonicNow();
-   const auto header = headerIn( folder );
+   const auto header = folder.header();
    EXPECT_NE( header->first.ticks, 0U );
-   EXPECT_EQ( header->first.ticks, headerIn( another )->first.ticks );
-   EXPECT_EQ( header->first.monotonic, headerIn( another )->first.monotonic );
+   EXPECT_EQ( header->first.ticks, another.header()->first.ticks );
+   EXPECT_EQ( header->first.monotonic, another.header()->first.monotonic );
    EXPECT_EQ( header->readings, 1U );
    const ClockReading& own = header->recent[1];
    EXPECT_GE( own.monotonic, before );

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -42,6 +43,14 @@ class TraceFolder {
       std::vector< std::filesystem::path > files( begin( entries ), end( entries ) );
       std::sort( files.begin(), files.end() );
       return files;
+   }
+
+   // The header of the folder's first file.
+   std::unique_ptr< FileHeader > header() const {
+      auto header = std::make_unique< FileHeader >();
+      std::ifstream( files().at( 0 ), std::ios::binary )
+         .read( reinterpret_cast< char* >( header.get() ), sizeof( FileHeader ) );
+      return header;
    }
 
    // All records of the folder in the order of time; fails the test when a file is damaged.
