@@ -5,9 +5,12 @@
 #include <platform/value/Assert.h>
 
 #include <charconv>
+#include <concepts>
 #include <cstring>
-#include <string>
+#include <string_view>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace Sodrel {
 
@@ -23,12 +26,12 @@ constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr std::string_view jobPathStart = "/org/freedesktop/systemd1/job/";
 constexpr std::string_view unitPathStart = "/org/freedesktop/systemd1/unit/";
 
-// How a text goes on after its phrase: " for " and the object, if there is one.
+// The end of a text that names the awaited object, if there is one.
 Tessel::String forObject( const Orl::Optional< Tessel::String >& object ) {
    return object.hasValue() ? ( *object ).addLeft( " for " ) : Tessel::String();
 }
 
-// What sd-bus read; a null C string is an empty one.
+// What sd-bus has read; a null C string is an empty text.
 std::string_view textOf( const char* text ) {
    return text ? text : "";
 }
@@ -42,6 +45,83 @@ int callbackFailedIs( bool& callbackFailed, sd_bus_error* error, const char* tex
 
 } // namespace
 
+// What all monitors do with the connection. Not exported.
+struct Monitoring {
+   // Registers the match and stores its slot. Borrows the record for as long as the match exists.
+   // Throws SdbusSyncException; `failure` and `subject` open its text.
+   static void matchIs(
+      SignalMonitor& monitor, const char* path, const char* interface, const char* member,
+      sd_bus_message_handler_t callback, void* record, std::string_view failure,
+      std::string_view subject = {} );
+   // Removes the match.
+   static void matchDel( SignalMonitor& monitor );
+
+   // Pumps the connection until `completed` returns true; it is asked whenever all received
+   // messages have been dispatched. Throws what wait throws, and what `completed` throws. `prefix`
+   // opens the texts of the exceptions, and `object`, if present, is their subject.
+   template< std::predicate Completed >
+   static void waitUntil(
+      SignalMonitor& monitor, std::string_view prefix,
+      const Orl::Optional< Tessel::String >& object, const bool& callbackFailed,
+      const Completed& completed );
+};
+
+void Monitoring::matchIs(
+   SignalMonitor& monitor, const char* path, const char* interface, const char* member,
+   sd_bus_message_handler_t callback, void* record, std::string_view failure,
+   std::string_view subject ) {
+   sd_bus_slot* slot = nullptr;
+   const int matched = sd_bus_match_signal(
+      monitor.rawSdbus, &slot, sender, path, interface, member, callback, record );
+   if( matched < 0 ) {
+      throw SdbusSyncException(
+         Tessel::concat( failure, subject, ": ", std::strerror( -matched ) ) );
+   }
+   monitor.slot = slot;
+}
+
+void Monitoring::matchDel( SignalMonitor& monitor ) {
+   sd_bus_slot_unref( monitor.slot );
+}
+
+template< std::predicate Completed >
+void Monitoring::waitUntil(
+   SignalMonitor& monitor, std::string_view prefix, const Orl::Optional< Tessel::String >& object,
+   const bool& callbackFailed, const Completed& completed ) {
+   const Tessel::Interval start = Tessel::Interval::steadyNow();
+   while( true ) {
+      if( callbackFailed ) {
+         throw SdbusSyncException(
+            Tessel::concat( prefix, "callback handling failed", forObject( object ) ) );
+      }
+      const int processed = sd_bus_process( monitor.rawSdbus, nullptr );
+      if( processed < 0 ) {
+         throw SdbusSyncException(
+            Tessel::concat( prefix, "sd_bus_process failed: ", std::strerror( -processed ) ) );
+      }
+      if( processed > 0 ) {
+         continue;
+      }
+      const Tessel::Interval elapsed = Tessel::Interval::steadyNow() - start;
+      // Before the event, deliberately: an event noticed after the limit comes too late.
+      if( elapsed >= monitor.syncTimeout ) {
+         // {fmt} writes a decimal point in every locale.
+         throw SdbusSyncException( Tessel::concat(
+            prefix, fmt::format( "{:f}", monitor.syncTimeout.seconds() ), " timeout",
+            forObject( object ) ) );
+      }
+      if( completed() ) {
+         return;
+      }
+      const Tessel::Interval remaining = monitor.syncTimeout - elapsed;
+      const int waited = sd_bus_wait( monitor.rawSdbus, remaining.microsecondsAbove() );
+      if( waited < 0 ) {
+         throw SdbusSyncException(
+            Tessel::concat( prefix, "sd_bus_wait failed: ", std::strerror( -waited ) ) );
+      }
+   }
+}
+
 // SignalMonitor
 
 SignalMonitor::SignalMonitor( sd_bus* bus ) : rawSdbus( bus ) {}
@@ -54,62 +134,9 @@ void SignalMonitor::slotIs( sd_bus_slot* newSlot ) {
    slot = newSlot;
 }
 
-void SignalMonitor::matchIs(
-   const char* path, const char* interface, const char* member, sd_bus_message_handler_t callback,
-   void* record, std::string_view failure, std::string_view subject ) {
-   sd_bus_slot* newSlot = nullptr;
-   const int matched =
-      sd_bus_match_signal( rawSdbus, &newSlot, sender, path, interface, member, callback, record );
-   if( matched < 0 ) {
-      throw SdbusSyncException(
-         Tessel::concat( failure, subject, ": ", std::strerror( -matched ) ) );
-   }
-   slot = newSlot;
-}
-
-void SignalMonitor::matchDel() {
-   sd_bus_slot_unref( slot );
-}
-
-void SignalMonitor::waitUntil(
-   const char* monitor, const Orl::Optional< Tessel::String >& object, const bool& callbackFailed,
-   const std::function< bool() >& completed ) {
-   const Tessel::Interval start = Tessel::Interval::steadyNow();
-   while( true ) {
-      if( callbackFailed ) {
-         throw SdbusSyncException(
-            Tessel::concat( monitor, "::wait, callback handling failed", forObject( object ) ) );
-      }
-      const int processed = sd_bus_process( rawSdbus, nullptr );
-      if( processed < 0 ) {
-         throw SdbusSyncException( Tessel::concat(
-            monitor, "::wait, sd_bus_process failed: ", std::strerror( -processed ) ) );
-      }
-      if( processed > 0 ) {
-         continue;
-      }
-      const Tessel::Interval elapsed = Tessel::Interval::steadyNow() - start;
-      // Before the event, deliberately: an event that is noticed after the limit comes too late.
-      if( elapsed >= syncTimeout ) {
-         throw SdbusSyncException( Tessel::concat(
-            monitor, "::wait, ", std::to_string( syncTimeout.seconds() ), " timeout",
-            forObject( object ) ) );
-      }
-      if( completed() ) {
-         return;
-      }
-      const Tessel::Interval remaining = syncTimeout - elapsed;
-      const int waited = sd_bus_wait( rawSdbus, remaining.microsecondsAbove() );
-      if( waited < 0 ) {
-         throw SdbusSyncException(
-            Tessel::concat( monitor, "::wait, sd_bus_wait failed: ", std::strerror( -waited ) ) );
-      }
-   }
-}
-
 // JobRemovedMonitor
 
-int jobRemovedCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) {
+int jobRemovedCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) noexcept {
    auto& record = *static_cast< JobRemovedMonitor::CallbackData* >( userdata );
    std::uint32_t jobId = 0;
    const char* job = "";
@@ -121,8 +148,7 @@ int jobRemovedCallback( sd_bus_message* signal, void* userdata, sd_bus_error* er
          record.callbackFailed, error, "Failed to parse JobRemoved signal.", read );
    }
    if( jobId == record.jobId ) {
-      // systemd's words are short enough to be stored without an allocation, so that nothing is
-      // thrown through sd-bus here.
+      // The string stores the words that systemd sends without an allocation.
       record.result = result;
    }
    return 0;
@@ -149,14 +175,14 @@ JobRemovedMonitor::~JobRemovedMonitor() {
 void JobRemovedMonitor::handleInitialized() {
    TRACE( 8, "Initialize JobRemovedMonitor" );
    const Tessel::Ptr< CallbackData > record = data;
-   matchIs(
-      managerPath, managerInterface, "JobRemoved", &jobRemovedCallback, record.get(),
+   Monitoring::matchIs(
+      *this, managerPath, managerInterface, "JobRemoved", &jobRemovedCallback, record.get(),
       "JobRemovedMonitor::handleInitialized, failed to register JobRemoved monitor" );
 }
 
 void JobRemovedMonitor::handleDeleted() {
    TRACE( 8, "Deinitialize JobRemovedMonitor" );
-   matchDel();
+   Monitoring::matchDel( *this );
 }
 
 Tessel::Ptr< JobRemovedMonitor::CallbackData > JobRemovedMonitor::dataIs() {
@@ -198,20 +224,21 @@ bool JobRemovedMonitor::wait( const Orl::Optional< Tessel::String >& object ) {
    data->callbackFailed = false;
    data->jobId = parseJobId( *object );
    data->result = "";
-   waitUntil( "JobRemovedMonitor", object, data->callbackFailed, [this, &object] {
-      const Tessel::String& result = data->result;
-      if( result.empty() || result == "done" || result == "skipped" ) {
-         return !result.empty();
-      }
-      throw SdbusJobException(
-         Tessel::concat( "JobRemovedMonitor::wait, job ", *object, " result: ", result ) );
-   } );
+   Monitoring::waitUntil(
+      *this, "JobRemovedMonitor::wait, ", object, data->callbackFailed, [this, &object] {
+         const Tessel::String& result = data->result;
+         if( result.empty() || result == "done" || result == "skipped" ) {
+            return !result.empty();
+         }
+         throw SdbusJobException(
+            Tessel::concat( "JobRemovedMonitor::wait, job ", *object, " result: ", result ) );
+      } );
    return true;
 }
 
 // DaemonReloadingMonitor
 
-int reloadingCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) {
+int reloadingCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) noexcept {
    auto& record = *static_cast< DaemonReloadingMonitor::CallbackData* >( userdata );
    int reloading = 0;
    const int read = sd_bus_message_read( signal, "b", &reloading );
@@ -249,14 +276,14 @@ DaemonReloadingMonitor::~DaemonReloadingMonitor() {
 void DaemonReloadingMonitor::handleInitialized() {
    TRACE( 8, "Initialize DaemonReloadingMonitor" );
    const Tessel::Ptr< CallbackData > record = data;
-   matchIs(
-      managerPath, managerInterface, "Reloading", &reloadingCallback, record.get(),
+   Monitoring::matchIs(
+      *this, managerPath, managerInterface, "Reloading", &reloadingCallback, record.get(),
       "DaemonReloadingMonitor::handleInitialized, failed to register Reloading monitor" );
 }
 
 void DaemonReloadingMonitor::handleDeleted() {
    TRACE( 8, "Deinitialize DaemonReloadingMonitor" );
-   matchDel();
+   Monitoring::matchDel( *this );
 }
 
 Tessel::Ptr< DaemonReloadingMonitor::CallbackData > DaemonReloadingMonitor::dataIs() {
@@ -278,26 +305,26 @@ bool DaemonReloadingMonitor::wait( const Orl::Optional< Tessel::String >& object
    data->callbackFailed = false;
    data->started = false;
    data->finished = false;
-   waitUntil(
-      "DaemonReloadingMonitor", object, data->callbackFailed, [this] { return data->finished; } );
+   Monitoring::waitUntil(
+      *this, "DaemonReloadingMonitor::wait, ", object, data->callbackFailed,
+      [this] { return data->finished; } );
    return data->started;
 }
 
 // UnitReloadingMonitor
 
-void UnitReloadingMonitor::CallbackData::activeStateIs( std::string_view state ) {
-   failed = state == "failed";
-   if( started && state == "active" ) {
-      finished = true;
-   } else if( state == "reloading" || state == "activating" ) {
-      started = true;
-   }
-}
-
-int unitReloadingCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) {
+int unitReloadingCallback( sd_bus_message* signal, void* userdata, sd_bus_error* error ) noexcept {
    auto& record = *static_cast< UnitReloadingMonitor::CallbackData* >( userdata );
    const auto failed = [&]( const char* text, int result ) {
       return callbackFailedIs( record.callbackFailed, error, text, result );
+   };
+   const auto stateIs = [&]( std::string_view state ) {
+      record.failed = state == "failed";
+      if( record.started && state == "active" ) {
+         record.finished = true;
+      } else if( state == "reloading" || state == "activating" ) {
+         record.started = true;
+      }
    };
    const char* interface = "";
    if( const int read = sd_bus_message_read( signal, "s", &interface ); read < 0 ) {
@@ -329,7 +356,7 @@ int unitReloadingCallback( sd_bus_message* signal, void* userdata, sd_bus_error*
          if( const int read = sd_bus_message_read( signal, "v", "s", &state ); read < 0 ) {
             return failed( "Failed to parse value of ActiveState property.", read );
          }
-         record.activeStateIs( textOf( state ) );
+         stateIs( textOf( state ) );
       }
       sd_bus_message_exit_container( signal );
    }
@@ -363,8 +390,8 @@ UnitReloadingMonitor::~UnitReloadingMonitor() {
 void UnitReloadingMonitor::handleInitialized() {
    TRACE( 8, "Initialize UnitReloadingMonitor for {}", unitPath );
    const Tessel::Ptr< CallbackData > record = data;
-   matchIs(
-      unitPath.data(), propertiesInterface, "PropertiesChanged", &unitReloadingCallback,
+   Monitoring::matchIs(
+      *this, unitPath.data(), propertiesInterface, "PropertiesChanged", &unitReloadingCallback,
       record.get(),
       "UnitReloadingMonitor::handleInitialized, "
       "failed to register PropertiesChanged monitor for ",
@@ -373,7 +400,7 @@ void UnitReloadingMonitor::handleInitialized() {
 
 void UnitReloadingMonitor::handleDeleted() {
    TRACE( 8, "Deinitialize UnitReloadingMonitor for {}", unitPath );
-   matchDel();
+   Monitoring::matchDel( *this );
 }
 
 Tessel::Ptr< UnitReloadingMonitor::CallbackData > UnitReloadingMonitor::dataIs() {
@@ -393,14 +420,15 @@ bool UnitReloadingMonitor::wait( const Orl::Optional< Tessel::String >& ) {
    data->started = false;
    data->finished = false;
    data->failed = false;
-   waitUntil( "UnitReloadingMonitor", std::nullopt, data->callbackFailed, [this] {
-      if( data->failed && !data->finished ) {
-         // The failure carries no error number, so the text ends in the words for number 0.
-         throw SdbusSyncException( Tessel::concat(
-            "UnitReloadingMonitor::wait, unit ", unitPath, " failed: ", std::strerror( 0 ) ) );
-      }
-      return data->finished;
-   } );
+   Monitoring::waitUntil(
+      *this, "UnitReloadingMonitor::wait, ", std::nullopt, data->callbackFailed, [this] {
+         if( data->failed && !data->finished ) {
+            // The failure carries no error number, so the text ends in the words for number 0.
+            throw SdbusSyncException( Tessel::concat(
+               "UnitReloadingMonitor::wait, unit ", unitPath, " failed: ", std::strerror( 0 ) ) );
+         }
+         return data->finished;
+      } );
    return true;
 }
 

@@ -13,8 +13,6 @@
 #include <platform/value/String.h>
 
 #include <cstdint>
-#include <functional>
-#include <string_view>
 #include <systemd/sd-bus.h>
 
 // The type data of the monitors and their records.
@@ -48,24 +46,9 @@ class TESSEL_EXPORT SignalMonitor : public Tessel::Node {
    // Consumes the slot: the concrete monitor releases the one it holds when it goes.
    void slotIs( sd_bus_slot* newSlot );
 
- protected:
-   // Registers the match and stores its slot. Borrows the record for as long as the match exists.
-   // Throws SdbusSyncException; `failure` and `subject` open its text.
-   void matchIs(
-      const char* path, const char* interface, const char* member,
-      sd_bus_message_handler_t callback, void* record, std::string_view failure,
-      std::string_view subject = {} );
-   // Removes the match.
-   void matchDel();
-
-   // Pumps the connection until `completed`, asked whenever all received messages are handled.
-   // Returns early through the exceptions of wait and those of `completed`. `monitor` names the
-   // class, and `object`, if present, the subject, in the texts of the exceptions.
-   void waitUntil(
-      const char* monitor, const Orl::Optional< Tessel::String >& object,
-      const bool& callbackFailed, const std::function< bool() >& completed );
-
  private:
+   friend struct Monitoring;
+
    Tessel::Interval syncTimeout{ 600'000'000'000 };
    sd_bus* rawSdbus;
    sd_bus_slot* slot = nullptr;
@@ -84,7 +67,7 @@ class TESSEL_EXPORT JobRemovedMonitor : public SignalMonitor {
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class JobRemovedMonitor;
-      friend int jobRemovedCallback( sd_bus_message*, void*, sd_bus_error* );
+      friend int jobRemovedCallback( sd_bus_message*, void*, sd_bus_error* ) noexcept;
 
     protected:
       ~CallbackData() override;
@@ -141,7 +124,7 @@ class TESSEL_EXPORT DaemonReloadingMonitor : public SignalMonitor {
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class DaemonReloadingMonitor;
-      friend int reloadingCallback( sd_bus_message*, void*, sd_bus_error* );
+      friend int reloadingCallback( sd_bus_message*, void*, sd_bus_error* ) noexcept;
 
     protected:
       ~CallbackData() override;
@@ -192,14 +175,12 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class UnitReloadingMonitor;
-      friend int unitReloadingCallback( sd_bus_message*, void*, sd_bus_error* );
+      friend int unitReloadingCallback( sd_bus_message*, void*, sd_bus_error* ) noexcept;
 
     protected:
       ~CallbackData() override;
 
     private:
-      void activeStateIs( std::string_view state );
-
       bool callbackFailed = false;
       bool started = false;  // "reloading" or "activating" has been seen
       bool finished = false; // and "active" after it

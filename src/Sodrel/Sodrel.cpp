@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <systemd/sd-bus.h>
+#include <utility>
 
 namespace Sodrel {
 
@@ -41,13 +42,42 @@ Tessel::String withCause( const Tessel::String& what, int result ) {
    return Tessel::concat( what, ": ", std::strerror( -result ) );
 }
 
-// Throws unless the call succeeded; `failure` composes the text. Consumes the contents of the
-// error.
+// The texts of failures are composed by `failure` when there is one, so that no operation that has
+// succeeded can fail for want of memory.
+
+// Throws unless the call succeeded. Consumes the contents of the error.
 template< std::invocable Failure >
 void check( const Sdbus& client, int ret, sd_bus_error& error, const Failure& failure ) {
    ErrorContents contents( &error );
-   const Tessel::String text = failure();
+   const Tessel::String text = ret < 0 ? failure() : Tessel::String();
    client.handleSdbusCall( ret, contents.release(), text );
+}
+
+// Reads an object path. Consumes the reply.
+template< std::invocable Failure >
+Tessel::String readPath( Reply reply, const Failure& failure ) {
+   const char* path = "";
+   const int read = sd_bus_message_read( reply.get(), "o", &path );
+   if( read < 0 ) {
+      sd_bus_message_unref( reply.release() );
+      throw SdbusMessageException( withCause( failure(), read ) );
+   }
+   // The path points into the reply, so it is copied before the reply is dropped.
+   Tessel::String copy = path;
+   sd_bus_message_unref( reply.release() );
+   return copy;
+}
+
+// Reads a boolean. Consumes the reply.
+template< std::invocable Failure >
+bool readBool( Reply reply, const Failure& failure ) {
+   int value = 0;
+   const int read = sd_bus_message_read( reply.get(), "b", &value );
+   sd_bus_message_unref( reply.release() );
+   if( read < 0 ) {
+      throw SdbusMessageException( withCause( failure(), read ) );
+   }
+   return value != 0;
 }
 
 // Reads a string property of one object, and checks the outcome.
@@ -136,7 +166,8 @@ void Sdbus::handleSdbusCall( int ret, Orl::VoidPtr sdErr, const Tessel::String& 
    if( ret >= 0 ) {
       return;
    }
-   Tessel::String text = error->message ? Tessel::concat( errMsg, ": ", error->message ) : errMsg;
+   Tessel::String text =
+      error && error->message ? Tessel::concat( errMsg, ": ", error->message ) : errMsg;
    error.reset();
    throw SdbusCallException( std::move( text ) );
 }
@@ -147,28 +178,11 @@ void Sdbus::handleSdbusMessage( Orl::VoidPtr sdMsg ) const {
 
 Tessel::String
 Sdbus::handleSdbusMessageO( Orl::VoidPtr sdMsg, const Tessel::String& errMsg ) const {
-   Reply reply( static_cast< sd_bus_message* >( sdMsg ) );
-   const char* path = "";
-   const int read = sd_bus_message_read( reply.get(), "o", &path );
-   if( read < 0 ) {
-      sd_bus_message_unref( reply.release() );
-      throw SdbusMessageException( withCause( errMsg, read ) );
-   }
-   // The path points into the reply, so it is copied before the reply is dropped.
-   Tessel::String copy = path;
-   sd_bus_message_unref( reply.release() );
-   return copy;
+   return readPath( Reply( static_cast< sd_bus_message* >( sdMsg ) ), [&] { return errMsg; } );
 }
 
 bool Sdbus::handleSdbusMessageB( Orl::VoidPtr sdMsg, const Tessel::String& errMsg ) const {
-   auto* const reply = static_cast< sd_bus_message* >( sdMsg );
-   int value = 0;
-   const int read = sd_bus_message_read( reply, "b", &value );
-   sd_bus_message_unref( reply );
-   if( read < 0 ) {
-      throw SdbusMessageException( withCause( errMsg, read ) );
-   }
-   return value != 0;
+   return readBool( Reply( static_cast< sd_bus_message* >( sdMsg ) ), [&] { return errMsg; } );
 }
 
 // Property reads
@@ -185,9 +199,10 @@ bool Sdbus::managerPropertyB( const Tessel::String& property ) {
       return Tessel::concat(
          "Sdbus::managerPropertyB, manager property ", property, " read failed" );
    } );
-   const Tessel::String text =
-      Tessel::concat( "Sdbus::managerPropertyB, message handling failed for property ", property );
-   return handleSdbusMessageB( reply.release(), text );
+   return readBool( std::move( reply ), [&] {
+      return Tessel::concat(
+         "Sdbus::managerPropertyB, message handling failed for property ", property );
+   } );
 }
 
 Tessel::String Sdbus::managerPropertyS( const Tessel::String& property ) {
@@ -296,9 +311,10 @@ Orl::String Sdbus::asyncManagerCallSO( const Tessel::String& method, const Tesse
             "Sdbus::asyncManagerCallSO, sd-bus call ", method, " ", s, " failed" );
       },
       "s", s.data() );
-   const Tessel::String text = Tessel::concat(
-      "Sdbus::asyncManagerCallSO, message read failed when calling ", method, " ", s );
-   return handleSdbusMessageO( reply.release(), text );
+   return readPath( std::move( reply ), [&] {
+      return Tessel::concat(
+         "Sdbus::asyncManagerCallSO, message read failed when calling ", method, " ", s );
+   } );
 }
 
 Orl::String Sdbus::asyncManagerCallSsO(
@@ -311,9 +327,11 @@ Orl::String Sdbus::asyncManagerCallSsO(
             "Sdbus::asyncManagerCallSsO, sd-bus call ", method, " ", s1, " ", s2, " failed" );
       },
       "ss", s1.data(), s2.data() );
-   const Tessel::String text = Tessel::concat(
-      "Sdbus::asyncManagerCallSsO, message read failed when calling ", method, " ", s1, " ", s2 );
-   return handleSdbusMessageO( reply.release(), text );
+   return readPath( std::move( reply ), [&] {
+      return Tessel::concat(
+         "Sdbus::asyncManagerCallSsO, message read failed when calling ", method, " ", s1, " ",
+         s2 );
+   } );
 }
 
 } // namespace Sodrel

@@ -159,6 +159,7 @@ std::vector< Operation > makeOperations() {
          { "sd_bus_get_property_string",
            CALL "managerPropertyS, manager property Version read failed{message}" },
       },
+      false,
    } );
 
    all.push_back( {
@@ -175,6 +176,7 @@ std::vector< Operation > makeOperations() {
          { "sd_bus_message_read",
            MESSAGE "managerPropertyB, message handling failed for property ConfirmSpawn{errno}" },
       },
+      false,
    } );
 
    all.push_back( {
@@ -204,6 +206,7 @@ std::vector< Operation > makeOperations() {
          { "probe", "returned", NO_BUS },
          { "sd_bus_call_method", CALL "asyncManagerCall, sd-bus call Reload failed{message}" },
       },
+      false,
    } );
 
    all.push_back( {
@@ -244,6 +247,7 @@ std::vector< Operation > makeOperations() {
          { "probe", "returned", NO_BUS },
          { "sd_bus_call_method", CALL "asyncManagerCall, sd-bus call Reload failed{message}" },
       },
+      false,
    } );
 
    all.push_back( {
