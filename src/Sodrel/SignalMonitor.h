@@ -1,6 +1,8 @@
-// Signal monitors: each subscribes to one systemd signal, and waits for what it reports.
+// Signal monitors: each subscribes to one systemd signal and waits for what it reports.
 //
 // A monitor pumps the connection itself, on the thread that calls wait; there is no event loop.
+// One monitor of a connection waits at a time: its wait also dispatches the signals of the others,
+// which may then miss their event.
 // Signals and properties: org.freedesktop.systemd1(5).
 #pragma once
 
@@ -15,35 +17,38 @@
 #include <cstdint>
 #include <systemd/sd-bus.h>
 
-// The type data of the monitors and their records.
+/// The type data of the monitors and their records.
 extern TESSEL_EXPORT const Tessel::ModuleInspectData _SignalMonitor_178310f1_orlModule;
 
 namespace Sodrel {
 
-// What all monitors share: the connection, the signal match and the wait loop.
-//
-// Borrows the connection, which must stay open until the monitor is gone.
-// Thread: everything, the signal callback included, runs on the thread that calls wait; nobody
-// else may process the connection meanwhile.
+/// What all monitors share: the connection, the match rule and the wait loop.
+///
+/// Borrows the connection, which must stay open until the monitor is destroyed.
+/// Thread: everything, including the callback, runs on the thread that calls wait; no other thread
+/// may process the connection meanwhile.
 class TESSEL_EXPORT SignalMonitor : public Tessel::Node {
    TESSEL_ENTITY( SignalMonitor )
 
  protected:
-   // Borrows the connection. The concrete monitor registers its match.
+   /// Borrows the connection. The concrete monitor adds its match rule.
    explicit SignalMonitor( sd_bus* bus );
    ~SignalMonitor() override;
 
  public:
-   // Blocks until the awaited event has been seen, and returns its outcome. May be called again.
-   //
-   // `object` is what the manager call returned; each monitor says whether it must be there.
-   // Throws SdbusSyncException when the signal could not be read, when the bus failed, and when
-   // the attribute syncTimeout, 600 s unless reflection changes it, has run out. The limit is
-   // looked at before the event, so an event that is noticed too late is a time-out.
+   /// Blocks until the awaited event has been seen, and returns its outcome.
+   ///
+   /// May be called again; each call forgets what was seen before it. After a time-out, read the
+   /// state instead: the wait may have seen the event too late.
+   /// `object` is what the manager call returned; each monitor says whether it must be present.
+   /// Throws SdbusSyncException if the signal cannot be read, if the bus fails, and after
+   /// the time limit (the attribute syncTimeout; 600 s unless reflection changes it). The limit is
+   /// checked before the event, so an event noticed after it is a time-out.
    virtual bool wait( const Orl::Optional< Tessel::String >& object ) = 0;
 
-   // Stores the slot of a signal match, without releasing the one before.
-   // Consumes the slot: the concrete monitor releases the one it holds when it goes.
+   /// Stores the slot of a match rule without releasing the previous one.
+   ///
+   /// Consumes the slot: the concrete monitor's destructor releases it.
    void slotIs( sd_bus_slot* newSlot );
 
  private:
@@ -54,16 +59,16 @@ class TESSEL_EXPORT SignalMonitor : public Tessel::Node {
    sd_bus_slot* slot = nullptr;
 };
 
-// Waits for the end of one job, by the manager's signal JobRemoved.
-//
-// Create it before sending the call that queues the job: the match exists from construction on,
-// so that the signal cannot be missed. The signal reaches the client that queued the job even
-// when nobody has called "Subscribe".
+/// Waits for the end of one job, reported by the manager's signal JobRemoved.
+///
+/// Create it before sending the call that queues the job: the match rule is added on construction,
+/// so the signal cannot be missed. systemd sends the signal to the client that queued the job even
+/// if no client has called "Subscribe".
 class TESSEL_EXPORT JobRemovedMonitor : public SignalMonitor {
    TESSEL_ENTITY( JobRemovedMonitor )
 
  public:
-   // What the signal callback writes, and nothing else does during a wait.
+   /// What the callback has recorded; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class JobRemovedMonitor;
@@ -78,31 +83,34 @@ class TESSEL_EXPORT JobRemovedMonitor : public SignalMonitor {
       Tessel::String result;   // empty until its signal has come
    };
 
-   // Use jobRemovedMonitorFactory.
+   /// Use jobRemovedMonitorFactory.
    explicit JobRemovedMonitor( sd_bus* bus );
 
-   // Waits until the job with the object path `object` has ended. Returns true.
-   //
-   // The object path of a unit returns true at once: there is no job to wait for.
-   // Throws SdbusJobException for a path of neither kind, and for a result other than "done" and
-   // "skipped"; SdbusSyncException as the base.
-   // Ends the process unless `object` is present.
+   /// Waits until the job with the object path `object` has ended, and returns true.
+   ///
+   /// Returns true at once for the object path of a unit: there is no job to wait for.
+   /// Throws SdbusJobException for any other path, and for a job result other than "done" and
+   /// "skipped"; SdbusSyncException as the base does.
+   /// Ends the process unless `object` is present.
    bool wait( const Orl::Optional< Tessel::String >& object ) override;
 
-   // Whether `object` is the path of a unit.
+   /// Returns whether `object` is the object path of a unit.
    [[nodiscard]] bool isUnitObject( const Tessel::String& object ) const;
-   // The number in a job's object path; what follows the digits is ignored.
-   // Throws SdbusJobException for a path without one, or beyond 32 bits.
+   /// Returns the id in a job's object path; characters after its digits are ignored.
+   ///
+   /// Throws SdbusJobException for a path without an id, or with one beyond 32 bits.
    std::uint32_t parseJobId( const Tessel::String& object ) const;
 
-   // The callback's record, made if there is none.
+   /// Returns the callback's record, after creating it if there is none.
    Tessel::Ptr< CallbackData > dataIs();
-   // Hands the record and its use to the caller. There may be no wait afterwards.
+   /// Releases ownership of the record to the caller.
+   ///
+   /// Afterwards, neither wait nor process the connection until the monitor is destroyed.
    Tessel::Ptr< CallbackData > dataDel();
 
-   // Run at the end of construction: registers the match. Throws SdbusSyncException.
+   /// Runs at the end of construction: adds the match rule. Throws SdbusSyncException.
    void handleInitialized();
-   // Run at the start of destruction: removes the match.
+   /// Runs at the start of destruction: removes the match rule.
    void handleDeleted();
 
  protected:
@@ -112,15 +120,15 @@ class TESSEL_EXPORT JobRemovedMonitor : public SignalMonitor {
    Tessel::Ptr< CallbackData > data;
 };
 
-// Waits for the end of a reload of the manager's configuration, by its signal Reloading.
-//
-// Create it before sending the call, so that the signal cannot be missed. systemd sends the signal
-// only while some client has called "Subscribe".
+/// Waits for the end of a reload of the manager's configuration, reported by its signal Reloading.
+///
+/// Create it before sending the call, so that the signal cannot be missed. systemd sends the signal
+/// only while some client has called "Subscribe".
 class TESSEL_EXPORT DaemonReloadingMonitor : public SignalMonitor {
    TESSEL_ENTITY( DaemonReloadingMonitor )
 
  public:
-   // What the signal callback writes, and nothing else does during a wait.
+   /// What the callback has recorded; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class DaemonReloadingMonitor;
@@ -135,23 +143,25 @@ class TESSEL_EXPORT DaemonReloadingMonitor : public SignalMonitor {
       bool finished = false;
    };
 
-   // Use daemonReloadingMonitorFactory.
+   /// Use daemonReloadingMonitorFactory.
    explicit DaemonReloadingMonitor( sd_bus* bus );
 
-   // Waits until a reload has ended. Returns whether its start has been seen too.
-   //
-   // Throws SdbusSyncException as the base.
-   // Ends the process unless `object` is absent.
+   /// Waits until a reload has ended, and returns whether its start has been seen too.
+   ///
+   /// Throws SdbusSyncException as the base does.
+   /// Ends the process unless `object` is absent.
    bool wait( const Orl::Optional< Tessel::String >& object ) override;
 
-   // The callback's record, made if there is none.
+   /// Returns the callback's record, after creating it if there is none.
    Tessel::Ptr< CallbackData > dataIs();
-   // Hands the record and its use to the caller. There may be no wait afterwards.
+   /// Releases ownership of the record to the caller.
+   ///
+   /// Afterwards, neither wait nor process the connection until the monitor is destroyed.
    Tessel::Ptr< CallbackData > dataDel();
 
-   // Run at the end of construction: registers the match. Throws SdbusSyncException.
+   /// Runs at the end of construction: adds the match rule. Throws SdbusSyncException.
    void handleInitialized();
-   // Run at the start of destruction: removes the match.
+   /// Runs at the start of destruction: removes the match rule.
    void handleDeleted();
 
  protected:
@@ -161,17 +171,17 @@ class TESSEL_EXPORT DaemonReloadingMonitor : public SignalMonitor {
    Tessel::Ptr< CallbackData > data;
 };
 
-// Waits until one unit has gone through a reload or restart and is active again, by the property
-// ActiveState in the unit's PropertiesChanged signal.
-//
-// Create it before sending the call, so that no change of state can be missed. systemd sends the
-// signal only while some client has called "Subscribe". A restart of a unit that goes from
-// "inactive" to "active" without "activating" in between, as one of Type=simple does, is not seen.
+/// Waits until one unit has been reloaded or restarted and is active again, reported by the
+/// property ActiveState in the unit's PropertiesChanged signal.
+///
+/// Create it before sending the call, so that no state change is missed. systemd sends the signal
+/// only while some client has called "Subscribe". A restart that goes from "inactive" to "active"
+/// without "activating" in between, as that of a Type=simple service does, is not seen.
 class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
    TESSEL_ENTITY( UnitReloadingMonitor )
 
  public:
-   // What the signal callback writes, and nothing else does during a wait.
+   /// What the callback has recorded; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class UnitReloadingMonitor;
@@ -183,30 +193,33 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
     private:
       bool callbackFailed = false;
       bool started = false;  // "reloading" or "activating" has been seen
-      bool finished = false; // and "active" after it
+      bool finished = false; // "active" has been seen after that
       bool failed = false;   // the latest state is "failed"
    };
 
-   // As unitReloadingMonitorFactory.
+   /// The same as unitReloadingMonitorFactory.
    static Tessel::Ptr< UnitReloadingMonitor >
    UnitReloadingMonitorIs( sd_bus* bus, const Tessel::String& unitPath );
 
-   // Use unitReloadingMonitorFactory.
+   /// Use unitReloadingMonitorFactory.
    UnitReloadingMonitor( sd_bus* bus, const Tessel::String& path );
 
-   // Waits until the unit is active after a reload or activation. Returns true; ignores `object`.
-   //
-   // Throws SdbusSyncException when the unit becomes "failed", and as the base.
+   /// Waits until the unit is active after a reload or activation, and returns true. Ignores
+   /// `object`.
+   ///
+   /// Throws SdbusSyncException if the unit becomes "failed", and as the base does.
    bool wait( const Orl::Optional< Tessel::String >& object ) override;
 
-   // The callback's record, made if there is none.
+   /// Returns the callback's record, after creating it if there is none.
    Tessel::Ptr< CallbackData > dataIs();
-   // Hands the record and its use to the caller. There may be no wait afterwards.
+   /// Releases ownership of the record to the caller.
+   ///
+   /// Afterwards, neither wait nor process the connection until the monitor is destroyed.
    Tessel::Ptr< CallbackData > dataDel();
 
-   // Run at the end of construction: registers the match. Throws SdbusSyncException.
+   /// Runs at the end of construction: adds the match rule. Throws SdbusSyncException.
    void handleInitialized();
-   // Run at the start of destruction: removes the match.
+   /// Runs at the start of destruction: removes the match rule.
    void handleDeleted();
 
  protected:
@@ -217,11 +230,15 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
    Tessel::Ptr< CallbackData > data;
 };
 
-// Create a monitor on a connection that the caller keeps open until the monitor is gone.
-// Throw SdbusSyncException when the match can't be registered.
+/// Creates a monitor of jobs.
+///
+/// Borrows the connection, which must stay open until the monitor is destroyed.
+/// Throws SdbusSyncException if the match rule cannot be added.
 TESSEL_EXPORT Tessel::Ptr< JobRemovedMonitor > jobRemovedMonitorFactory( sd_bus* bus );
+/// Creates a monitor of the manager's reloads; otherwise like jobRemovedMonitorFactory.
 TESSEL_EXPORT Tessel::Ptr< DaemonReloadingMonitor > daemonReloadingMonitorFactory( sd_bus* bus );
-// `unitPath` is the unit's object path, as the manager method "GetUnit" returns it.
+/// Creates a monitor of the unit with the object path `unitPath`, as the manager method "GetUnit"
+/// returns it; otherwise like jobRemovedMonitorFactory.
 TESSEL_EXPORT Tessel::Ptr< UnitReloadingMonitor >
 unitReloadingMonitorFactory( sd_bus* bus, const Tessel::String& unitPath );
 
