@@ -1,7 +1,7 @@
-// The loop that measures a client: "OPERATION COUNT" comes in, processor and wall times go out.
+// Runs and times a client: reads lines "OPERATION UNIT COUNT", answers each with the processor and
+// wall time of every run.
 #include "Client.h"
 
-#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -9,64 +9,65 @@
 #include <time.h>
 #include <valgrind/callgrind.h>
 
-static void startTarget( void ) {
-   clientFollowJob( "StartUnit", TARGET );
+void fail( const char* what, const char* why ) {
+   fprintf( stderr, "%s: %s\n", what, why );
+   exit( 1 );
 }
 
-static void stopTarget( void ) {
-   clientFollowJob( "StopUnit", TARGET );
+uint32_t jobOf( const char* path ) {
+   return (uint32_t)strtoul( path + strlen( MANAGER_PATH "/job/" ), NULL, 10 );
 }
 
-static void startOneshot( void ) {
-   clientFollowJob( "StartUnit", ONESHOT );
-}
-
-static void restartService( void ) {
-   clientFollowJob( "RestartUnit", SERVICE );
-}
-
-static void readUnit( void ) {
-   clientReadUnit( SERVICE );
-}
-
-static void reloadUnit( void ) {
-   clientFollowUnitReload( SERVICE );
-}
-
-static void readOnce( void ) {
-   clientOpen();
-   clientReadManager();
-   clientClose();
-}
-
-static void nothing( void ) {}
-
-// `prepare` runs before each measured `run` and is not measured itself.
-static const struct Operation {
-   const char* name;
-   void ( *prepare )( void );
-   void ( *run )( void );
-} operations[] = {
-   { "1", nothing, clientReadManager },
-   { "2", nothing, readUnit },
-   { "3a", stopTarget, startTarget },
-   { "3b", nothing, startOneshot },
-   { "3c", nothing, restartService },
-   { "3d", startTarget, stopTarget },
-   { "4", nothing, clientFollowDaemonReload },
-   { "5", nothing, reloadUnit },
-   { "6", clientClose, readOnce },
-   { "7", nothing, startTarget },
-};
-
-static const struct Operation* find( const char* name ) {
-   for( size_t index = 0; index < sizeof operations / sizeof *operations; ++index ) {
-      if( strcmp( operations[index].name, name ) == 0 ) {
-         return &operations[index];
+void jobRemoved( struct Awaited* awaited, uint32_t job, const char* result ) {
+   if( job == awaited->job ) {
+      awaited->ended = true;
+      if( strcmp( result, "done" ) != 0 ) {
+         fail( "a job", result );
       }
    }
-   fprintf( stderr, "no operation '%s'\n", name );
-   exit( 1 );
+}
+
+void reloadSeen( struct Awaited* awaited, bool running ) {
+   if( running ) {
+      awaited->started = true;
+   } else {
+      awaited->ended = awaited->started;
+   }
+}
+
+void stateSeen( struct Awaited* awaited, const char* state ) {
+   if( strcmp( state, "reloading" ) == 0 || strcmp( state, "activating" ) == 0 ) {
+      awaited->started = true;
+   } else if( strcmp( state, "active" ) == 0 ) {
+      awaited->ended = awaited->started;
+   }
+}
+
+static void run( char operation, const char* unit ) {
+   switch( operation ) {
+   case '1':
+      clientReadManager();
+      break;
+   case '2':
+      clientReadUnit( unit );
+      break;
+   case '3':
+      clientRestart( unit );
+      break;
+   case '4':
+      clientReloadManager();
+      break;
+   case '5':
+      clientReloadUnit( unit );
+      break;
+   case '6':
+      clientClose();
+      clientOpen();
+      clientReadManager();
+      break;
+   default:
+      fail( "unknown operation", ( char[] ){ operation, '\0' } );
+   }
 }
 
 static uint64_t nanoseconds( clockid_t clock ) {
@@ -87,34 +88,29 @@ static uint64_t processorTime( void ) {
           timeOf( children.ru_stime );
 }
 
-// Under callgrind, each run's instructions go into a file of their own.
-static void measure( const struct Operation* operation, uint64_t* processor, uint64_t* wall ) {
-   operation->prepare();
-   const uint64_t processorBefore = processorTime();
-   const uint64_t wallBefore = nanoseconds( CLOCK_MONOTONIC );
+// Under callgrind, the instructions of each run go into a file of their own.
+static void measure( char operation, const char* unit ) {
+   const uint64_t processor = processorTime();
+   const uint64_t wall = nanoseconds( CLOCK_MONOTONIC );
    CALLGRIND_ZERO_STATS;
-   operation->run();
+   run( operation, unit );
    CALLGRIND_DUMP_STATS;
-   *wall = nanoseconds( CLOCK_MONOTONIC ) - wallBefore;
-   *processor = processorTime() - processorBefore;
+   const uint64_t wallTime = nanoseconds( CLOCK_MONOTONIC ) - wall;
+   printf(
+      "%llu %llu ", (unsigned long long)( processorTime() - processor ),
+      (unsigned long long)wallTime );
 }
 
 int main( void ) {
-   char name[8];
+   char operation = 0;
+   char unit[64];
    unsigned count = 0;
    clientOpen();
    puts( "ready" );
    fflush( stdout );
-   while( scanf( "%7s %u", name, &count ) == 2 ) {
-      const struct Operation* const operation = find( name );
-      for( unsigned done = 0; done < count; ++done ) {
-         uint64_t processor = 0;
-         uint64_t wall = 0;
-         measure( operation, &processor, &wall );
-         printf( "%llu %llu ", (unsigned long long)processor, (unsigned long long)wall );
-      }
-      if( operation->run == readOnce ) {
-         clientOpen();
+   while( scanf( " %c %63s %u", &operation, unit, &count ) == 3 ) {
+      for( ; count > 0; --count ) {
+         measure( operation, unit );
       }
       putchar( '\n' );
       fflush( stdout );

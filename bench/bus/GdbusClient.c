@@ -2,14 +2,12 @@
 #include "Client.h"
 
 #include <gio/gio.h>
-#include <stdlib.h>
-#include <string.h>
 
-static GDBusConnection* connection;
+static GDBusConnection* bus;
 
-static void check( GError* error ) {
+static void check( const GError* error ) {
    if( error ) {
-      g_error( "%s", error->message );
+      fail( "GDBus", error->message );
    }
 }
 
@@ -17,7 +15,7 @@ void clientOpen( void ) {
    GError* error = NULL;
    char* const address = g_dbus_address_get_for_bus_sync( G_BUS_TYPE_SYSTEM, NULL, &error );
    check( error );
-   connection = g_dbus_connection_new_for_address_sync(
+   bus = g_dbus_connection_new_for_address_sync(
       address,
       G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION,
@@ -28,11 +26,9 @@ void clientOpen( void ) {
 
 void clientClose( void ) {
    GError* error = NULL;
-   if( connection ) {
-      g_dbus_connection_close_sync( connection, NULL, &error );
-      check( error );
-      g_clear_object( &connection );
-   }
+   g_dbus_connection_close_sync( bus, NULL, &error );
+   check( error );
+   g_clear_object( &bus );
 }
 
 static GVariant* call(
@@ -40,7 +36,7 @@ static GVariant* call(
    const char* result ) {
    GError* error = NULL;
    GVariant* const reply = g_dbus_connection_call_sync(
-      connection, MANAGER, path, interface, method, arguments, G_VARIANT_TYPE( result ),
+      bus, MANAGER, path, interface, method, arguments, G_VARIANT_TYPE( result ),
       G_DBUS_CALL_FLAGS_NONE, -1, NULL, &error );
    check( error );
    return reply;
@@ -74,99 +70,74 @@ void clientReadUnit( const char* unit ) {
    g_free( path );
 }
 
-struct Wait {
-   guint32 job;
-   gboolean started;
-   gboolean finished;
-};
+// Updates `awaited` by each signal; the three signals have bodies of different types.
+static void onSignal(
+   GDBusConnection* from, const char* sender, const char* path, const char* interface,
+   const char* member, GVariant* body, gpointer awaited ) {
+   (void)from, (void)sender, (void)path, (void)interface, (void)member;
+   if( g_variant_is_of_type( body, G_VARIANT_TYPE( "(uoss)" ) ) ) {
+      guint32 job = 0;
+      const char* result = NULL;
+      g_variant_get( body, "(u&o&s&s)", &job, NULL, NULL, &result );
+      jobRemoved( awaited, job, result );
+   } else if( g_variant_is_of_type( body, G_VARIANT_TYPE( "(b)" ) ) ) {
+      gboolean running = FALSE;
+      g_variant_get( body, "(b)", &running );
+      reloadSeen( awaited, running );
+   } else {
+      const char* changedInterface = NULL;
+      const char* state = NULL;
+      GVariant* changed = NULL;
+      g_variant_get( body, "(&s@a{sv}@as)", &changedInterface, &changed, NULL );
+      if( g_str_equal( changedInterface, UNIT_INTERFACE ) &&
+          g_variant_lookup( changed, "ActiveState", "&s", &state ) ) {
+         stateSeen( awaited, state );
+      }
+      g_variant_unref( changed );
+   }
+}
 
-static guint subscribe(
-   const char* path, const char* interface, const char* member, GDBusSignalCallback callback,
-   struct Wait* wait ) {
+static guint
+subscribe( const char* path, const char* interface, const char* member, struct Awaited* awaited ) {
    return g_dbus_connection_signal_subscribe(
-      connection, MANAGER, interface, member, path, NULL, G_DBUS_SIGNAL_FLAGS_NONE, callback, wait,
+      bus, MANAGER, interface, member, path, NULL, G_DBUS_SIGNAL_FLAGS_NONE, onSignal, awaited,
       NULL );
 }
 
-static void await( const struct Wait* wait, guint subscription ) {
-   while( !wait->finished ) {
+static void await( const struct Awaited* awaited, guint subscription ) {
+   while( !awaited->ended ) {
       g_main_context_iteration( NULL, TRUE );
    }
-   g_dbus_connection_signal_unsubscribe( connection, subscription );
+   g_dbus_connection_signal_unsubscribe( bus, subscription );
 }
 
-static void onJobRemoved(
-   GDBusConnection* from, const char* sender, const char* path, const char* interface,
-   const char* member, GVariant* body, gpointer record ) {
-   (void)from, (void)sender, (void)path, (void)interface, (void)member;
-   struct Wait* const wait = record;
-   guint32 job = 0;
-   const char* result = NULL;
-   g_variant_get( body, "(u&o&s&s)", &job, NULL, NULL, &result );
-   if( job == wait->job ) {
-      g_assert_cmpstr( result, ==, "done" );
-      wait->finished = TRUE;
-   }
-}
-
-void clientFollowJob( const char* method, const char* unit ) {
-   struct Wait wait = { 0 };
-   const guint subscription =
-      subscribe( MANAGER_PATH, MANAGER_INTERFACE, "JobRemoved", onJobRemoved, &wait );
+static uint32_t callForJob( const char* method, const char* unit ) {
    char* const path = managerCallForPath( method, g_variant_new( "(ss)", unit, "replace" ) );
-   wait.job = (guint32)strtoul( path + strlen( JOB_PATH ), NULL, 10 );
+   const uint32_t job = jobOf( path );
    g_free( path );
-   await( &wait, subscription );
+   return job;
 }
 
-static void onReloading(
-   GDBusConnection* from, const char* sender, const char* path, const char* interface,
-   const char* member, GVariant* body, gpointer record ) {
-   (void)from, (void)sender, (void)path, (void)interface, (void)member;
-   struct Wait* const wait = record;
-   gboolean active = FALSE;
-   g_variant_get( body, "(b)", &active );
-   if( active ) {
-      wait->started = TRUE;
-   } else {
-      wait->finished = wait->started;
-   }
+void clientRestart( const char* unit ) {
+   struct Awaited awaited = { 0 };
+   const guint subscription = subscribe( MANAGER_PATH, MANAGER_INTERFACE, "JobRemoved", &awaited );
+   awaited.job = callForJob( "RestartUnit", unit );
+   await( &awaited, subscription );
 }
 
-void clientFollowDaemonReload( void ) {
-   struct Wait wait = { 0 };
-   const guint subscription =
-      subscribe( MANAGER_PATH, MANAGER_INTERFACE, "Reloading", onReloading, &wait );
+void clientReloadManager( void ) {
+   struct Awaited awaited = { 0 };
+   const guint subscription = subscribe( MANAGER_PATH, MANAGER_INTERFACE, "Reloading", &awaited );
    g_variant_unref( call( MANAGER_PATH, MANAGER_INTERFACE, "Reload", NULL, "()" ) );
-   await( &wait, subscription );
+   await( &awaited, subscription );
 }
 
-static void onPropertiesChanged(
-   GDBusConnection* from, const char* sender, const char* path, const char* changedInterface,
-   const char* member, GVariant* body, gpointer record ) {
-   (void)from, (void)sender, (void)path, (void)changedInterface, (void)member;
-   struct Wait* const wait = record;
-   const char* interface = NULL;
-   const char* state = NULL;
-   GVariant* changed = NULL;
-   g_variant_get( body, "(&s@a{sv}@as)", &interface, &changed, NULL );
-   if( strcmp( interface, UNIT_INTERFACE ) == 0 &&
-       g_variant_lookup( changed, "ActiveState", "&s", &state ) ) {
-      if( strcmp( state, "reloading" ) == 0 || strcmp( state, "activating" ) == 0 ) {
-         wait->started = TRUE;
-      } else if( strcmp( state, "active" ) == 0 ) {
-         wait->finished = wait->started;
-      }
-   }
-   g_variant_unref( changed );
-}
-
-void clientFollowUnitReload( const char* unit ) {
-   struct Wait wait = { 0 };
+void clientReloadUnit( const char* unit ) {
+   struct Awaited awaited = { 0 };
    char* const path = managerCallForPath( "GetUnit", g_variant_new( "(s)", unit ) );
    const guint subscription =
-      subscribe( path, PROPERTIES_INTERFACE, "PropertiesChanged", onPropertiesChanged, &wait );
+      subscribe( path, PROPERTIES_INTERFACE, "PropertiesChanged", &awaited );
+   callForJob( "ReloadUnit", unit );
+   await( &awaited, subscription );
    g_free( path );
-   g_free( managerCallForPath( "ReloadUnit", g_variant_new( "(ss)", unit, "replace" ) ) );
-   await( &wait, subscription );
 }

@@ -1,13 +1,10 @@
-// Go's D-Bus client, measured like the clients in C.
+// Go's D-Bus client, run and timed like the clients in C.
 package main
 
 import (
-	"bufio"
 	"fmt"
 	"os"
 	"runtime"
-	"strconv"
-	"strings"
 	"syscall"
 	"time"
 	"unsafe"
@@ -21,10 +18,6 @@ const (
 	managerInterface    = "org.freedesktop.systemd1.Manager"
 	unitInterface       = "org.freedesktop.systemd1.Unit"
 	propertiesInterface = "org.freedesktop.DBus.Properties"
-
-	target  = "bench-nothing.target"
-	oneshot = "bench-oneshot.service"
-	service = "bench-runs.service"
 )
 
 var bus *dbus.Conn
@@ -42,16 +35,19 @@ func open() {
 	check(err)
 }
 
-func closeBus() {
-	check(bus.Close())
+func call(method string, arguments ...interface{}) *dbus.Call {
+	answer := bus.Object(manager, managerPath).Call(managerInterface+"."+method, 0, arguments...)
+	check(answer.Err)
+	return answer
 }
 
-func object(path dbus.ObjectPath) dbus.BusObject {
-	return bus.Object(manager, path)
+func callForPath(method string, arguments ...interface{}) (path dbus.ObjectPath) {
+	check(call(method, arguments...).Store(&path))
+	return path
 }
 
 func read(path dbus.ObjectPath, property string) {
-	_, err := object(path).GetProperty(property)
+	_, err := bus.Object(manager, path).GetProperty(property)
 	check(err)
 }
 
@@ -59,17 +55,8 @@ func readManager() {
 	read(managerPath, managerInterface+".SystemState")
 }
 
-func unitPath() (path dbus.ObjectPath) {
-	check(object(managerPath).Call(managerInterface+".GetUnit", 0, service).Store(&path))
-	return path
-}
-
-func readUnit() {
-	read(unitPath(), unitInterface+".ActiveState")
-}
-
-// Subscribes, calls, and returns when the signal that is awaited has come.
-func follow(path dbus.ObjectPath, iface, member string, call func(), ended func(*dbus.Signal) bool) {
+// Subscribes, calls, and returns once `ended` is true for a signal.
+func follow(path dbus.ObjectPath, iface, member string, call func(), ended func(body []interface{}) bool) {
 	match := []dbus.MatchOption{
 		dbus.WithMatchSender(manager), dbus.WithMatchObjectPath(path),
 		dbus.WithMatchInterface(iface), dbus.WithMatchMember(member),
@@ -79,7 +66,7 @@ func follow(path dbus.ObjectPath, iface, member string, call func(), ended func(
 	check(bus.AddMatchSignal(match...))
 	call()
 	for signal := range signals {
-		if signal.Name == iface+"."+member && ended(signal) {
+		if signal.Name == iface+"."+member && ended(signal.Body) {
 			break
 		}
 	}
@@ -87,39 +74,36 @@ func follow(path dbus.ObjectPath, iface, member string, call func(), ended func(
 	bus.RemoveSignal(signals)
 }
 
-func followJob(method, unit string) {
+func restart(unit string) {
 	var job dbus.ObjectPath
 	follow(managerPath, managerInterface, "JobRemoved", func() {
-		check(object(managerPath).Call(managerInterface+"."+method, 0, unit, "replace").Store(&job))
-	}, func(signal *dbus.Signal) bool {
-		if signal.Body[1] != job {
-			return false
+		job = callForPath("RestartUnit", unit, "replace")
+	}, func(body []interface{}) bool {
+		if body[1] == job && body[3] != "done" {
+			check(fmt.Errorf("%s: %s", unit, body[3]))
 		}
-		if signal.Body[3] != "done" {
-			check(fmt.Errorf("%s: %s", unit, signal.Body[3]))
-		}
-		return true
+		return body[1] == job
 	})
 }
 
-func followDaemonReload() {
+func reloadManager() {
 	started := false
 	follow(managerPath, managerInterface, "Reloading", func() {
-		check(object(managerPath).Call(managerInterface+".Reload", 0).Err)
-	}, func(signal *dbus.Signal) bool {
-		active := signal.Body[0].(bool)
-		started = started || active
-		return started && !active
+		call("Reload")
+	}, func(body []interface{}) bool {
+		running := body[0].(bool)
+		started = started || running
+		return started && !running
 	})
 }
 
-func followUnitReload() {
+func reloadUnit(unit string) {
 	started := false
-	follow(unitPath(), propertiesInterface, "PropertiesChanged", func() {
-		check(object(managerPath).Call(managerInterface+".ReloadUnit", 0, service, "replace").Err)
-	}, func(signal *dbus.Signal) bool {
-		state, found := signal.Body[1].(map[string]dbus.Variant)["ActiveState"]
-		if signal.Body[0] != unitInterface || !found {
+	follow(callForPath("GetUnit", unit), propertiesInterface, "PropertiesChanged", func() {
+		callForPath("ReloadUnit", unit, "replace")
+	}, func(body []interface{}) bool {
+		state, found := body[1].(map[string]dbus.Variant)["ActiveState"]
+		if body[0] != unitInterface || !found {
 			return false
 		}
 		started = started || state.Value() == "reloading" || state.Value() == "activating"
@@ -127,10 +111,23 @@ func followUnitReload() {
 	})
 }
 
-func readOnce() {
-	open()
-	readManager()
-	closeBus()
+func run(operation int, unit string) {
+	switch operation {
+	case 1:
+		readManager()
+	case 2:
+		read(callForPath("GetUnit", unit), unitInterface+".ActiveState")
+	case 3:
+		restart(unit)
+	case 4:
+		reloadManager()
+	case 5:
+		reloadUnit(unit)
+	case 6:
+		check(bus.Close())
+		open()
+		readManager()
+	}
 }
 
 func processorTime() int64 {
@@ -140,40 +137,21 @@ func processorTime() int64 {
 	return now.Nano()
 }
 
-func nothing() {}
-
 func main() {
-	start := func() { followJob("StartUnit", target) }
-	stop := func() { followJob("StopUnit", target) }
-	operations := map[string]struct{ prepare, run func() }{
-		"1":  {nothing, readManager},
-		"2":  {nothing, readUnit},
-		"3a": {stop, start},
-		"3b": {nothing, func() { followJob("StartUnit", oneshot) }},
-		"3c": {nothing, func() { followJob("RestartUnit", service) }},
-		"3d": {start, stop},
-		"4":  {nothing, followDaemonReload},
-		"5":  {nothing, followUnitReload},
-		"6":  {closeBus, readOnce},
-		"7":  {nothing, start},
-	}
 	// All clients are pinned to one core.
 	runtime.GOMAXPROCS(1)
 	open()
 	fmt.Println("ready")
-	for lines := bufio.NewScanner(os.Stdin); lines.Scan(); {
-		name, number, _ := strings.Cut(lines.Text(), " ")
-		count, err := strconv.Atoi(number)
-		check(err)
-		operation := operations[name]
-		for ; count > 0; count-- {
-			operation.prepare()
-			processor, wall := processorTime(), time.Now()
-			operation.run()
-			fmt.Print(processorTime()-processor, " ", time.Since(wall).Nanoseconds(), " ")
+	var operation, count int
+	var unit string
+	for {
+		if _, err := fmt.Scan(&operation, &unit, &count); err != nil {
+			return
 		}
-		if name == "6" {
-			open()
+		for ; count > 0; count-- {
+			processor, wall := processorTime(), time.Now()
+			run(operation, unit)
+			fmt.Print(processorTime()-processor, " ", time.Since(wall).Nanoseconds(), " ")
 		}
 		fmt.Println()
 	}

@@ -1,4 +1,4 @@
-// The library, with what its environment turns on.
+// The library, with the traces that its environment turns on.
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>
@@ -21,14 +21,14 @@ void clientReadUnit( const char* unit ) {
    static_cast< void >( systemd->unitPropertyS( unit, "ActiveState" ) );
 }
 
-void clientFollowJob( const char* method, const char* unit ) {
-   static_cast< void >( systemd->managerCallSsO( method, unit, "replace", false ) );
+void clientRestart( const char* unit ) {
+   static_cast< void >( systemd->managerCallSsO( "RestartUnit", unit, "replace", false ) );
 }
 
-void clientFollowDaemonReload() {
+void clientReloadManager() {
    systemd->managerCall( "Reload", false );
 }
 
-void clientFollowUnitReload( const char* unit ) {
+void clientReloadUnit( const char* unit ) {
    static_cast< void >( systemd->managerCallSsO( "ReloadUnit", unit, "replace", false ) );
 }

@@ -1,16 +1,16 @@
-"""The clients of the comparison, and driving one of them through its standard streams."""
+"""The clients of the comparison, and what runs, counts and observes them."""
 import dataclasses
+import json
 import os
 import re
-import shutil
 import subprocess
 import tempfile
 from pathlib import Path
 
 HERE = Path(__file__).parent
 
-# The core that every client is pinned to while it is timed, and with it whatever serves it: what it
-# takes to wake another core depends on what else the machine does.
+# Each client is pinned to this core while it is timed, as are the bus and systemd: the cost of
+# waking another core depends on what else the machine does.
 CORE = max(os.sched_getaffinity(0))
 
 
@@ -19,31 +19,32 @@ class Kind:
     name: str
     program: str
     environment: tuple = ()
-    counted: bool = True  # callgrind sees its instructions
+    counted: bool = True  # callgrind can count its instructions
+    on_the_wire: bool = True
 
 
 RAW = Kind("raw sd-bus (A)", "client-raw")
 FLOOR = Kind("floor (B)", "client-floor")
 LIBRARY = Kind("library (S)", "client-library")
-TEXT = Kind("S, text traces", "client-library",
-            (("TESSEL_TRACE", "Sodrel=8;SignalMonitor=8"),))
-RING = Kind("S, ring buffer", "client-library", (("FENNET_TRACE", "{folder},1M"),))
-SDBUS_CPP = Kind("sdbus-c++", "client-sdbus-cpp")
-GDBUS = Kind("GDBus", "client-gdbus")
-PYTHON = Kind("dbus-python", str(HERE / "dbus_python_client.py"), counted=False)
-GO = Kind("Go", "client-go", counted=False)
-SYSTEMCTL = Kind("systemctl", "client-forked", counted=False)
-
-KINDS = (RAW, FLOOR, LIBRARY, TEXT, RING, SDBUS_CPP, GDBUS, PYTHON, GO, SYSTEMCTL)
+SYSTEMCTL = Kind("systemctl", "client-systemctl", counted=False, on_the_wire=False)
+KINDS = (
+    RAW, FLOOR, LIBRARY,
+    Kind("S, text traces", "client-library", ("TESSEL_TRACE=Sodrel=8;SignalMonitor=8",)),
+    Kind("S, ring buffer", "client-library", ("FENNET_TRACE={folder},1M",)),
+    Kind("sdbus-c++", "client-sdbus-cpp"),
+    Kind("GDBus", "client-gdbus"),
+    Kind("dbus-python", str(HERE / "dbus_python_client.py"), counted=False),
+    Kind("Go", "client-go", counted=False),
+    SYSTEMCTL,
+)
 
 
 class Process:
-    """A program that answers each line with one line, from its "ready" on."""
+    """A program that says "ready" and then answers each line with one line."""
 
-    def __init__(self, command, environment=()):
-        self.process = subprocess.Popen(
-            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-            text=True, env={**os.environ, **dict(environment)})
+    def __init__(self, *command):
+        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                        stderr=subprocess.DEVNULL, text=True)
         self.answer()
 
     def answer(self):
@@ -61,55 +62,6 @@ class Process:
         self.process.stdin.close()
         self.process.wait()
 
-
-class Client:
-    """A client process, in `around` (a command line that ends in a command) if given."""
-
-    def __init__(self, kind, programs, around=(), counting=False):
-        self.folder = Path(tempfile.mkdtemp(prefix="bench-bus."))
-        self.counts = self.folder / "callgrind" if counting else None
-        environment = [(name, value.format(folder=self.folder))
-                       for name, value in kind.environment]
-        if counting:
-            command = ["valgrind", "-q", "--tool=callgrind", f"--callgrind-out-file={self.counts}"]
-            environment += [("LD_PRELOAD", str(Path(programs) / "steady.so")),
-                            ("G_SLICE", "always-malloc")]
-        else:
-            around = ("taskset", "--cpu-list", str(CORE), *around)
-            command = []
-        command.append(str(Path(programs) / kind.program))
-        if environment:
-            command = ["env", *(f"{name}={value}" for name, value in environment), *command]
-        self.process = Process([*around, *command])
-
-    def run(self, operation, count):
-        """Returns the processor and the wall times of each run, in nanoseconds."""
-        times = [int(word) for word in self.process.ask(f"{operation} {count}").split()]
-        return times[0::2], times[1::2]
-
-    def profiles(self, operation, count):
-        """Returns callgrind's file of each run."""
-        for file in self.folder.glob("callgrind*"):
-            file.unlink()
-        self.process.ask(f"{operation} {count}")
-        return sorted(self.folder.glob("callgrind.*"), key=lambda file: int(file.suffix[1:]))
-
-    def instructions(self, operation, count):
-        """Returns the user instructions of each run."""
-        return [int(re.search(r"^totals: (\d+)", file.read_text(), re.MULTILINE)[1])
-                for file in self.profiles(operation, count)]
-
-    def peak_memory(self):
-        """Returns the largest resident size so far, in KiB."""
-        process = self.process.process.pid
-        while children := Path(f"/proc/{process}/task/{process}/children").read_text().split():
-            process = children[-1]
-        return int(re.search(r"VmHWM:\s+(\d+)", Path(f"/proc/{process}/status").read_text())[1])
-
-    def close(self):
-        self.process.close()
-        shutil.rmtree(self.folder)
-
     def __enter__(self):
         return self
 
@@ -117,14 +69,76 @@ class Client:
         self.close()
 
 
-class Observer(Process):
-    """Keeps the manager's signals coming, and counts calls on the wire."""
+class Client(Process):
+    """A client, pinned to the core, or with `counting` under callgrind."""
 
-    def __init__(self, programs):
-        super().__init__([str(Path(programs) / "bus-observer")])
+    def __init__(self, kind, programs, counting=False):
+        self.folder = tempfile.TemporaryDirectory(prefix="bench-bus.")
+        environment = [setting.format(folder=self.folder.name) for setting in kind.environment]
+        around = ["taskset", "--cpu-list", str(CORE)]
+        if counting:
+            environment += [f"LD_PRELOAD={Path(programs) / 'steady.so'}", "G_SLICE=always-malloc"]
+            around = ["valgrind", "-q", "--tool=callgrind",
+                      f"--callgrind-out-file={self.folder.name}/callgrind"]
+        super().__init__("env", *environment, *around, str(Path(programs) / kind.program))
 
-    def calls(self, client, operation, count):
-        """Returns the calls of `count` runs: those that ask for a reply, and those that do not."""
-        self.ask("record")
-        client.run(operation, count)
-        return [int(number) for number in self.ask("count").split()]
+    def run(self, operation, unit, count):
+        """Returns the processor and the wall times of each run, in nanoseconds."""
+        times = [int(word) for word in self.ask(f"{operation} {unit} {count}").split()]
+        return times[0::2], times[1::2]
+
+    def profiles(self, operation, unit, count):
+        """Returns callgrind's file of each run."""
+        for file in Path(self.folder.name).glob("callgrind.*"):
+            file.unlink()
+        self.run(operation, unit, count)
+        return list(Path(self.folder.name).glob("callgrind.*"))
+
+    def instructions(self, operation, unit, count):
+        """Returns the user instructions of each run."""
+        return [int(re.search(r"^totals: (\d+)", file.read_text(), re.MULTILINE)[1])
+                for file in self.profiles(operation, unit, count)]
+
+    def peak_memory(self):
+        """Returns the largest resident size so far, in KiB."""
+        status = Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(r"VmHWM:\s+(\d+)", status)[1])
+
+    def close(self):
+        super().close()
+        self.folder.cleanup()
+
+
+class Wire:
+    """Counts the method calls that busctl sees on the bus, except systemd's own."""
+
+    def __init__(self):
+        self.monitor = subprocess.Popen(
+            ["busctl", "monitor", "--json=short", "--match=type='method_call'"],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.monitor.stderr.readline()
+        self.systemd = self.ask("GetNameOwner", "s", "org.freedesktop.systemd1")
+
+    def ask(self, *call):
+        bus = "org.freedesktop.DBus"
+        asked = subprocess.run(["busctl", "--json=short", "call", bus, "/", bus, *call],
+                               stdout=subprocess.PIPE, text=True, check=True)
+        return json.loads(asked.stdout)["data"][0]
+
+    def calls(self):
+        """Returns the calls since the last time: those that expect a reply, and those that do not."""
+        self.ask("GetId")  # by a connection of its own, which marks the end
+        seen = []
+        while not seen or seen[-1]["member"] != "GetId":
+            seen.append(json.loads(self.monitor.stdout.readline()))
+        counted = [call for call in seen
+                   if call["sender"] not in (self.systemd, seen[-1]["sender"])]
+        unawaited = sum(call["flags"] & 1 for call in counted)
+        return [len(counted) - unawaited, unawaited]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.monitor.terminate()
+        self.monitor.wait()

@@ -1,8 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the comparison inside a systemd box: compare.py PROGRAMS FOLDER.
-
-Prints the table, and leaves it in FOLDER as table.txt, results.json and plot.svg.
-"""
+"""Measures all clients inside a systemd box: compare.py BUILD RESULTS, a JSON file for report.py."""
 import json
 import os
 import subprocess
@@ -12,12 +9,12 @@ from pathlib import Path
 sys.path.append(str(Path(__file__).parent.parent))
 
 import clients
-import machine
+import headers
 import measure
-import report
+import page
 
 PACKAGES = ("systemd", "libsystemd0", "dbus-daemon", "libsdbus-c++1", "libglib2.0-0",
-            "python3-dbus", "golang-dbus-dev", "valgrind")
+            "python3-dbus", "golang-dbus-dev", "g++", "valgrind")
 
 
 def share_core():
@@ -28,28 +25,18 @@ def share_core():
 
 
 def main():
-    programs, folder = sys.argv[1:]
-    results = {"machine": machine.described(PACKAGES, check=True)}
-    subprocess.run(["systemctl", "start", "bench-runs.service"], check=True)
+    build, results_file = map(Path, sys.argv[1:])
+    programs = build / "bench/bus"
+    results = {"machine": page.machine(PACKAGES)}
+    subprocess.run(["systemctl", "start", "bench.service", "bench.target"], check=True)
     share_core()
-    observer = clients.Observer(programs)
-    results["processor"], results["wall"], results["memory"] = measure.times(programs)
-    results["calls"] = measure.calls(programs, observer)
-    results["instructions"] = measure.instructions(programs)
-    results["shares"] = measure.shares(programs)
-    observer.close()
-    results["flood"] = measure.flood_times(programs)
-    results["flood instructions"] = measure.flood_instructions(programs)
-
-    text = "\n".join(report.table(results)) + "\n"
-    print(text, end="")
-    folder = Path(folder)
-    (folder / "table.txt").write_text(text)
-    (folder / "plot.svg").write_text(report.plot(results))
-    flat = {what: {" | ".join(map(str, key)): value for key, value in values.items()}
-            if isinstance(values, dict) and what not in ("memory", "shares") else values
-            for what, values in results.items()}
-    (folder / "results.json").write_text(json.dumps(flat, indent=1) + "\n")
+    with measure.subscriber(programs):
+        results["processor"], results["wall"], results["memory"] = measure.times(programs)
+        results["calls"] = measure.calls(programs)
+        results["instructions"] = measure.instructions(programs)
+        results["above"], results["own"] = measure.own_instructions(programs)
+    results["headers"] = headers.weigh(build)
+    results_file.write_text(json.dumps(results, indent=1) + "\n")
 
 
 main()

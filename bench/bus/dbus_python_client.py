@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""dbus-python, with GLib's main loop for signals; measured like the clients in C."""
+"""dbus-python, with GLib's main loop for signals; run and timed like the clients in C."""
 import sys
 import time
 
@@ -12,23 +12,14 @@ MANAGER_PATH = "/org/freedesktop/systemd1"
 MANAGER_INTERFACE = "org.freedesktop.systemd1.Manager"
 UNIT_INTERFACE = "org.freedesktop.systemd1.Unit"
 PROPERTIES_INTERFACE = "org.freedesktop.DBus.Properties"
-TARGET, ONESHOT, SERVICE = "bench-nothing.target", "bench-oneshot.service", "bench-runs.service"
 
 
 class Client:
     def __init__(self):
-        self.bus = None
-
-    def open(self):
         self.bus = dbus.SystemBus(private=True, mainloop=dbus.mainloop.glib.DBusGMainLoop())
 
-    def close(self):
-        if self.bus:
-            self.bus.close()
-        self.bus = None
-
     def interface(self, path, interface):
-        # Introspection would be a further round trip.
+        # Introspection would cost a further round trip.
         return dbus.Interface(self.bus.get_object(MANAGER, path, introspect=False), interface)
 
     def manager(self):
@@ -37,18 +28,18 @@ class Client:
     def read(self, path, interface, name):
         return str(self.interface(path, PROPERTIES_INTERFACE).Get(interface, name))
 
-    def read_manager(self):
+    def read_manager(self, _):
         self.read(MANAGER_PATH, MANAGER_INTERFACE, "SystemState")
 
-    def read_unit(self):
-        self.read(self.manager().GetUnit(SERVICE), UNIT_INTERFACE, "ActiveState")
+    def read_unit(self, unit):
+        self.read(self.manager().GetUnit(unit), UNIT_INTERFACE, "ActiveState")
 
-    def follow(self, path, interface, member, on_signal, call):
-        """Calls, and runs the main loop until on_signal says that the awaited has come."""
+    def follow(self, path, interface, member, call, ended):
+        """Subscribes, calls, and runs the main loop until `ended` is true for a signal."""
         loop = GLib.MainLoop()
 
         def receive(*arguments):
-            if on_signal(*arguments):
+            if ended(*arguments):
                 loop.quit()
 
         match = self.bus.add_signal_receiver(receive, member, interface, MANAGER, path)
@@ -56,81 +47,57 @@ class Client:
         loop.run()
         match.remove()
 
-    def follow_job(self, method, unit):
+    def restart(self, unit):
         job = None
-
-        def on_signal(_, path, __, result):
-            assert path != job or result == "done"
-            return path == job
 
         def call():
             nonlocal job
-            job = self.manager().get_dbus_method(method)(unit, "replace")
+            job = self.manager().RestartUnit(unit, "replace")
 
-        self.follow(MANAGER_PATH, MANAGER_INTERFACE, "JobRemoved", on_signal, call)
+        def ended(_, path, __, result):
+            assert path != job or result == "done"
+            return path == job
 
-    def follow_daemon_reload(self):
+        self.follow(MANAGER_PATH, MANAGER_INTERFACE, "JobRemoved", call, ended)
+
+    def reload_manager(self, _):
         seen = []
 
-        def on_signal(active):
-            seen.append(bool(active))
+        def ended(running):
+            seen.append(bool(running))
             return seen[-2:] == [True, False]
 
-        self.follow(MANAGER_PATH, MANAGER_INTERFACE, "Reloading", on_signal, self.manager().Reload)
+        self.follow(MANAGER_PATH, MANAGER_INTERFACE, "Reloading", self.manager().Reload, ended)
 
-    def follow_unit_reload(self):
+    def reload_unit(self, unit):
         started = False
 
-        def on_signal(interface, changed, _):
+        def ended(interface, changed, _):
             nonlocal started
             state = changed.get("ActiveState") if interface == UNIT_INTERFACE else None
             started = started or state in ("reloading", "activating")
             return started and state == "active"
 
-        path = self.manager().GetUnit(SERVICE)
-        self.follow(path, PROPERTIES_INTERFACE, "PropertiesChanged", on_signal,
-                    lambda: self.manager().ReloadUnit(SERVICE, "replace"))
+        self.follow(self.manager().GetUnit(unit), PROPERTIES_INTERFACE, "PropertiesChanged",
+                    lambda: self.manager().ReloadUnit(unit, "replace"), ended)
 
-    def read_once(self):
-        self.open()
-        self.read_manager()
-        self.close()
+    def renew(self, unit):
+        self.bus.close()
+        self.__init__()
+        self.read_manager(unit)
 
 
 def main():
     client = Client()
-
-    def start():
-        client.follow_job("StartUnit", TARGET)
-
-    def stop():
-        client.follow_job("StopUnit", TARGET)
-
-    operations = {
-        "1": (None, client.read_manager),
-        "2": (None, client.read_unit),
-        "3a": (stop, start),
-        "3b": (None, lambda: client.follow_job("StartUnit", ONESHOT)),
-        "3c": (None, lambda: client.follow_job("RestartUnit", SERVICE)),
-        "3d": (start, stop),
-        "4": (None, client.follow_daemon_reload),
-        "5": (None, client.follow_unit_reload),
-        "6": (client.close, client.read_once),
-        "7": (None, start),
-    }
-    client.open()
+    operations = {"1": client.read_manager, "2": client.read_unit, "3": client.restart,
+                  "4": client.reload_manager, "5": client.reload_unit, "6": client.renew}
     print("ready", flush=True)
     for line in sys.stdin:
-        name, count = line.split()
-        prepare, run = operations[name]
+        operation, unit, count = line.split()
         for _ in range(int(count)):
-            if prepare:
-                prepare()
             processor, wall = time.process_time_ns(), time.monotonic_ns()
-            run()
+            operations[operation](unit)
             print(time.process_time_ns() - processor, time.monotonic_ns() - wall, end=" ")
-        if name == "6":
-            client.open()
         print(flush=True)
 
 

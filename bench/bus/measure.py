@@ -1,142 +1,149 @@
-"""The measurements: calls on the wire, instructions, times, and waits under a flood of signals."""
-from concurrent.futures import ThreadPoolExecutor
+"""The operations of the comparison, and what is measured of each client."""
+import dataclasses
+import re
+import subprocess
+from collections import Counter
 from pathlib import Path
 from statistics import median
 
 import clients
-import share
-from clients import Client
-
-# What is done, and how often it is timed: rounds over all clients, and runs in each round.
-OPERATIONS = {
-    "1": ("read a property of the manager", 60, 20),
-    "2": ("read a property of a unit", 60, 10),
-    "3a": ("start a target, job awaited", 60, 8),
-    "3b": ("start a oneshot service, job awaited", 12, 3),
-    "3c": ("restart a service, job awaited", 12, 3),
-    "3d": ("stop a target, job awaited", 20, 8),
-    "4": ("reload the manager, awaited", 12, 3),
-    "5": ("reload a service, awaited", 12, 3),
-    "6": ("create a client, read once, drop it", 60, 8),
-}
-# A run of these is preceded by one of its counterpart, which is not measured but is on the wire.
-PREPARED = ("3a", "3d")
-
-FLOODS = (0, 1_000, 10_000, 100_000)
-# sd-bus moves its whole queue for each signal that came before the reply: too long to count.
-UNCOUNTED = ("before", 100_000)
-FLOODED = (clients.FLOOR, clients.LIBRARY, clients.SDBUS_CPP, clients.GDBUS)
-SIDES = ("before", "after")
+from clients import Client, Process, Wire
 
 
-def calls_per_run(observer, client, operation, count=3):
-    """Returns the calls of one run, whatever a series of runs costs in addition."""
-    client.run(operation, 1)
-    few = observer.calls(client, operation, count)
-    more = observer.calls(client, operation, 2 * count)
-    runs = count * (2 if operation in PREPARED else 1)
-    return [(after - before) / runs for before, after in zip(few, more)]
+@dataclasses.dataclass(frozen=True)
+class Operation:
+    label: str
+    title: str
+    unit: str
+    rounds: int  # over all clients
+    runs: int  # in each round
+    calls: list  # of the library: those that expect a reply, and those that do not
+
+    @property
+    def command(self):
+        return self.label[0], self.unit
 
 
-def instructions_per_run(client, operation, count=5):
-    client.instructions(operation, 2)
-    return median(client.instructions(operation, count))
+OPERATIONS = (
+    Operation("1", "read a property of the manager", "-", 60, 20, [2, 0]),
+    Operation("2", "read a property of a unit", "bench.service", 60, 10, [4, 0]),
+    Operation("3a", "restart a target, job awaited", "bench.target", 60, 8, [4, 1]),
+    Operation("3b", "restart a service, job awaited", "bench.service", 12, 3, [4, 1]),
+    Operation("4", "reload the manager, awaited", "-", 12, 3, [4, 1]),
+    Operation("5", "reload a service, awaited", "bench.service", 12, 3, [6, 1]),
+    Operation("6", "connect anew, read once", "-", 60, 8, [4, 0]),
+)
+INSTRUCTIONS_BAR = 1.010  # library to floor
 
 
-# systemctl goes past the bus, and traces add no calls.
-ON_THE_WIRE = (clients.RAW, clients.FLOOR, clients.LIBRARY, clients.SDBUS_CPP, clients.GDBUS,
-               clients.PYTHON, clients.GO)
+def subscriber(programs):
+    """Keeps the manager's signals coming for as long as it runs."""
+    return Process(str(Path(programs) / "subscriber"))
 
 
-def calls(programs, observer, kinds=ON_THE_WIRE, operations=OPERATIONS):
-    """Returns, by client and operation, the calls with and those without a reply."""
-    counted = {}
-    for kind in kinds:
-        with Client(kind, programs) as client:
-            for operation in operations:
-                counted[kind.name, operation] = calls_per_run(observer, client, operation)
+def calls(programs, kinds=clients.KINDS, operations=OPERATIONS):
+    """Returns, by client and operation, the calls with and those without a reply in one run."""
+    counted, runs = {}, 3
+    with Wire() as wire:
+        for kind in kinds:
+            if kind.on_the_wire:
+                with Client(kind, programs) as client:
+                    for operation in operations:
+                        client.run(*operation.command, 1)
+                        wire.calls()
+                        client.run(*operation.command, runs)
+                        counted.setdefault(kind.name, {})[operation.label] = [
+                            number / runs for number in wire.calls()]
     return counted
 
 
 def instructions(programs, kinds=clients.KINDS, operations=OPERATIONS):
-    """Returns, by client and operation, the user instructions of a run."""
+    """Returns, by client and operation, the user instructions of one run."""
     counted = {}
     for kind in kinds:
         if kind.counted:
             with Client(kind, programs, counting=True) as client:
                 for operation in operations:
-                    counted[kind.name, operation] = instructions_per_run(client, operation)
+                    client.run(*operation.command, 2)
+                    counted.setdefault(kind.name, {})[operation.label] = median(
+                        client.instructions(*operation.command, 5))
     return counted
 
 
-def shares(programs):
-    """Returns, by operation, where the instructions of the library above the floor's go."""
-    counted = {}
-    for kind in (clients.LIBRARY, clients.FLOOR):
-        with Client(kind, programs, counting=True) as client:
-            for operation in OPERATIONS:
-                client.instructions(operation, 2)
-                profile, = client.profiles(operation, 1)
-                counted[kind, operation] = share.read(profile)
-    return {operation: {name: counted[clients.LIBRARY, operation][name] -
-                        counted[clients.FLOOR, operation][name] for name in share.SHARES}
-            for operation in OPERATIONS}
+def annotated(programs, kind):
+    """Returns, by operation, the instructions of each function and the object that it is in."""
+    found = {}
+    with Client(kind, programs, counting=True) as client:
+        for operation in OPERATIONS:
+            client.run(*operation.command, 2)
+            profile, = client.profiles(*operation.command, 1)
+            text = subprocess.run(["callgrind_annotate", "--threshold=100", profile],
+                                  stdout=subprocess.PIPE, text=True, check=True).stdout
+            lines = [(int(count.replace(",", "")), function, Path(place).name)
+                     for count, function, place in
+                     re.findall(r"^ *([\d,]+) \(.*?%\)  (.+) \[(/.+)\]$", text, re.MULTILINE)]
+            # What already ran when counting began appears with the whole count.
+            whole = max(lines)[0]
+            found[operation.label] = [line for line in lines if line[0] < whole]
+    return found
+
+
+def own_instructions(programs):
+    """Returns, by operation and object, the library's instructions less the floor's; and which of
+    its own functions take most when a service is restarted."""
+    def owner(place):
+        own = place.startswith(("client-", "libSodrel"))
+        return "own code" if own else "allocation" if place == "steady.so" else place
+
+    above = {}
+    library, floor = (annotated(programs, kind) for kind in (clients.LIBRARY, clients.FLOOR))
+    for functions, sign in ((library, 1), (floor, -1)):
+        for label, lines in functions.items():
+            for count, _, place in lines:
+                above.setdefault(label, Counter())[owner(place)] += sign * count
+    most = [(count, function) for count, function, place in library["3b"]
+            if place.startswith("libSodrel")]
+    return above, most[:12]
 
 
 def times(programs):
     """Returns, by client and operation, the medians of each round; and each client's memory."""
-    processor, wall, memory = {}, {}, {}
-    running = {kind: Client(kind, programs) for kind in clients.KINDS}
-    for operation, (_, rounds, runs) in OPERATIONS.items():
-        order = list(running.items())
+    processor, wall = {}, {}
+    order = [(kind, Client(kind, programs)) for kind in clients.KINDS]
+    for operation in OPERATIONS:
         for kind, client in order:
-            client.run(operation, 2)
-        for _ in range(rounds):
+            client.run(*operation.command, 2)
+        for _ in range(operation.rounds):
             for kind, client in order:
-                one = kind is clients.SYSTEMCTL
-                in_processor, in_wall = client.run(operation, 1 if one else runs)
-                processor.setdefault((kind.name, operation), []).append(median(in_processor))
-                wall.setdefault((kind.name, operation), []).append(median(in_wall))
+                runs = 1 if kind is clients.SYSTEMCTL else operation.runs
+                in_processor, in_wall = client.run(*operation.command, runs)
+                for medians, values in ((processor, in_processor), (wall, in_wall)):
+                    of_client = medians.setdefault(kind.name, {})
+                    of_client.setdefault(operation.label, []).append(median(values))
             order.append(order.pop(0))
-    for kind, client in running.items():
-        memory[kind.name] = client.peak_memory()
+    memory = {kind.name: client.peak_memory() for kind, client in order if kind.on_the_wire}
+    for _, client in order:
         client.close()
     return processor, wall, memory
 
 
-def flooded(programs, side, count):
-    """The command line before a client's, for `count` signals of other jobs on one side."""
-    program = str(Path(programs) / "flooded-bus")
-    return (program, str(count), "0") if side == "before" else (program, "0", str(count))
+def bars(counted, called, operations=OPERATIONS):
+    """Yields whether each bar is met, and a line on it."""
+    for operation in operations:
+        ours, floor = (counted[kind.name][operation.label]
+                       for kind in (clients.LIBRARY, clients.FLOOR))
+        yield (ours <= floor * INSTRUCTIONS_BAR,
+               f"{operation.label:3} instructions {ours:>9,.0f}, floor {floor:>9,.0f}, "
+               f"ratio {ours / floor:.4f}, at most {INSTRUCTIONS_BAR:.3f}")
+    for operation in operations:
+        for kind in (clients.LIBRARY, clients.FLOOR):
+            value = called[kind.name][operation.label]
+            yield (value == operation.calls,
+                   f"{operation.label:3} calls of {kind.name:12} {shown_calls(value):>4}, "
+                   f"expected {shown_calls(operation.calls)}")
 
 
-def flood_times(programs):
-    """Returns, by client, side and count, the processor and wall time and the peak memory."""
-    def one(kind, side, count):
-        with Client(kind, programs, around=flooded(programs, side, count)) as client:
-            client.run("1", 20)
-            (processor,), (wall,) = client.run("7", 1)
-            return processor, wall, client.peak_memory()
-
-    # What pages the kernel maps around those that are used differs from process to process.
-    return {(kind.name, side, count):
-            tuple(map(median, zip(*(one(kind, side, count) for _ in range(3)))))
-            for side in SIDES for count in FLOODS for kind in FLOODED}
-
-
-def flood_instructions(programs, kinds=(clients.FLOOR, clients.LIBRARY), counts=FLOODS):
-    """Returns, by client, side and count, the user instructions of one wait."""
-    cases = [(kind, side, count) for count in reversed(counts) for side in SIDES for kind in kinds
-             if (side, count) != UNCOUNTED]
-
-    def one(case):
-        kind, side, count = case
-        with Client(kind, programs, around=flooded(programs, side, count), counting=True) as client:
-            client.instructions("1", 2)
-            return client.instructions("7", 1)[0]
-
-    # Each on a bus of its own, so that they do not meet.
-    with ThreadPoolExecutor(max_workers=2) as pool:
-        counted = pool.map(one, cases)
-        return {(kind.name, side, count): value
-                for (kind, side, count), value in zip(cases, counted)}
+def shown_calls(pair):
+    """The calls that expect a reply, and the others after a plus sign."""
+    awaited, unawaited = pair
+    return f"{awaited:g}" + (f"+{unawaited:g}" if unawaited else "")

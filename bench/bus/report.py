@@ -1,117 +1,127 @@
-"""The table of what has been measured, the bars, and the plot."""
-from math import log10
+#!/usr/bin/env python3
+"""Prints the tables of what compare.py has measured: report.py RESULTS [--publish].
+
+With --publish it also writes them into docs/, with a plot. Fails when the library misses a bar.
+"""
+import json
+import sys
+from pathlib import Path
 from statistics import median
 
-import bars
+sys.path.append(str(Path(__file__).parent.parent))
+
 import clients
+import headers
 import measure
-import share
+import page
+import plot
+
+# The clients of the short table and the plot.
+PEERS = [kind for kind in clients.KINDS if not kind.environment]
 
 
-def number(value, form="{:,.0f}"):
-    return "-" if value is None else form.format(value)
+def ratio(values, client, base, label):
+    """Returns how two clients compare; of times, the median of what they do round by round."""
+    ours, theirs = (values.get(name, {}).get(label) for name in (client, base))
+    if ours is None or theirs is None:
+        return "-"
+    if not isinstance(ours, list):
+        ours, theirs = [ours], [theirs]
+    return f"{median(one / other for one, other in zip(ours, theirs)):.3f}"
 
 
-def middle(values):
-    return None if values is None else median(values)
+def microseconds(results, what, kind, operation):
+    return median(results[what][kind.name][operation.label]) / 1000
 
 
-def microseconds(nanoseconds):
-    return number(nanoseconds and nanoseconds / 1000, "{:,.1f}")
-
-
-def calls(pair):
-    return "-" if pair is None else bars.shown_calls(pair)
+def short_table(results):
+    """One line for each operation: the library's calls and instructions, each client's time."""
+    short_names = {clients.RAW: "A", clients.FLOOR: "B", clients.LIBRARY: "S"}
+    yield f"{'':34}{'calls':>6}{'instr':>7}   processor time, us"
+    yield (f"{'':34}{'of S':>6}{'S/B':>7}"
+           + "".join(f"{short_names.get(kind, kind.name):>12}" for kind in PEERS))
+    for operation in measure.OPERATIONS:
+        calls = results["calls"][clients.LIBRARY.name][operation.label]
+        yield (f"{operation.label:3}{operation.title:31}{measure.shown_calls(calls):>6}"
+               + ratio(results["instructions"], clients.LIBRARY.name, clients.FLOOR.name,
+                       operation.label).rjust(7)
+               + "".join(f"{microseconds(results, 'processor', kind, operation):>12,.1f}"
+                         for kind in PEERS))
+    yield (f"{'peak memory, KiB':47}"
+           + "".join(f"{results['memory'].get(kind.name, '-'):>12}" for kind in PEERS))
+    yield ""
+    for _, line in headers.judged(results["headers"]):
+        yield line
 
 
 def operations(results):
     """One block for each operation, one line for each client."""
-    yield (f"{'':42}{'wall us':>10}{'CPU us':>9}{'instructions':>14}{'calls':>7}"
-           f"{'wall/B':>9}{'CPU/B':>8}{'instr/B':>9}{'wall/A':>9}{'CPU/A':>8}{'instr/A':>9}")
-    for operation, (title, _, _) in measure.OPERATIONS.items():
-        yield f"{operation:3} {title}"
+    bases = (clients.RAW.name, clients.FLOOR.name)
+    columns = ("processor", "instructions")
+    yield (f"{'':28}{'wall us':>12}{'CPU us':>10}{'instructions':>14}{'calls':>7}"
+           f"{'CPU/A':>9}{'instr/A':>9}{'CPU/B':>9}{'instr/B':>9}")
+    for operation in measure.OPERATIONS:
+        label = operation.label
+        yield f"{label:3} {operation.title}"
         for kind in clients.KINDS:
-            key = kind.name, operation
-            ratios = [number(bars.ratio(results[what], kind, base, operation), "{:.3f}")
-                      for base in (clients.FLOOR, clients.RAW)
-                      for what in ("wall", "processor", "instructions")]
-            yield (f"      {kind.name:36}{microseconds(middle(results['wall'].get(key))):>10}"
-                   f"{microseconds(middle(results['processor'].get(key))):>9}"
-                   f"{number(results['instructions'].get(key)):>14}"
-                   f"{calls(results['calls'].get(key)):>7}"
-                   + "".join(f"{text:>{width}}" for text, width in zip(ratios, (9, 8, 9) * 2)))
+            name = kind.name
+            counted = results["instructions"].get(name, {}).get(label)
+            calls = results["calls"].get(name, {}).get(label)
+            yield (f"      {name:22}{microseconds(results, 'wall', kind, operation):>12,.1f}"
+                   f"{microseconds(results, 'processor', kind, operation):>10,.1f}"
+                   f"{f'{counted:,.0f}' if counted else '-':>14}"
+                   f"{measure.shown_calls(calls) if calls else '-':>7}"
+                   + "".join(f"{ratio(results[what], name, base, label):>9}"
+                             for base in bases for what in columns))
 
 
-def shares(results):
-    yield "Where the instructions of S above B go"
-    yield f"{'':42}" + "".join(f"{name:>12}" for name in share.SHARES) + f"{'together':>12}"
-    for operation, (title, _, _) in measure.OPERATIONS.items():
-        counted = [results["shares"][operation][name] for name in share.SHARES]
-        yield (f"{operation:3} {title:38}"
-               + "".join(f"{value:>12,}" for value in (*counted, sum(counted))))
-
-
-def floods(results):
-    for side in measure.SIDES:
-        yield f"7   wait for a job, with signals of other jobs {side} the reply"
-        for count in measure.FLOODS:
-            for kind in measure.FLOODED:
-                processor, wall, memory = results["flood"][kind.name, side, count]
-                instructions = results["flood instructions"]
-                each = None
-                if count and (kind.name, side, count) in instructions:
-                    each = bars.per_signal(instructions, kind, side, count)
-                yield (f"      {count:>7,} {kind.name:24}{wall / 1e6:>11,.1f} ms wall"
-                       f"{processor / 1e6:>11,.1f} ms CPU{memory:>10,} KiB"
-                       f"{number(each):>9} instructions per signal")
-
-
-def table(results):
-    for line in results["machine"]:
-        yield line
+def own_instructions(results):
+    objects = sorted({place for counted in results["above"].values() for place in counted})
+    yield "Instructions of S less those of B, by the shared object that callgrind_annotate names"
+    yield f"{'':35}" + "".join(f"{place:>25}" for place in objects)
+    for operation in measure.OPERATIONS:
+        counted = results["above"][operation.label]
+        yield (f"{operation.label:3} {operation.title:31}"
+               + "".join(f"{counted.get(place, 0):>25,}" for place in objects))
     yield ""
+    yield "The library's functions with the most instructions of their own in 3b"
+    for count, function in results["own"]:
+        yield f"{count:>8,}  {function}"
+
+
+def full_table(results):
     yield from operations(results)
     yield ""
-    yield from shares(results)
+    yield from own_instructions(results)
     yield ""
-    yield from floods(results)
+    yield "Peak memory"
+    for kind in clients.KINDS:
+        if kind.name in results["memory"]:
+            yield f"      {kind.name:22}{results['memory'][kind.name]:>12,} KiB"
     yield ""
-    yield "Peak memory after operations 1 to 6"
-    for name, memory in results["memory"].items():
-        yield f"      {name:36}{memory:>10,} KiB"
-    yield ""
-    yield "Bars"
-    for met, what, value, limit in bars.all_bars(results):
-        yield f"      {'met   ' if met else 'MISSED'} {what:68}{value:>10}  bar {limit}"
+    for met, line in bars(results):
+        yield ("met    " if met else "MISSED ") + line
 
 
-SHOWN = (clients.RAW, clients.FLOOR, clients.LIBRARY, clients.SDBUS_CPP, clients.GDBUS,
-         clients.PYTHON, clients.GO, clients.SYSTEMCTL)
-COLORS = ("#9aa5b1", "#52606d", "#0b7a75", "#e8a33d", "#b5651d", "#7b5ea7", "#3a86c8", "#c0392b")
+def bars(results):
+    yield from measure.bars(results["instructions"], results["calls"])
+    yield from headers.judged(results["headers"])
 
 
-def plot(results):
-    """Processor time of each operation by client, as SVG with a logarithmic axis."""
-    width, row, left, scale = 860, 12, 250, 120
-    drawn, top = [], 40
-    for index, kind in enumerate(SHOWN):
-        x = left + index * 75
-        drawn.append(f'<rect x="{x}" y="8" width="10" height="10" fill="{COLORS[index]}"/>'
-                           f'<text x="{x + 13}" y="17">{kind.name}</text>')
-    for operation, (title, _, _) in measure.OPERATIONS.items():
-        drawn.append(f'<text x="8" y="{top + 11}">{operation} {title}</text>')
-        for index, kind in enumerate(SHOWN):
-            value = median(results["processor"][kind.name, operation]) / 1000
-            length = max(1.0, log10(value) * scale)
-            drawn.append(
-                f'<rect x="{left}" y="{top}" width="{length:.0f}" height="{row - 2}" '
-                f'fill="{COLORS[index]}"/>'
-                f'<text x="{left + length + 4:.0f}" y="{top + 9}">{value:,.0f}</text>')
-            top += row
-        top += row
-    return "\n".join([
-        f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{top + 24}" '
-        'font-family="sans-serif" font-size="10">',
-        '<rect width="100%" height="100%" fill="white"/>', *drawn,
-        f'<text x="{left}" y="{top + 10}">processor time of the client, in microseconds, '
-        'logarithmic</text>', "</svg>", ""])
+def main():
+    results = json.loads(Path(sys.argv[1]).read_text())
+    short = [*results["machine"], "", *short_table(results)]
+    full = [*results["machine"], "", *full_table(results)]
+    print(*full, "", *short, sep="\n")
+    if sys.argv[2:] == ["--publish"]:
+        page.publish("performance.md", "bus", short)
+        page.publish("performance-table.md", "bus", full)
+        plot.draw({kind.name: [microseconds(results, "processor", kind, operation)
+                               for operation in measure.OPERATIONS] for kind in PEERS},
+                  [f"{operation.label}  {operation.title}" for operation in measure.OPERATIONS],
+                  page.DOCS / "performance.svg")
+    return 0 if all(met for met, _ in bars(results)) else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,6 +1,6 @@
-// The trace point of the same fields for LTTng-UST, in the form that its macros read several times.
+// The trace point for LTTng-UST, whose macros include this file several times.
 #undef LTTNG_UST_TRACEPOINT_PROVIDER
-#define LTTNG_UST_TRACEPOINT_PROVIDER trace_bench
+#define LTTNG_UST_TRACEPOINT_PROVIDER platform_bench
 
 #undef LTTNG_UST_TRACEPOINT_INCLUDE
 #define LTTNG_UST_TRACEPOINT_INCLUDE "./LttngProvider.h"
@@ -12,7 +12,7 @@
 
 // clang-format off
 LTTNG_UST_TRACEPOINT_EVENT(
-   trace_bench, call,
+   platform_bench, call,
    LTTNG_UST_TP_ARGS( const char*, text, int, flag ),
    LTTNG_UST_TP_FIELDS(
       lttng_ust_field_string( text, text )
