@@ -74,13 +74,17 @@ class Client(Process):
 
     def __init__(self, kind, programs, counting=False):
         self.folder = tempfile.TemporaryDirectory(prefix="bench-bus.")
-        environment = [setting.format(folder=self.folder.name) for setting in kind.environment]
+        # Nothing else, as counts depend on where the environment ends and the stack begins.
+        environment = [f"{name}={value}" for name, value in os.environ.items()
+                       if name == "DBUS_SYSTEM_BUS_ADDRESS"]
+        environment += [setting.format(folder=self.folder.name) for setting in kind.environment]
+        programs = Path(programs).resolve()
         around = ["taskset", "--cpu-list", str(CORE)]
         if counting:
-            environment += [f"LD_PRELOAD={Path(programs) / 'steady.so'}", "G_SLICE=always-malloc"]
+            environment += [f"LD_PRELOAD={programs / 'steady.so'}", "G_SLICE=always-malloc"]
             around = ["valgrind", "-q", "--tool=callgrind",
                       f"--callgrind-out-file={self.folder.name}/callgrind"]
-        super().__init__("env", *environment, *around, str(Path(programs) / kind.program))
+        super().__init__("env", "-i", *environment, *around, str(programs / kind.program))
 
     def run(self, operation, unit, count):
         """Returns the processor and the wall times of each run, in nanoseconds."""

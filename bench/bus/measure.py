@@ -70,39 +70,48 @@ def instructions(programs, kinds=clients.KINDS, operations=OPERATIONS):
     return counted
 
 
+def owner(place):
+    """The owner of an object's code, as the table names it."""
+    if place.startswith(("client-", "libSodrel")):
+        return "own code"
+    return {"steady.so": "allocation", "???": "unknown"}.get(place, place)
+
+
 def annotated(programs, kind):
-    """Returns, by operation, the instructions of each function and the object that it is in."""
+    """Returns, by operation, the instructions of each function, with its owner."""
     found = {}
     with Client(kind, programs, counting=True) as client:
         for operation in OPERATIONS:
             client.run(*operation.command, 2)
             profile, = client.profiles(*operation.command, 1)
-            text = subprocess.run(["callgrind_annotate", "--threshold=100", profile],
-                                  stdout=subprocess.PIPE, text=True, check=True).stdout
-            lines = [(int(count.replace(",", "")), function, Path(place).name)
-                     for count, function, place in
-                     re.findall(r"^ *([\d,]+) \(.*?%\)  (.+) \[(/.+)\]$", text, re.MULTILINE)]
+            text = subprocess.run(
+                ["callgrind_annotate", "--auto=no", "--threshold=100", profile],
+                stdout=subprocess.PIPE, text=True, check=True).stdout
+            lines = [(int(count.replace(",", "")), function, place) for count, function, place in
+                     re.findall(r"^ *([\d,]+) \(.*?%\)  .*?:(.*?)(?: \[\S*?([^/\s]+)\])?$", text,
+                                re.MULTILINE)]
             # What already ran when counting began appears with the whole count.
             whole = max(lines)[0]
-            found[operation.label] = [line for line in lines if line[0] < whole]
+            # Code inlined from another file is named after its function, without an object.
+            objects = {function: place for _, function, place in lines if place}
+            counted = found[operation.label] = Counter()
+            for count, function, _ in lines:
+                if count < whole:
+                    counted[owner(objects.get(function, "unknown")), function] += count
     return found
 
 
 def own_instructions(programs):
-    """Returns, by operation and object, the library's instructions less the floor's; and which of
+    """Returns, by operation and owner, the library's instructions less the floor's; and which of
     its own functions take most when a service is restarted."""
-    def owner(place):
-        own = place.startswith(("client-", "libSodrel"))
-        return "own code" if own else "allocation" if place == "steady.so" else place
-
     above = {}
     library, floor = (annotated(programs, kind) for kind in (clients.LIBRARY, clients.FLOOR))
     for functions, sign in ((library, 1), (floor, -1)):
-        for label, lines in functions.items():
-            for count, _, place in lines:
-                above.setdefault(label, Counter())[owner(place)] += sign * count
-    most = [(count, function) for count, function, place in library["3b"]
-            if place.startswith("libSodrel")]
+        for label, counted in functions.items():
+            for (place, _), count in counted.items():
+                above.setdefault(label, Counter())[place] += sign * count
+    most = [(count, re.sub(r"\(.*", "", function))
+            for (place, function), count in library["3b"].most_common() if place == "own code"]
     return above, most[:12]
 
 

@@ -76,15 +76,15 @@ def operations(results):
 
 
 def own_instructions(results):
-    objects = sorted({place for counted in results["above"].values() for place in counted})
-    yield "Instructions of S less those of B, by the shared object that callgrind_annotate names"
-    yield f"{'':35}" + "".join(f"{place:>25}" for place in objects)
+    owners = sorted({owner for counted in results["above"].values() for owner in counted})
+    yield "Instructions of S less those of B, by where callgrind_annotate finds them"
+    yield f"{'':35}" + "".join(f"{owner:>22}" for owner in owners)
     for operation in measure.OPERATIONS:
         counted = results["above"][operation.label]
         yield (f"{operation.label:3} {operation.title:31}"
-               + "".join(f"{counted.get(place, 0):>25,}" for place in objects))
+               + "".join(f"{counted.get(owner, 0):>22,}" for owner in owners))
     yield ""
-    yield "The library's functions with the most instructions of their own in 3b"
+    yield "The library's functions with the most instructions, code inlined into them included, in 3b"
     for count, function in results["own"]:
         yield f"{count:>8,}  {function}"
 
