@@ -1,4 +1,4 @@
-"""What the comparisons share: the machine that they ran on, and the pages that show their results."""
+"""Describes the machine that a comparison ran on, and writes its results into a page."""
 import datetime
 import os
 import platform

@@ -130,7 +130,7 @@ class Wire:
         return json.loads(asked.stdout)["data"][0]
 
     def calls(self):
-        """Returns the calls since the last time: those that expect a reply, and those that do not."""
+        """Returns the calls since the last time, with and without a reply."""
         self.ask("GetId")  # by a connection of its own, which marks the end
         seen = []
         while not seen or seen[-1]["member"] != "GetId":

@@ -1,5 +1,8 @@
 #!/usr/bin/env python3
-"""Measures all clients inside a systemd box: compare.py BUILD RESULTS, a JSON file for report.py."""
+"""Measures all clients inside a systemd box: compare.py BUILD RESULTS.
+
+RESULTS is a JSON file for report.py.
+"""
 import json
 import os
 import subprocess

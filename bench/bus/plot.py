@@ -15,10 +15,10 @@ def draw(times, operations, file):
         "svg.hashsalt": "performance", "svg.fonttype": "none", "font.family": "sans-serif",
         "text.color": INK, "axes.labelcolor": INK, "axes.edgecolor": INK, "xtick.color": INK,
         "ytick.color": INK, "grid.color": INK, "grid.alpha": 0.35})
-    figure, axes = pyplot.subplots(figsize=(9, 4.2), layout="constrained")
+    figure, axes = pyplot.subplots(figsize=(9, 5), layout="constrained")
     for index, ((name, values), (color, marker)) in enumerate(zip(times.items(), MARKS)):
         # Each client a little lower than the one before it, so that no mark hides another.
-        rows = [row + (index - len(MARKS) / 2) / 14 for row in range(len(values))]
+        rows = [row + (index - len(MARKS) / 2) / 11 for row in range(len(values))]
         axes.plot(values, rows, marker, color=color, markersize=6, label=name)
     axes.set_yticks(range(len(operations)), operations)
     axes.invert_yaxis()

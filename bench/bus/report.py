@@ -34,6 +34,11 @@ def microseconds(results, what, kind, operation):
     return median(results[what][kind.name][operation.label]) / 1000
 
 
+def memory(results, kind):
+    peak = results["memory"].get(kind.name)
+    return f"{peak:,}" if peak else "-"
+
+
 def short_table(results):
     """One line for each operation: the library's calls and instructions, each client's time."""
     short_names = {clients.RAW: "A", clients.FLOOR: "B", clients.LIBRARY: "S"}
@@ -48,7 +53,7 @@ def short_table(results):
                + "".join(f"{microseconds(results, 'processor', kind, operation):>12,.1f}"
                          for kind in PEERS))
     yield (f"{'peak memory, KiB':47}"
-           + "".join(f"{results['memory'].get(kind.name, '-'):>12}" for kind in PEERS))
+           + "".join(f"{memory(results, kind):>12}" for kind in PEERS))
     yield ""
     for _, line in headers.judged(results["headers"]):
         yield line
@@ -84,7 +89,7 @@ def own_instructions(results):
         yield (f"{operation.label:3} {operation.title:31}"
                + "".join(f"{counted.get(owner, 0):>22,}" for owner in owners))
     yield ""
-    yield "The library's functions with the most instructions, code inlined into them included, in 3b"
+    yield "Functions of the library with the most instructions in 3b, inlined code included"
     for count, function in results["own"]:
         yield f"{count:>8,}  {function}"
 
@@ -96,8 +101,7 @@ def full_table(results):
     yield ""
     yield "Peak memory"
     for kind in clients.KINDS:
-        if kind.name in results["memory"]:
-            yield f"      {kind.name:22}{results['memory'][kind.name]:>12,} KiB"
+        yield f"      {kind.name:22}{memory(results, kind):>12} KiB"
     yield ""
     for met, line in bars(results):
         yield ("met    " if met else "MISSED ") + line
