@@ -21,9 +21,6 @@ function(sodrel_library name)
       POSITION_INDEPENDENT_CODE ON
       CXX_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON)
-   # Creating and dropping an entity calls four functions across the libraries; each goes straight
-   # through its table entry.
-   target_compile_options(${name}Objects PRIVATE -fno-plt)
    target_include_directories(${name}Objects PUBLIC "${PROJECT_SOURCE_DIR}/src")
    target_link_libraries(${name}Objects PUBLIC ${arg_PUBLIC} PRIVATE SodrelWarnings Threads::Threads)
 

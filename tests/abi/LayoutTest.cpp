@@ -57,8 +57,8 @@ template struct At< &Tessel::ModuleInspectData::hooks, 96 >;
 template struct At< &Tessel::ModuleInspectData::word, 112 >;
 
 template struct At< &Orl::AllocTrackTypeInfo::typeName_, 0 >;
-template struct At< &Orl::AllocTrackTypeInfo::size_, 32 >;
-template struct At< &Orl::AllocTrackTypeInfo::alignment_, 40 >;
+template struct At< &Orl::AllocTrackTypeInfo::live_, 32 >;
+template struct At< &Orl::AllocTrackTypeInfo::total_, 40 >;
 template struct At< &Orl::TraceHandle::name_, 0 >;
 template struct At< &Orl::TraceHandle::levels_, 8 >;
 template struct At< &Tessel::TracePoint::file_, 0 >;
@@ -151,7 +151,6 @@ TEST( TheSize, ofEveryTableEntryIsKept ) {
    EXPECT_EQ( sizeof( Tessel::TypeHooks ), 16 );
    EXPECT_EQ( sizeof( Tessel::ModuleInspectData ), 120 );
    EXPECT_EQ( sizeof( Tessel::Member ), 16 );
-   EXPECT_EQ( sizeof( Tessel::SlabStats ), 8 );
    EXPECT_EQ( sizeof( Orl::AllocCounts ), 16 );
 }
 

@@ -9,31 +9,33 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
-using testing::ElementsAre;
+namespace SodrelTest {
 
 namespace {
 
+using Steps = std::vector< std::string >;
+
 enum class Step : std::uint8_t { none, track, slab, base, constructor, initialize };
 
-// What has happened so far.
-std::vector< std::string > steps;
-Step failing = Step::none;
+// Where the steps of this thread are recorded; null outside of the tests of this file.
+thread_local Steps* steps = nullptr;
+thread_local Step failing = Step::none;
 
 void step( std::string text ) {
-   steps.push_back( std::move( text ) );
-}
-
-bool fails( Step place ) {
-   return failing == place;
+   if( steps ) {
+      steps->push_back( std::move( text ) );
+   }
 }
 
 void throwAt( Step place ) {
-   if( fails( place ) ) {
+   if( failing == place ) {
       throw std::runtime_error( "as told" );
    }
 }
@@ -43,47 +45,6 @@ std::string nameOf( const std::type_info& type ) {
 }
 
 } // namespace
-
-// The linker leads the entities' calls of the tracker and the slab allocator to these __wrap_
-// functions; __real_ are theirs.
-extern "C" {
-void __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
-   Orl::AllocTrackTypeInfo**, const std::type_info&, std::size_t, std::size_t );
-void __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( Orl::AllocTrackTypeInfo* );
-void* __real__ZN6Tessel9slabAllocEm( std::size_t );
-void __real__ZN6Tessel8slabFreeEPvRKSt9type_info( void*, const std::type_info& );
-
-void __wrap__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
-   Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
-   std::size_t alignment ) {
-   step(
-      "track " + nameOf( type ) + " of " + std::to_string( size ) + " bytes at " +
-      std::to_string( alignment ) );
-   if( fails( Step::track ) ) {
-      throw std::bad_alloc();
-   }
-   __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
-      tracker, type, size, alignment );
-}
-
-void __wrap__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_(
-   Orl::AllocTrackTypeInfo* tracker ) {
-   step( "untrack " + std::string( tracker->typeName() ) );
-   __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( tracker );
-}
-
-void* __wrap__ZN6Tessel9slabAllocEm( std::size_t size ) {
-   step( "take " + std::to_string( size ) + " bytes" );
-   return fails( Step::slab ) ? nullptr : __real__ZN6Tessel9slabAllocEm( size );
-}
-
-void __wrap__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type ) {
-   step( "give back " + nameOf( type ) );
-   __real__ZN6Tessel8slabFreeEPvRKSt9type_info( block, type );
-}
-}
-
-namespace Orchard {
 
 // Records its steps together with the flag that it has at that time.
 class Tree : public Tessel::Node {
@@ -141,113 +102,159 @@ Tessel::TypeRef Apple::typeData() const {
    return {};
 }
 
-} // namespace Orchard
+} // namespace SodrelTest
 
-using Orchard::Apple;
+using SodrelTest::nameOf;
+using SodrelTest::step;
+using SodrelTest::Step;
+
+// The linker leads the entities' calls of the tracker and the slab allocator to these __wrap_
+// functions; __real_ are theirs.
+extern "C" {
+void __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
+   Orl::AllocTrackTypeInfo**, const std::type_info&, std::size_t, std::size_t );
+void __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( Orl::AllocTrackTypeInfo* );
+void* __real__ZN6Tessel9slabAllocEm( std::size_t );
+void __real__ZN6Tessel8slabFreeEPvRKSt9type_info( void*, const std::type_info& );
+
+void __wrap__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
+   Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
+   std::size_t alignment ) {
+   if( SodrelTest::steps ) {
+      step(
+         "track " + nameOf( type ) + " of " + std::to_string( size ) + " bytes at " +
+         std::to_string( alignment ) );
+   }
+   if( SodrelTest::failing == Step::track ) {
+      throw std::bad_alloc();
+   }
+   __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
+      tracker, type, size, alignment );
+}
+
+void __wrap__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_(
+   Orl::AllocTrackTypeInfo* tracker ) {
+   if( SodrelTest::steps ) {
+      step( tracker == SodrelTest::Apple::memAllocationTracker_ ? "untrack Apple" : "untrack" );
+   }
+   __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( tracker );
+}
+
+void* __wrap__ZN6Tessel9slabAllocEm( std::size_t size ) {
+   if( SodrelTest::steps ) {
+      step( "take " + std::to_string( size ) + " bytes" );
+   }
+   return SodrelTest::failing == Step::slab ? nullptr : __real__ZN6Tessel9slabAllocEm( size );
+}
+
+void __wrap__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type ) {
+   if( SodrelTest::steps ) {
+      step( "give back " + nameOf( type ) );
+   }
+   __real__ZN6Tessel8slabFreeEPvRKSt9type_info( block, type );
+}
+}
+
+namespace SodrelTest {
 
 namespace {
 
-const std::string trackApple = "track Orchard::Apple of " + std::to_string( sizeof( Apple ) ) +
+using testing::ElementsAre;
+
+const std::string trackApple = "track SodrelTest::Apple of " + std::to_string( sizeof( Apple ) ) +
                                " bytes at " + std::to_string( alignof( Apple ) );
 const std::string takeApple = "take " + std::to_string( sizeof( Apple ) ) + " bytes";
-const std::string untrackApple = "untrack Orchard::Apple";
-const std::string giveBackApple = "give back Orchard::Apple";
+const std::string untrackApple = "untrack Apple";
+const std::string giveBackApple = "give back SodrelTest::Apple";
 
-} // namespace
+Tessel::Ptr< Apple > makeApple() {
+   return Tessel::ptrIsImpl< Apple >( 5U );
+}
+
+std::uint64_t applesAlive() {
+   const auto counts = Orl::allocCounts( "SodrelTest::Apple" );
+   return counts ? counts->live : 0;
+}
 
 class AnEntity : public testing::Test {
  protected:
-   AnEntity() {
-      failing = Step::none;
-      // Creates the tracker, so that there is a count to come back to.
-      static_cast< void >( Tessel::ptrIsImpl< Apple >( 5U ) );
-      steps.clear();
-   }
+   AnEntity() { steps = &taken; }
+   ~AnEntity() override { steps = nullptr; }
 
-   // The steps of a creation that throws the error.
-   template< typename Error = std::runtime_error >
-   static std::vector< std::string > stepsWhenFailingAt( Step place ) {
-      const auto before = Orl::allocCounts( "Orchard::Apple" );
-      failing = place;
-      EXPECT_THROW( static_cast< void >( Tessel::ptrIsImpl< Apple >( 5U ) ), Error );
-      failing = Step::none;
-      EXPECT_EQ( Orl::allocCounts( "Orchard::Apple" )->live, before->live );
-      return steps;
-   }
+   Steps taken;
 };
 
 TEST_F( AnEntity, isTrackedThenGivenMemoryThenConstructed ) {
-   const auto apple = Tessel::ptrIsImpl< Apple >( 5U );
+   const auto apple = makeApple();
    EXPECT_THAT(
-      steps, ElementsAre(
+      taken, ElementsAre(
                 trackApple, takeApple, "construct Tree", "construct Apple",
                 "initialize Apple with 1 use" ) );
+   EXPECT_TRUE( apple->nodeFlag( Tessel::nodeInitialized ) );
    EXPECT_EQ( apple->seeds, 5U );
    EXPECT_EQ( apple->useCount(), 1U );
-   EXPECT_EQ( Orl::allocCounts( "Orchard::Apple" )->live, 1U );
-}
-
-TEST_F( AnEntity, isFlaggedAsInitializedOnceItIsConstructed ) {
-   const auto apple = Tessel::ptrIsImpl< Apple >( 5U );
-   EXPECT_TRUE( apple->nodeFlag( Tessel::nodeInitialized ) );
+   EXPECT_EQ( applesAlive(), 1U );
 }
 
 TEST_F( AnEntity, isTornDownFromItsClassToTheBaseThenUntrackedThenReleased ) {
-   auto apple = Tessel::ptrIsImpl< Apple >( 5U );
-   steps.clear();
+   auto apple = makeApple();
+   taken.clear();
    apple = nullptr;
    EXPECT_THAT(
-      steps, ElementsAre(
+      taken, ElementsAre(
                 "destroy Apple, initialized", "deinitialize Apple", "destroy Tree", untrackApple,
                 giveBackApple ) );
-   EXPECT_EQ( Orl::allocCounts( "Orchard::Apple" )->live, 0U );
+   EXPECT_EQ( applesAlive(), 0U );
 }
 
 TEST_F( AnEntity, belongsToItsOwnTypeAlsoWhenABasePointerDropsIt ) {
-   Tessel::Ptr< Tessel::Node > node = Tessel::ptrIsImpl< Apple >( 5U );
-   steps.clear();
+   Tessel::Ptr< Tessel::Node > node = makeApple();
    node = nullptr;
-   EXPECT_EQ( steps.back(), giveBackApple );
-   EXPECT_FALSE( Orl::allocCounts( "Orchard::Tree" ) );
-}
-
-TEST_F( AnEntity, leavesNothingWhenItCannotBeTracked ) {
-   EXPECT_THAT( stepsWhenFailingAt< std::bad_alloc >( Step::track ), ElementsAre( trackApple ) );
-}
-
-TEST_F( AnEntity, isUntrackedWhenThereIsNoMemory ) {
-   EXPECT_THAT(
-      stepsWhenFailingAt< std::bad_alloc >( Step::slab ),
-      ElementsAre( trackApple, takeApple, untrackApple ) );
-}
-
-TEST_F( AnEntity, givesEverythingBackWhenItsBaseThrows ) {
-   EXPECT_THAT(
-      stepsWhenFailingAt( Step::base ),
-      ElementsAre( trackApple, takeApple, untrackApple, giveBackApple ) );
-}
-
-TEST_F( AnEntity, tearsItsBaseDownWhenItsConstructorThrows ) {
-   EXPECT_THAT(
-      stepsWhenFailingAt( Step::constructor ),
-      ElementsAre(
-         trackApple, takeApple, "construct Tree", "destroy Tree", untrackApple, giveBackApple ) );
-}
-
-TEST_F( AnEntity, isNotDeinitializedWhenItsInitializationThrows ) {
-   EXPECT_THAT(
-      stepsWhenFailingAt( Step::initialize ),
-      ElementsAre(
-         trackApple, takeApple, "construct Tree", "construct Apple", "destroy Tree", untrackApple,
-         giveBackApple ) );
-}
-
-TEST_F( AnEntity, canBeCreatedAfterAFailure ) {
-   stepsWhenFailingAt( Step::initialize );
-   EXPECT_EQ( Tessel::ptrIsImpl< Apple >( 7U )->seeds, 7U );
-}
-
-TEST_F( AnEntity, hasATrackerFromItsFirstAllocationOn ) {
+   EXPECT_EQ( taken.back(), giveBackApple );
    EXPECT_NE( Apple::memAllocationTracker_, nullptr );
-   EXPECT_EQ( Orchard::Tree::memAllocationTracker_, nullptr );
+   EXPECT_FALSE( Orl::allocCounts( "SodrelTest::Tree" ) );
+   EXPECT_EQ( Tree::memAllocationTracker_, nullptr );
 }
+
+struct FailedCreation {
+   Step failing;
+   Steps steps;
+};
+
+void PrintTo( const FailedCreation& creation, std::ostream* out ) {
+   *out << "failing at step " << static_cast< int >( creation.failing );
+}
+
+class AnEntityWhoseCreationFails : public AnEntity,
+                                   public testing::WithParamInterface< FailedCreation > {};
+
+TEST_P( AnEntityWhoseCreationFails, leavesNothingAndCanBeCreatedAfterwards ) {
+   makeApple(); // and with it the tracker
+   taken.clear();
+   failing = GetParam().failing;
+   if( failing == Step::track || failing == Step::slab ) {
+      EXPECT_THROW( makeApple(), std::bad_alloc );
+   } else {
+      EXPECT_THROW( makeApple(), std::runtime_error );
+   }
+   failing = Step::none;
+   EXPECT_EQ( taken, GetParam().steps );
+   EXPECT_EQ( applesAlive(), 0U );
+   EXPECT_EQ( makeApple()->seeds, 5U );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   AtEachStep, AnEntityWhoseCreationFails,
+   testing::Values(
+      FailedCreation{ Step::track, { trackApple } },
+      FailedCreation{ Step::slab, { trackApple, takeApple, untrackApple } },
+      FailedCreation{ Step::base, { trackApple, takeApple, untrackApple, giveBackApple } },
+      FailedCreation{
+         Step::constructor,
+         { trackApple, takeApple, "construct Tree", "destroy Tree", untrackApple, giveBackApple } },
+      FailedCreation{ Step::initialize,
+                      { trackApple, takeApple, "construct Tree", "construct Apple", "destroy Tree",
+                        untrackApple, giveBackApple } } ) );
+
+} // namespace
+} // namespace SodrelTest

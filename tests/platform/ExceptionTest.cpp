@@ -14,7 +14,7 @@
 #include <typeinfo>
 #include <utility>
 
-namespace Depot {
+namespace SodrelTest {
 
 class Error : public Tessel::Exception {
  public:
@@ -30,7 +30,7 @@ class HiddenError : public Error {
 
 } // namespace
 
-} // namespace Depot
+} // namespace SodrelTest
 
 namespace {
 
@@ -67,19 +67,20 @@ TEST( AnException, keepsItsMessageWhenTheStringGoes ) {
 }
 
 TEST( AnException, isNamedAfterItsOwnClass ) {
-   const Depot::Error error( "text" );
+   const SodrelTest::Error error( "text" );
    const Tessel::Exception& asBase = error;
-   EXPECT_TRUE( asBase.name() == "Depot::Error" );
+   EXPECT_TRUE( asBase.name() == "SodrelTest::Error" );
    EXPECT_TRUE( Tessel::Exception( "text" ).name() == "Tessel::Exception" );
    EXPECT_TRUE( Tessel::ArgOutOfRange( "text" ).name() == "Tessel::ArgOutOfRange" );
    EXPECT_TRUE( Tessel::NegativeNotAllowed( "" ).name() == "Tessel::NegativeNotAllowed" );
-   EXPECT_TRUE( Depot::HiddenError( "" ).name() == "Depot::(anonymous namespace)::HiddenError" );
+   EXPECT_TRUE(
+      SodrelTest::HiddenError( "" ).name() == "SodrelTest::(anonymous namespace)::HiddenError" );
 }
 
 TEST( AnException, givesItsMessageToCopies ) {
-   auto exception = std::make_unique< Depot::Error >( "text" );
-   const Depot::Error copy = *exception;
-   Depot::Error assigned( "other" );
+   auto exception = std::make_unique< SodrelTest::Error >( "text" );
+   const SodrelTest::Error copy = *exception;
+   SodrelTest::Error assigned( "other" );
    assigned = *exception;
    exception.reset();
    EXPECT_STREQ( copy.what(), "text" );
@@ -87,18 +88,18 @@ TEST( AnException, givesItsMessageToCopies ) {
 }
 
 TEST( AnException, hasTheSlotsOfStdExceptionAndThenItsName ) {
-   using PlatformTest::slotOf;
+   using SodrelTest::slotOf;
    EXPECT_EQ( slotOf( &std::exception::what ), 2U );
    EXPECT_EQ( slotOf( &Tessel::Exception::what ), 2U );
    EXPECT_EQ( slotOf( &Tessel::Exception::name ), 3U );
 }
 
 TEST( AnException, answersThroughItsSlots ) {
-   using PlatformTest::inSlot;
-   const Depot::Error error( "text" );
+   using SodrelTest::inSlot;
+   const SodrelTest::Error error( "text" );
    EXPECT_STREQ( inSlot< const char* >( error, 2 )( &error ), "text" );
-   EXPECT_TRUE( inSlot< Tessel::String >( error, 3 )( &error ) == "Depot::Error" );
-   auto* const onTheHeap = new Depot::Error( "text" );
+   EXPECT_TRUE( inSlot< Tessel::String >( error, 3 )( &error ) == "SodrelTest::Error" );
+   auto* const onTheHeap = new SodrelTest::Error( "text" );
    inSlot< void >( *onTheHeap, 1 )( onTheHeap );
 }
 
@@ -159,14 +160,14 @@ TYPED_TEST( EachErrorOfTheLibrary, addsNeitherFieldsNorConversions ) {
 }
 
 TYPED_TEST( EachErrorOfTheLibrary, inheritsWhatAndName ) {
-   EXPECT_EQ( PlatformTest::slotOf( &TypeParam::what ), 2U );
-   EXPECT_EQ( PlatformTest::slotOf( &TypeParam::name ), 3U );
+   EXPECT_EQ( SodrelTest::slotOf( &TypeParam::what ), 2U );
+   EXPECT_EQ( SodrelTest::slotOf( &TypeParam::name ), 3U );
    const Tessel::Exception base( "" );
    const TypeParam error( "" );
    for( const std::size_t slot : { 2U, 3U } ) {
       EXPECT_EQ(
-         reinterpret_cast< void* >( PlatformTest::inSlot< void >( error, slot ) ),
-         reinterpret_cast< void* >( PlatformTest::inSlot< void >( base, slot ) ) );
+         reinterpret_cast< void* >( SodrelTest::inSlot< void >( error, slot ) ),
+         reinterpret_cast< void* >( SodrelTest::inSlot< void >( base, slot ) ) );
    }
 }
 
@@ -177,7 +178,7 @@ static_assert( !std::convertible_to< const char*, Sodrel::Exception > );
 
 TEST( ATypeName, isWrittenAsInTheSource ) {
    EXPECT_TRUE( Tessel::typeName( typeid( int ) ) == "int" );
-   EXPECT_TRUE( Tessel::typeName( typeid( Depot::Error ) ) == "Depot::Error" );
+   EXPECT_TRUE( Tessel::typeName( typeid( SodrelTest::Error ) ) == "SodrelTest::Error" );
 }
 
 TEST( ATypeName, isTheRawOneWhenItCannotBeRead ) {

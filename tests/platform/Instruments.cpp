@@ -8,9 +8,9 @@
 #include <utility>
 
 template<>
-struct Tessel::TypeTable< Workshop::Instrument > {
-   using Instrument = Workshop::Instrument;
-   static constexpr std::string_view name = "Workshop::Instrument";
+struct Tessel::TypeTable< SodrelTest::Instrument > {
+   using Instrument = SodrelTest::Instrument;
+   static constexpr std::string_view name = "SodrelTest::Instrument";
    static constexpr TypeRef self{ &instrumentsModule, 0 };
    static constexpr TypeRef base = nodeType;
    static constexpr CreationRow creation = notCreatable< Wire* >( "wire" );
@@ -33,12 +33,13 @@ struct Tessel::TypeTable< Workshop::Instrument > {
 };
 
 template<>
-struct Tessel::TypeTable< Workshop::Gauge > {
-   using Gauge = Workshop::Gauge;
-   static constexpr std::string_view name = "Workshop::Gauge";
+struct Tessel::TypeTable< SodrelTest::Gauge > {
+   using Gauge = SodrelTest::Gauge;
+   static constexpr std::string_view name = "SodrelTest::Gauge";
    static constexpr TypeRef self{ &instrumentsModule, 1 };
-   static constexpr TypeRef base = TypeTable< Workshop::Instrument >::self;
-   static constexpr CreationRow creation = createdBy< &Workshop::gaugeFactory >( "unit", "maker" );
+   static constexpr TypeRef base = TypeTable< SodrelTest::Instrument >::self;
+   static constexpr CreationRow creation =
+      createdBy< &SodrelTest::gaugeFactory >( "unit", "maker" );
    static constexpr std::array members{
       closed< &Gauge::unit >( "unit" ),
       attribute< &Gauge::peer >( "peer" ),
@@ -51,11 +52,11 @@ struct Tessel::TypeTable< Workshop::Gauge > {
    };
 };
 
-template struct TESSEL_EXPORT Tessel::HideMe< Workshop::Instrument >;
-template struct TESSEL_EXPORT Tessel::HideMe< Workshop::Gauge >;
+template struct TESSEL_EXPORT Tessel::HideMe< SodrelTest::Instrument >;
+template struct TESSEL_EXPORT Tessel::HideMe< SodrelTest::Gauge >;
 
 constinit const Tessel::ModuleInspectData instrumentsModule =
-   Tessel::moduleRecord< Workshop::Instrument, Workshop::Gauge >();
+   Tessel::moduleRecord< SodrelTest::Instrument, SodrelTest::Gauge >();
 
 namespace {
 
@@ -63,7 +64,7 @@ const Tessel::ModuleRegistration registration( instrumentsModule );
 
 } // namespace
 
-namespace Workshop {
+namespace SodrelTest {
 
 using Tessel::String;
 
@@ -165,4 +166,4 @@ Tessel::Ptr< Gauge > gaugeFactory( const String& unit, const Orl::Optional< Stri
    return Tessel::ptrIsImpl< Gauge >( unit, maker );
 }
 
-} // namespace Workshop
+} // namespace SodrelTest

@@ -15,7 +15,7 @@ extern const Tessel::ModuleInspectData instrumentsModule;
 // What an instrument is wired to; never defined.
 struct Wire;
 
-namespace Workshop {
+namespace SodrelTest {
 
 class Instrument : public Tessel::Node {
    TESSEL_ENTITY( Instrument )
@@ -73,4 +73,4 @@ class Gauge : public Instrument {
 Tessel::Ptr< Gauge >
 gaugeFactory( const Tessel::String& unit, const Orl::Optional< Tessel::String >& maker );
 
-} // namespace Workshop
+} // namespace SodrelTest

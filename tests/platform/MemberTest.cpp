@@ -13,6 +13,8 @@
 #include <utility>
 
 using Orl::VoidPtr;
+using SodrelTest::Gauge;
+using SodrelTest::Instrument;
 using Tessel::accessDone;
 using Tessel::accessRefused;
 using Tessel::accessUnknownMember;
@@ -20,8 +22,6 @@ using Tessel::Interval;
 using Tessel::Member;
 using Tessel::Ptr;
 using Tessel::String;
-using Workshop::Gauge;
-using Workshop::Instrument;
 
 class AccessToAGauge : public testing::Test {
  protected:
@@ -49,7 +49,7 @@ class AccessToAGauge : public testing::Test {
 
    // Some address; nobody looks behind it.
    int there = 0;
-   const Ptr< Gauge > gauge = Workshop::gaugeFactory( "bar", {} );
+   const Ptr< Gauge > gauge = SodrelTest::gaugeFactory( "bar", {} );
 };
 
 TEST_F( AccessToAGauge, writesAndReadsAttributesOfEveryType ) {
@@ -79,7 +79,7 @@ TEST_F( AccessToAGauge, readsWhatTheEntityHas ) {
 }
 
 TEST_F( AccessToAGauge, countsTheUsesOfAnEntityValue ) {
-   auto peer = Workshop::gaugeFactory( "volt", {} );
+   auto peer = SodrelTest::gaugeFactory( "volt", {} );
    expectToKeep( "peer", peer, Ptr< Gauge >() );
    EXPECT_EQ( peer->useCount(), 2U );
    {
@@ -116,7 +116,7 @@ TEST_F( AccessToAGauge, passesOneArgumentByItsAddress ) {
 }
 
 TEST_F( AccessToAGauge, passesTheValueOfAnEntityArgument ) {
-   const auto first = Workshop::gaugeFactory( "volt", {} );
+   const auto first = SodrelTest::gaugeFactory( "volt", {} );
    const Ptr< Gauge > none;
    Ptr< Gauge > before = gauge;
    EXPECT_EQ( call( "peerIs", &before, &first ), accessDone );
@@ -162,7 +162,7 @@ TEST_F( AccessToAGauge, dropsAResultThatNobodyWants ) {
    const String label = "new";
    EXPECT_EQ( call( "labelIs", nullptr, &label ), accessDone );
    EXPECT_TRUE( readOf( "label", String() ) == "new" );
-   const auto peer = Workshop::gaugeFactory( "volt", {} );
+   const auto peer = SodrelTest::gaugeFactory( "volt", {} );
    EXPECT_EQ( call( "peerIs", nullptr, &peer ), accessDone );
    EXPECT_EQ( call( "peerIs", nullptr, &gauge ), accessDone );
    EXPECT_EQ( peer->useCount(), 1U );
@@ -314,7 +314,7 @@ TEST_F( ConstructionOfAGauge, storesAPointerThatOwnsTheOneUse ) {
    EXPECT_TRUE(
       gauge->describe() == "off, serial 0, offset 0, period 0, label Forge bar, not wired" );
    gauge = nullptr;
-   EXPECT_EQ( Orl::allocCounts( "Workshop::Gauge" )->live, 0U );
+   EXPECT_EQ( Orl::allocCounts( "SodrelTest::Gauge" )->live, 0U );
 }
 
 TEST_F( ConstructionOfAGauge, takesANullArgumentForAnAbsentOptional ) {
@@ -326,11 +326,11 @@ TEST_F( ConstructionOfAGauge, takesANullArgumentForAnAbsentOptional ) {
 TEST_F( ConstructionOfAGauge, throwsWhatTheConstructorThrowsAndLeavesNothing ) {
    const String noUnit;
    EXPECT_THROW( constructed( &noUnit, nullptr ), std::invalid_argument );
-   EXPECT_EQ( Orl::allocCounts( "Workshop::Gauge" )->live, 0U );
+   EXPECT_EQ( Orl::allocCounts( "SodrelTest::Gauge" )->live, 0U );
 }
 
 TEST( ConstructionOfAnInstrument, givesNothing ) {
-   const auto gauge = Workshop::gaugeFactory( "bar", {} );
+   const auto gauge = SodrelTest::gaugeFactory( "bar", {} );
    Instrument* created = gauge.get();
    Tessel::HideMe< Instrument >::genericIfConstructFromCtorArgs( &created, nullptr );
    EXPECT_EQ( created, nullptr );

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-using PlatformTest::inSlot;
-using PlatformTest::slotOf;
+using SodrelTest::inSlot;
+using SodrelTest::slotOf;
 
 namespace {
 
@@ -173,7 +173,7 @@ TEST( ANode, hasItsVirtualOperationsInOrder ) {
    EXPECT_EQ( slotOf( &Tessel::Node::lastUserGone ), 2U );
    EXPECT_EQ( slotOf( &Tessel::Node::publisher ), 3U );
    EXPECT_EQ( slotOf( &Tessel::Node::typeData ), 4U );
-   EXPECT_EQ( slotOf( &Workshop::Instrument::measure ), 5U );
+   EXPECT_EQ( slotOf( &SodrelTest::Instrument::measure ), 5U );
 }
 
 TEST( ANode, answersThroughItsSlots ) {

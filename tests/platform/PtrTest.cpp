@@ -11,10 +11,10 @@
 #include <type_traits>
 #include <utility>
 
+using SodrelTest::Gauge;
+using SodrelTest::gaugeFactory;
+using SodrelTest::Instrument;
 using Tessel::Ptr;
-using Workshop::Gauge;
-using Workshop::gaugeFactory;
-using Workshop::Instrument;
 
 static_assert( sizeof( Ptr< Gauge > ) == sizeof( Gauge* ) );
 static_assert( std::is_nothrow_move_constructible_v< Ptr< Gauge > > );
@@ -28,10 +28,10 @@ class APtr : public testing::Test {
  protected:
    void TearDown() override {
       gauge = nullptr;
-      EXPECT_EQ( Orl::allocCounts( "Workshop::Gauge" )->live, 0U );
+      EXPECT_EQ( Orl::allocCounts( "SodrelTest::Gauge" )->live, 0U );
    }
 
-   static bool isAlive() { return Orl::allocCounts( "Workshop::Gauge" )->live == 1; }
+   static bool isAlive() { return Orl::allocCounts( "SodrelTest::Gauge" )->live == 1; }
 
    Ptr< Gauge > gauge = gaugeFactory( "bar", {} );
    // Borrowed, to look at the count.

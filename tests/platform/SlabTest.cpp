@@ -1,236 +1,262 @@
-// The blocks of the slab allocator: what they are, where they come from, and where they go.
-#include "Slabs.h"
+// The blocks of the slab allocator: size, alignment, reuse, lack of memory, threads and forks.
+#include "Memory.h"
 
 #include <platform/memory/Slab.h>
-#include <platform/memory/SlabMemory.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <initializer_list>
 #include <limits>
+#include <new>
+#include <stop_token>
 #include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <typeinfo>
+#include <unistd.h>
 #include <vector>
 
-namespace PlatformTest {
+namespace SodrelTest {
+
+// What all blocks are said to be.
+struct Thing {};
+
 namespace {
 
 using Tessel::slabAlloc;
-using Tessel::slabStats;
 
-// The classes' boundaries and their neighbours, and those of blocks with slabs of their own.
-std::vector< std::size_t > boundarySizes() {
-   std::vector< std::size_t > sizes{ 0 };
-   for( std::size_t boundary = 16; boundary <= 1024; boundary += 16 ) {
-      sizes.insert( sizes.end(), { boundary - 1, boundary, boundary + 1 } );
-   }
-   for( const std::size_t boundary : { slabBytes - 64, slabBytes, 3 * slabBytes - 64 } ) {
-      sizes.insert( sizes.end(), { boundary - 1, boundary, boundary + 1 } );
-   }
-   return sizes;
+// Of a usual entity, and of one that is too large to be pooled.
+constexpr std::size_t entityBytes = 64;
+constexpr std::size_t largeBytes = 1100;
+
+void slabFree( void* block ) {
+   Tessel::slabFree( block, typeid( Thing ) );
 }
 
-class ASlabBlock : public testing::Test {};
+int mappings() {
+   std::ifstream maps( "/proc/self/maps" );
+   int count = 0;
+   for( std::string line; std::getline( maps, line ); ) {
+      ++count;
+   }
+   return count;
+}
 
-TEST_F( ASlabBlock, isAlignedForEveryTypeAndHasItsWholeSize ) {
+std::string noLiveBlock( const void* block ) {
+   std::array< char, 100 > text{};
+   std::snprintf(
+      text.data(), text.size(), "^slabFree: %p is no live block of SodrelTest::Thing\n$", block );
+   return text.data();
+}
+
+TEST( ASlabBlock, isAlignedForEveryTypeAndHasItsWholeSize ) {
    struct Taken {
-      unsigned char* block;
-      std::size_t size;
-      unsigned char pattern;
+      void* block;
+      std::string content;
    };
    std::vector< Taken > taken;
-   unsigned char pattern = 0;
-   for( const std::size_t size : boundarySizes() ) {
+   for( std::size_t size = 0; size < 2100; ++size ) {
       for( int i = 0; i < 3; ++i ) {
-         auto* const block = static_cast< unsigned char* >( slabAlloc( size ) );
+         void* const block = slabAlloc( size );
          ASSERT_NE( block, nullptr ) << size;
          EXPECT_EQ( reinterpret_cast< std::uintptr_t >( block ) % alignof( std::max_align_t ), 0 )
             << size;
-         std::memset( block, ++pattern, size );
-         taken.push_back( { block, size, pattern } );
+         taken.push_back( { block, std::string( size, static_cast< char >( taken.size() ) ) } );
+         std::memset( block, static_cast< char >( taken.size() - 1 ), size );
       }
    }
-   for( const Taken& each : taken ) {
-      const std::string expected( each.size, static_cast< char >( each.pattern ) );
-      EXPECT_EQ( std::memcmp( each.block, expected.data(), each.size ), 0 ) << each.size;
-      slabFree( each.block );
+   for( const auto& [block, content] : taken ) {
+      EXPECT_EQ( std::memcmp( block, content.data(), content.size() ), 0 ) << content.size();
+      slabFree( block );
    }
 }
 
-TEST_F( ASlabBlock, isUsedAgainAfterItsRelease ) {
-   slabFree( slabAlloc( entityBytes ) );
-   const std::size_t slabs = slabStats().slabsMapped;
-   for( std::size_t i = 0; i < 10 * many; ++i ) {
-      slabFree( slabAlloc( entityBytes ) );
-   }
-   EXPECT_EQ( slabStats().slabsMapped, slabs );
-}
-
-TEST_F( ASlabBlock, isUsedAgainInASlabThatWasFull ) {
-   Blocks taken = blocks( many );
-   const std::size_t slabs = slabStats().slabsMapped;
-   for( std::size_t round = 0; round < 3; ++round ) {
-      for( std::size_t i = 0; i < taken.size(); i += 2 ) {
-         slabFree( taken[i] );
+TEST( ASlabBlock, isUsedAgainAfterItsRelease ) {
+   const auto takeAndFree = [] {
+      for( const bool forward : { true, false } ) {
+         std::vector< void* > taken( 10'000 );
+         for( void*& block : taken ) {
+            block = slabAlloc( entityBytes );
+         }
+         for( std::size_t i = 0; i < taken.size(); ++i ) {
+            slabFree( taken[forward ? i : taken.size() - 1 - i] );
+         }
       }
-      for( std::size_t i = 0; i < taken.size(); i += 2 ) {
-         taken[i] = slabAlloc( entityBytes );
-      }
+   };
+   takeAndFree();
+   const std::size_t before = blocksAllocated();
+   for( int round = 0; round < 10; ++round ) {
+      takeAndFree();
+      inThreads( 1, takeAndFree );
    }
-   EXPECT_EQ( slabStats().slabsMapped, slabs );
-   freeAll( taken );
+   EXPECT_EQ( blocksAllocated(), before );
 }
 
-TEST_F( ASlabBlock, thatIsNoneEndsTheProcess ) {
-   alignas( slabBytes ) static char memory[2 * slabBytes];
-   char* const foreign = memory + 128;
-   char text[200];
-   snprintf(
-      text, sizeof( text ), "^slabFree: %p is no live block of PlatformTest::Thing\n$",
-      static_cast< void* >( foreign ) );
-   EXPECT_DEATH( slabFree( foreign ), text );
+TEST( ASlabBlock, ofLargeEntitiesNeedsNoMappingOfItsOwn ) {
+   std::vector< void* > taken( 200'000 );
+   const std::size_t before = blocksAllocated();
+   for( void*& block : taken ) {
+      block = slabAlloc( largeBytes );
+      ASSERT_NE( block, nullptr );
+   }
+   EXPECT_LT( mappings(), 20'000 );
+   for( void* const block : taken ) {
+      slabFree( block );
+   }
+   EXPECT_EQ( blocksAllocated(), before );
 }
 
-#if !defined( NDEBUG ) || defined( TESSEL_ASAN )
-TEST_F( ASlabBlock, freedTwiceInARowEndsTheProcess ) {
+TEST( ASlabBlock, endsTheProcessWhenItIsNone ) {
+   alignas( std::max_align_t ) std::array< std::byte, 128 > memory{};
+   void* const foreign = &memory[64];
+   EXPECT_DEATH( slabFree( foreign ), noLiveBlock( foreign ) );
+}
+
+TEST( ASlabBlock, endsTheProcessWhenItIsFreedTwice ) {
    void* const block = slabAlloc( entityBytes );
    slabFree( block );
-   char text[200];
-   snprintf(
-      text, sizeof( text ), "^slabFree: %p is no live block of PlatformTest::Thing\n$", block );
-   EXPECT_DEATH( slabFree( block ), text );
+#ifdef SODREL_TEST_ASAN
+   EXPECT_DEATH( slabFree( block ), "heap-use-after-free" );
+#else
+   EXPECT_DEATH( slabFree( block ), noLiveBlock( block ) );
+#endif
+}
+
+#ifdef SODREL_TEST_ASAN
+TEST( ASlabBlock, isGuardedByTheAddressSanitizer ) {
+   auto* const block = static_cast< volatile char* >( slabAlloc( entityBytes - 1 ) );
+   EXPECT_DEATH( block[entityBytes - 1] = 1, "heap-buffer-overflow" );
+   slabFree( const_cast< char* >( block ) );
+   EXPECT_DEATH( block[0] = 1, "heap-use-after-free" );
 }
 #endif
 
-#ifdef TESSEL_ASAN
-TEST_F( ASlabBlock, isGuardedByTheAddressSanitizerWhileFree ) {
-   auto* const own = static_cast< volatile char* >( slabAlloc( entityBytes ) );
-   slabFree( const_cast< char* >( own ) );
-   EXPECT_DEATH( static_cast< void >( own[entityBytes - 1] ), "use-after-poison" );
-
-   auto* const returned = static_cast< volatile char* >( slabAlloc( entityBytes ) );
-   inThread( [returned] { slabFree( const_cast< char* >( returned ) ); } );
-   EXPECT_DEATH( static_cast< void >( returned[0] ), "use-after-poison" );
-}
-#endif
-
-TEST_F( TheSlabAllocator, givesEmptySlabsBackToTheSystem ) {
-   const std::size_t before = slabStats().slabsMapped;
-   for( const bool forward : { true, false } ) {
-      Blocks taken = blocks( many );
-      EXPECT_GT( slabStats().slabsMapped, 29 );
-      if( forward ) {
-         std::reverse( taken.begin(), taken.end() );
-      }
-      freeAll( taken );
-      EXPECT_LE( slabStats().slabsMapped, before + reserveCount + 1 );
-   }
-}
-
-TEST_F( TheSlabAllocator, keepsSomeEmptySlabsInReserve ) {
-   // Until no slab has room but the one that is mapped for the last block.
-   Blocks taken;
-   const std::size_t before = slabStats().slabsMapped;
-   while( slabStats().slabsMapped == before ) {
-      taken.push_back( slabAlloc( entityBytes ) );
-   }
-   freeAll( blocks( many, 2 * entityBytes ) );
-   const std::size_t full = slabStats().slabsMapped;
-   const Blocks more = blocks( blocksPerSlab() - 1 + reserveCount * blocksPerSlab() );
-   EXPECT_EQ( slabStats().slabsMapped, full );
-   taken.push_back( slabAlloc( entityBytes ) );
-   EXPECT_EQ( slabStats().slabsMapped, full + 1 );
-   freeAll( taken );
-   freeAll( more );
-}
-
-TEST_F( TheSlabAllocator, givesALargeBlockBackAtOnce ) {
-   const std::size_t before = bytesMapped;
-   for( const std::size_t slabs : { 1U, 10U } ) {
-      void* const block = slabAlloc( slabs == 1 ? 1025 : slabs * slabBytes - 64 );
-      EXPECT_EQ( bytesMapped, before + slabs * slabBytes );
-      slabFree( block );
-      EXPECT_EQ( bytesMapped, before );
-   }
-}
-
-TEST_F( TheSlabAllocator, hasNoBlockOfAnImpossibleSize ) {
+TEST( TheSlabAllocator, hasNoBlockOfAnImpossibleSize ) {
    constexpr std::size_t largest = std::numeric_limits< std::size_t >::max();
-   for( const std::size_t size : { largest, largest - 64, largest - slabBytes, largest / 2 } ) {
+   for( const std::size_t size : { largest, largest - 15, largest - 64, largest / 2 } ) {
       EXPECT_EQ( slabAlloc( size ), nullptr ) << size;
    }
 }
 
-TEST_F( TheSlabAllocator, returnsNullWhenAnyOfItsMappingsFails ) {
-   // A thread of its own begins with nothing but the reserve, which many blocks exceed.
-   const std::size_t before = slabStats().slabsMapped;
-   inThread( [] {
-      for( const bool everAfter : { false, true } ) {
-         for( int n = 0;; ++n ) {
-            failsEverAfter = everAfter;
-            mappingsBeforeFailure = n;
-            failures = 0;
-            Blocks taken;
-            int nulls = 0;
-            for( std::size_t i = 0; i < many; ++i ) {
-               void* const block = slabAlloc( entityBytes * ( 1 + i % 3 ) );
-               nulls += block == nullptr ? 1 : 0;
-               if( block != nullptr ) {
-                  std::memset( block, 0xff, entityBytes );
+TEST( TheSlabAllocator, returnsNullWhenAnyAllocationFails ) {
+   std::vector< void* > taken;
+   taken.reserve( 1'000'000 );
+   for( const std::size_t size : { entityBytes, largeBytes } ) {
+      for( const bool forEver : { false, true } ) {
+         for( std::size_t before = 0; before < 6; ++before ) {
+            {
+               const MemoryFailure failure( before, forEver );
+               while( void* const block = slabAlloc( size ) ) {
                   taken.push_back( block );
                }
+               EXPECT_EQ( failure.count(), 1 ) << before;
+               void* const next = slabAlloc( size );
+               EXPECT_EQ( next == nullptr, forEver ) << before;
+               if( next ) {
+                  taken.push_back( next );
+               }
             }
-            mappingsBeforeFailure = noFailure;
-            EXPECT_EQ( nulls, failures ) << n;
-            freeAll( taken );
-            if( failures == 0 ) {
-               EXPECT_GT( n, 0 );
-               break;
-            }
+            taken.push_back( slabAlloc( size ) );
+            ASSERT_NE( taken.back(), nullptr ) << before;
          }
       }
-   } );
-   EXPECT_LE( slabStats().slabsMapped, before + reserveCount );
-}
-
-TEST_F( TheSlabAllocator, returnsNullWhenTheThreadsEndCannotBeSeen ) {
-   inThread( [] {
-      threadStateRefused = true;
-      EXPECT_EQ( slabAlloc( entityBytes ), nullptr );
-      threadStateRefused = false;
-      void* const block = slabAlloc( entityBytes );
-      EXPECT_NE( block, nullptr );
+   }
+   for( void* const block : taken ) {
       slabFree( block );
-   } );
+   }
 }
 
-TEST_F( TheSlabAllocator, losesNoHeapWhenTheThreadsEndCannotBeSeen ) {
-   inThread( [] {
-      threadStateRefused = true;
-      // More often than there are heaps that ended threads have left.
-      for( int i = 0; i < 200; ++i ) {
-         EXPECT_EQ( slabAlloc( entityBytes ), nullptr );
+TEST( TheSlabAllocator, canBeUsedWhileAThreadEnds ) {
+   struct Last {
+      ~Last() {
+         slabFree( block );
+         slabFree( slabAlloc( entityBytes ) );
       }
-      threadStateRefused = false;
-      heapRefused = true;
-      void* const block = slabAlloc( entityBytes );
-      heapRefused = false;
-      ASSERT_NE( block, nullptr );
-      slabFree( block );
-   } );
+      void* block = slabAlloc( entityBytes );
+   };
+   inThreads( 1, [] { static thread_local const Last last; } );
 }
 
-TEST_F( TheSlabAllocator, returnsNullWithoutMemoryForAThreadsHeap ) {
-   HeapKeepers keepers;
-   keepers.takeAllThatAreLeft();
-   EXPECT_TRUE( keepers.more() );
-   heapRefused = true;
-   EXPECT_FALSE( keepers.more() );
-   heapRefused = false;
+TEST( TheSlabAllocator, canBeUsedDuringStaticDestruction ) {
+   struct Last {
+      ~Last() {
+         slabFree( block );
+         slabFree( slabAlloc( largeBytes ) );
+         std::fputs( "destroyed\n", stderr );
+      }
+      void* block = slabAlloc( entityBytes );
+   };
+   EXPECT_EXIT(
+      {
+         static const Last last;
+         std::exit( 0 );
+      },
+      testing::ExitedWithCode( 0 ), "^destroyed\n$" );
 }
+
+// Eight threads pass blocks on through mailboxes and check that each block stays what it was.
+TEST( TheSlabAllocator, handsOutEachBlockToOneUserAtATime ) {
+   struct Message {
+      std::uint64_t sender;
+      std::uint64_t again;
+   };
+   std::array< std::atomic< Message* >, 32 > mailboxes{};
+   std::atomic< std::uint64_t > senders = 0;
+   const auto drop = []( Message* message ) {
+      if( message ) {
+         EXPECT_EQ( message->sender, message->again );
+         slabFree( message );
+      }
+   };
+   inThreads( 8, [&] {
+      std::uint64_t random = ++senders;
+      for( int i = 0; i < 20'000; ++i ) {
+         random = random * 6364136223846793005U + 1442695040888963407U;
+         void* const block = slabAlloc( sizeof( Message ) + ( random >> 40 ) % 1'200 );
+         drop(
+            mailboxes[( random >> 32 ) % 32].exchange( new( block ) Message{ random, random } ) );
+      }
+   } );
+   for( std::atomic< Message* >& mailbox : mailboxes ) {
+      drop( mailbox );
+   }
+}
+
+// The address sanitizer's own allocator does not survive a fork while other threads allocate.
+#ifndef SODREL_TEST_ASAN
+TEST( TheSlabAllocator, canBeUsedInAChildForkedWhileOtherThreadsAllocate ) {
+   void* const inherited = slabAlloc( entityBytes );
+   std::vector< std::jthread > others;
+   for( int i = 0; i < 3; ++i ) {
+      others.emplace_back( []( const std::stop_token& end ) {
+         while( !end.stop_requested() ) {
+            slabFree( slabAlloc( entityBytes ) );
+         }
+      } );
+   }
+   for( int round = 0; round < 200; ++round ) {
+      const pid_t child = fork();
+      if( child == 0 ) {
+         alarm( 30 ); // ends a child that waits for a lock
+         slabFree( inherited );
+         slabFree( slabAlloc( entityBytes ) );
+         _exit( 0 );
+      }
+      int status = -1;
+      ASSERT_EQ( waitpid( child, &status, 0 ), child );
+      ASSERT_EQ( status, 0 );
+   }
+   slabFree( inherited );
+}
+#endif
 
 } // namespace
-} // namespace PlatformTest
+} // namespace SodrelTest

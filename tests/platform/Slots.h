@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace PlatformTest {
+namespace SodrelTest {
 
 // The number of a virtual operation's slot, counted from 0.
 template< typename Operation >
@@ -25,4 +25,4 @@ auto inSlot( Object& object, std::size_t slot ) {
    return table[slot];
 }
 
-} // namespace PlatformTest
+} // namespace SodrelTest

@@ -69,11 +69,11 @@ TEST( AModule, countsItsTypesInItsWord ) {
 TEST( AModule, describesEachTypeInOrder ) {
    ASSERT_EQ( instrumentsModule.types.size(), 2U );
    const TypeDesc& instrument = instrumentsModule.types[0];
-   EXPECT_EQ( instrument.name, "Workshop::Instrument" );
+   EXPECT_EQ( instrument.name, "SodrelTest::Instrument" );
    EXPECT_TRUE( instrumentsModule.typeRefs[instrument.base] == Tessel::nodeType );
    EXPECT_THAT( paramsOf( instrument ), ElementsAre( ParamDesc{ "wire", ValueType::voidPtr } ) );
    const TypeDesc& gauge = instrumentsModule.types[1];
-   EXPECT_EQ( gauge.name, "Workshop::Gauge" );
+   EXPECT_EQ( gauge.name, "SodrelTest::Gauge" );
    EXPECT_TRUE( instrumentsModule.typeRefs[gauge.base] == instrumentType );
    EXPECT_THAT(
       paramsOf( gauge ), ElementsAre(
@@ -103,7 +103,7 @@ TEST( AModule, hasTheMembersOfEachTypeInTheOrderOfTheirIds ) {
 
 TEST( AModule, sortsTheNamesOfItsTypes ) {
    EXPECT_THAT(
-      instrumentsModule.typeNames, ElementsAre( "Workshop::Gauge", "Workshop::Instrument" ) );
+      instrumentsModule.typeNames, ElementsAre( "SodrelTest::Gauge", "SodrelTest::Instrument" ) );
 }
 
 TEST( AModule, sortsTheNamesThatAreOpenToEverybodyEachOnce ) {
@@ -216,13 +216,13 @@ TEST_F( AnOperation, hasItsParametersInOrder ) {
 }
 
 TEST( AType, isFoundByItsQualifiedName ) {
-   EXPECT_TRUE( findType( "Workshop::Gauge" ) == gaugeType );
-   EXPECT_TRUE( findType( "Workshop::Instrument" ) == instrumentType );
+   EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
+   EXPECT_TRUE( findType( "SodrelTest::Instrument" ) == instrumentType );
 }
 
 TEST( AType, isNotFoundByAnyOtherName ) {
-   for( const char* const name : { "", "Gauge", "Workshop::Gaug", "Workshop::Gauge ", "Workshop",
-                                   "workshop::gauge", "Tessel::Node", "Zebra" } ) {
+   for( const char* const name : { "", "Gauge", "SodrelTest::Gaug", "SodrelTest::Gauge ",
+                                   "SodrelTest", "workshop::gauge", "Tessel::Node", "Zebra" } ) {
       EXPECT_TRUE( findType( name ) == Tessel::nodeType ) << name;
    }
 }
@@ -233,7 +233,7 @@ TEST( AType, isTheNodeUnlessSaidOtherwise ) {
 }
 
 TEST( AType, isAnotherThanItsModulesOtherTypes ) {
-   EXPECT_FALSE( findType( "Workshop::Gauge" ) == findType( "Workshop::Instrument" ) );
+   EXPECT_FALSE( findType( "SodrelTest::Gauge" ) == findType( "SodrelTest::Instrument" ) );
 }
 
 TEST( AType, hasABaseUpToTheNode ) {
@@ -243,7 +243,7 @@ TEST( AType, hasABaseUpToTheNode ) {
 }
 
 TEST( AType, isSaidByItsEntitiesAlsoThroughTheirBase ) {
-   const Tessel::Ptr< Tessel::Node > node = Workshop::gaugeFactory( "bar", {} );
+   const Tessel::Ptr< Tessel::Node > node = SodrelTest::gaugeFactory( "bar", {} );
    EXPECT_TRUE( node->typeData() == gaugeType );
 }
 
@@ -265,7 +265,7 @@ TEST( AMember, isFoundByItsIdInTheTypeThatDeclaresIt ) {
 }
 
 TEST( AMember, ofALiveEntityComesFromTheNearestTypeThatHasIt ) {
-   const auto gauge = Workshop::gaugeFactory( "bar", {} );
+   const auto gauge = SodrelTest::gaugeFactory( "bar", {} );
    EXPECT_EQ( memberOf( *gauge, "serial" ).desc().id, 2U );
    EXPECT_EQ( memberOf( *gauge, "label" ).desc().id, 4U );
    EXPECT_FALSE( memberOf( *gauge, "nothing" ) );
@@ -277,8 +277,8 @@ TEST( AMember, isEmptyByDefault ) {
 
 class AModuleOfAnotherLibrary : public testing::Test {
  private:
-   static constexpr std::array< std::string_view, 1 > names{ "Depot::Shelf" };
-   static constexpr std::array types{ TypeDesc{ "Depot::Shelf" } };
+   static constexpr std::array< std::string_view, 1 > names{ "SodrelTest::Shelf" };
+   static constexpr std::array types{ TypeDesc{ "SodrelTest::Shelf" } };
    static constexpr std::array refs{ Tessel::nodeType };
    static constexpr std::array hooks{ Tessel::TypeHooks{} };
 
@@ -287,26 +287,26 @@ class AModuleOfAnotherLibrary : public testing::Test {
 };
 
 TEST_F( AModuleOfAnotherLibrary, isKnownWhileItsLibraryIsLoaded ) {
-   EXPECT_TRUE( findType( "Depot::Shelf" ) == Tessel::nodeType );
+   EXPECT_TRUE( findType( "SodrelTest::Shelf" ) == Tessel::nodeType );
    {
       const Tessel::ModuleRegistration registration( record );
-      const TypeRef shelf = findType( "Depot::Shelf" );
+      const TypeRef shelf = findType( "SodrelTest::Shelf" );
       EXPECT_TRUE( ( shelf == TypeRef{ &record, 0 } ) );
       EXPECT_TRUE( baseOf( shelf ) == Tessel::nodeType );
       EXPECT_FALSE( memberOf( shelf, 0U ) );
-      EXPECT_TRUE( findType( "Workshop::Gauge" ) == gaugeType );
+      EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
    }
-   EXPECT_TRUE( findType( "Depot::Shelf" ) == Tessel::nodeType );
-   EXPECT_TRUE( findType( "Workshop::Gauge" ) == gaugeType );
+   EXPECT_TRUE( findType( "SodrelTest::Shelf" ) == Tessel::nodeType );
+   EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
 }
 
 TEST_F( AModuleOfAnotherLibrary, mayBeLoadedAndForgottenByHand ) {
    record.loaded();
-   EXPECT_TRUE( findType( "Depot::Shelf" ).module == &record );
+   EXPECT_TRUE( findType( "SodrelTest::Shelf" ).module == &record );
    record.unloaded();
-   EXPECT_TRUE( findType( "Depot::Shelf" ) == Tessel::nodeType );
+   EXPECT_TRUE( findType( "SodrelTest::Shelf" ) == Tessel::nodeType );
    record.unloaded();
-   EXPECT_TRUE( findType( "Workshop::Gauge" ) == gaugeType );
+   EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
 }
 
 TEST_F( AModuleOfAnotherLibrary, comesAndGoesWhileOtherThreadsLookTypesUp ) {
@@ -316,8 +316,8 @@ TEST_F( AModuleOfAnotherLibrary, comesAndGoesWhileOtherThreadsLookTypesUp ) {
       }
    } );
    for( int i = 0; i < 2'000; ++i ) {
-      ASSERT_TRUE( findType( "Workshop::Gauge" ) == gaugeType );
-      const TypeRef shelf = findType( "Depot::Shelf" );
+      ASSERT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
+      const TypeRef shelf = findType( "SodrelTest::Shelf" );
       ASSERT_TRUE( shelf == Tessel::nodeType || shelf.module == &record );
    }
 }

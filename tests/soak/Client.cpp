@@ -2,8 +2,6 @@
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>
-#include <platform/memory/Slab.h>
-#include <platform/memory/SlabMemory.h>
 #include <platform/trace/TextTrace.h>
 
 #include <algorithm>
@@ -19,11 +17,8 @@
 #include <string>
 #include <string_view>
 
-#if defined( TESSEL_ASAN ) || defined( __SANITIZE_THREAD__ )
-#define SOAK_SANITIZED 1
-// From the sanitizer's runtime; g++ has no header for it.
-extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
-#endif
+// From a sanitizer's runtime; g++ has no header for it.
+extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
 
 namespace Sodrel::Soak {
 
@@ -33,14 +28,11 @@ long openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// KiB: what is resident, or what is allocated and in slabs where a sanitizer has memory of its own.
+// KiB: what is resident, or what is allocated where a sanitizer has memory of its own.
 long memoryInUse() {
-#ifdef SOAK_SANITIZED
-   constexpr std::size_t slabKiB = Tessel::Impl::slabBytes / 1024;
-   return static_cast< long >(
-      __sanitizer_get_current_allocated_bytes() / 1024 +
-      Tessel::slabStats().slabsMapped * slabKiB );
-#else
+   if( __sanitizer_get_current_allocated_bytes ) {
+      return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
+   }
    std::ifstream status( "/proc/self/status" );
    for( std::string word; status >> word; ) {
       if( word == "VmRSS:" ) {
@@ -50,7 +42,6 @@ long memoryInUse() {
       }
    }
    return 0;
-#endif
 }
 
 // Counts the renewals of the connection, the only traces at level 5.

@@ -13,9 +13,9 @@
 
 namespace Tessel {
 
-// Creates an entity and returns the pointer that owns its one use.
-//
-// Throws std::bad_alloc and whatever the constructor throws; then no entity and no memory is left.
+/// Creates an entity and returns the pointer that owns its one use.
+///
+/// Throws std::bad_alloc and whatever the constructor throws; then no entity and no memory is left.
 template< typename T, typename... Args >
 [[nodiscard]] Ptr< T > ptrIsImpl( Args&&... args ) {
    Ptr< T > entity = Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
@@ -25,36 +25,43 @@ template< typename T, typename... Args >
 
 namespace Impl {
 
-// Records the allocation first, then takes the block. Throws std::bad_alloc.
+// Records the release, then gives the block back if there is one.
+template< typename T >
+void entityFree( void* block ) noexcept {
+   // An atomic load, because another thread may just be setting it; std::atomic_ref's header is
+   // heavy.
+   Orl::AllocTrackTypeInfo::trackDeallocation(
+      __atomic_load_n( &T::memAllocationTracker_, __ATOMIC_ACQUIRE ) );
+   if( block ) {
+      slabFree( block, typeid( T ) );
+   }
+}
+
+// Records the allocation, then takes the block. Throws std::bad_alloc.
 template< typename T >
 void* entityAlloc( std::size_t size ) {
-   static_assert( alignof( T ) <= alignof( std::max_align_t ), "no slab block is aligned so far" );
+   static_assert(
+      alignof( T ) <= alignof( std::max_align_t ), "slab blocks are not aligned that strictly" );
    Orl::AllocTrackTypeInfo::_trackAllocation(
       &T::memAllocationTracker_, typeid( T ), size, alignof( T ) );
    void* const block = slabAlloc( size );
    if( !block ) {
-      Orl::AllocTrackTypeInfo::trackDeallocation( T::memAllocationTracker_ );
+      entityFree< T >( nullptr );
       throw std::bad_alloc();
    }
    return block;
-}
-
-template< typename T >
-void entityFree( void* block ) noexcept {
-   Orl::AllocTrackTypeInfo::trackDeallocation( T::memAllocationTracker_ );
-   slabFree( block, typeid( T ) );
 }
 
 } // namespace Impl
 
 } // namespace Tessel
 
-// Stands first in an entity class: the class's allocation tracker, its type data, and memory that
-// only ptrIsImpl can ask for. Operators new and delete belong to the class, so that the language
-// itself gives everything back when a constructor throws.
-//
-// The class's source file defines memAllocationTracker_ (null) and typeData(). A class that derives
-// from an entity class and lacks the macro is tracked and described as that class.
+/// Must come first in an entity class: the class's allocation tracker, its type data, and memory
+/// that only ptrIsImpl can ask for. Operators new and delete belong to the class, so the language
+/// itself gives everything back when a constructor throws.
+///
+/// The class's source file defines memAllocationTracker_ (null) and typeData(). A class that
+/// derives from an entity class and lacks the macro is tracked and described as that class.
 #define TESSEL_ENTITY( Class )                                                                     \
  public:                                                                                           \
    static ::Orl::AllocTrackTypeInfo* memAllocationTracker_;                                        \

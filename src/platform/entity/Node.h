@@ -2,36 +2,36 @@
 #pragma once
 
 #include <platform/Export.h>
-#include <platform/entity/TypeRef.h>
 
-#include <atomic>
 #include <cstdint>
-#if __has_include( <sys/single_threaded.h> )
-#include <sys/single_threaded.h>
-#endif
 
 namespace Tessel {
 
-namespace Impl {
+struct ModuleInspectData;
 
-// Whether the process surely has one thread only, which glibc tells from its version 2.32 on.
-inline bool singleThreaded() noexcept {
-#if __has_include( <sys/single_threaded.h> )
-   return __libc_single_threaded != 0;
-#else
-   return false;
-#endif
-}
+/// A reference to one type's description. Borrows the module's record, so it is valid as long as
+/// the module is loaded.
+struct TypeRef {
+   const ModuleInspectData* module = nullptr; ///< null for nodeType
+   std::uint32_t index = 0;                   ///< among the module's types
 
-} // namespace Impl
+   friend constexpr bool operator==( const TypeRef& left, const TypeRef& right ) = default;
+};
 
-// Set while an entity is constructed and not yet on its way down.
+/// The type of Tessel::Node, the base of all entities, which no module's record describes.
+inline constexpr TypeRef nodeType;
+
+/// The description of class T, defined in T's module: see <platform/types/Module.h>.
+template< typename T >
+struct TypeTable;
+
+/// The node flag that is set while an entity is constructed, until its destruction begins.
 inline constexpr std::uint32_t nodeInitialized = 0x20000000;
 
-// A polymorphic, reference-counted object. It starts with one use, owned by the pointer that its
-// creation returns, and is destroyed when the last use goes.
-//
-// Thread: uses may be added and dropped from any thread; everything else is the entity's matter.
+/// A polymorphic, reference-counted object. It starts with one use, owned by the pointer that its
+/// creation returns, and is destroyed when the last use is dropped.
+///
+/// Thread: uses may be added and dropped from any thread; everything else is up to the class.
 class TESSEL_EXPORT Node {
  protected:
    // First, because the destructor has the first two virtual slots.
@@ -42,58 +42,31 @@ class TESSEL_EXPORT Node {
    Node( const Node& ) = delete;
    Node& operator=( const Node& ) = delete;
 
-   // Runs when the last use has gone; destroys the entity. From here on nobody may add a use.
+   /// Runs when the last use has been dropped; destroys the entity. No use may be added any more.
    virtual void lastUserGone() noexcept;
-   // The entity that publishes this one; null for one that nobody publishes.
+   /// Returns the entity that publishes this one, borrowed; null if there is none.
    [[nodiscard]] virtual Node* publisher();
-   // Where the entity's type is described.
+   /// Returns where the entity's type is described.
    [[nodiscard]] virtual TypeRef typeData() const;
 
-   // Adds a use. The count is plain while the process has one thread and atomic from its second
-   // one on.
-   void incUse() noexcept {
-      if( Impl::singleThreaded() ) {
-         ++useCount_;
-      } else {
-         // Relaxed: whoever adds a use already has one, which keeps the entity alive.
-         std::atomic_ref( useCount_ ).fetch_add( 1, std::memory_order_relaxed );
-      }
-   }
-   // Drops one use; with the last one the entity is gone.
-   void decUseImpl() noexcept {
-      if( Impl::singleThreaded() ) {
-         if( --useCount_ != 0 ) {
-            return;
-         }
-      } else {
-         std::atomic_ref count( useCount_ );
-         // Acquire: the destruction comes after the work of all other users. Release: this user's
-         // work comes before another one's destruction. A sole user needs no decrement, because
-         // nobody else is left who could add or drop a use.
-         if( count.load( std::memory_order_acquire ) != 1 && // GCOVR_EXCL_BR_LINE: a race
-             count.fetch_sub( 1, std::memory_order_acq_rel ) != 1 ) {
-            return;
-         }
-      }
-      lastUserGone();
-   }
-   // The number of uses, which other threads may be changing.
-   [[nodiscard]] std::uint32_t useCount() const noexcept {
-      // Not std::atomic_ref, which takes nothing const.
-      return __atomic_load_n( &useCount_, __ATOMIC_RELAXED );
-   }
+   /// Adds a use. The caller must already have one, which keeps the entity alive.
+   void incUse() noexcept;
+   /// Drops one use; the last drop destroys the entity.
+   void decUseImpl() noexcept;
+   /// Returns the number of uses, which other threads may be changing.
+   [[nodiscard]] std::uint32_t useCount() const noexcept;
 
-   // Sets or clears a flag, and leaves the others.
+   /// Sets or clears a flag and leaves the others.
    void nodeFlagSet( std::uint32_t flag, bool value ) noexcept {
       nodeFlags_ = value ? nodeFlags_ | flag : nodeFlags_ & ~flag;
    }
-   // Whether the flag is set.
+   /// Returns whether the flag is set.
    [[nodiscard]] bool nodeFlag( std::uint32_t flag ) const noexcept {
       return ( nodeFlags_ & flag ) != 0;
    }
 
  private:
-   std::uint32_t useCount_ = 1;
+   mutable std::uint32_t useCount_ = 1; // std::atomic_ref takes nothing const
    std::uint32_t nodeFlags_ = 0;
 };
 

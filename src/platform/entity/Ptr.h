@@ -7,33 +7,31 @@
 
 namespace Tessel {
 
-// Owns one use of an entity, or is null. Copying adds a use, dropping removes one.
-//
-// Thread: as a plain pointer; several pointers to one entity may live on several threads.
+/// Owns one use of an entity, or is null. Copying adds a use; destruction drops it.
+///
+/// Thread: as a plain pointer; several pointers to one entity may live on several threads.
 template< typename T >
 class Ptr {
  public:
-   // Null.
-   Ptr() = default;
-   // Null too.
-   Ptr( std::nullptr_t ) {}
-   // Adds a use.
+   /// Creates a null pointer.
+   Ptr( std::nullptr_t = nullptr ) {}
+   /// Adds a use.
    explicit Ptr( T* entity ) : entity_( entity ) {
       if( entity_ ) {
          entity_->incUse();
       }
    }
-   // Adds a use.
+   /// Adds a use.
    Ptr( const Ptr& other ) : Ptr( other.entity_ ) {}
-   // Takes the use over; the other pointer is null afterwards.
+   /// Takes the use over; the other pointer becomes null.
    Ptr( Ptr&& other ) noexcept : entity_( other.release() ) {}
-   // Adds a use, from a pointer to a derived class.
+   /// Adds a use, from a pointer to a derived class.
    template< std::derived_from< T > U >
    Ptr( const Ptr< U >& other ) : Ptr( other.get() ) {}
-   // Takes the use over, from a pointer to a derived class.
+   /// Takes the use over, from a pointer to a derived class.
    template< std::derived_from< T > U >
    Ptr( Ptr< U >&& other ) noexcept : entity_( other.release() ) {}
-   // Takes the other's use, then drops the one until now.
+   /// Takes the other's use, then drops the previous one.
    Ptr& operator=( Ptr other ) noexcept {
       std::swap( entity_, other.entity_ );
       return *this;
@@ -44,23 +42,24 @@ class Ptr {
       }
    }
 
-   // Consumes a use that the caller owns.
+   /// Consumes a use that the caller owns.
    [[nodiscard]] static Ptr adopt( T* entity ) noexcept {
       Ptr pointer;
       pointer.entity_ = entity;
       return pointer;
    }
-   // Hands the use to the caller; the pointer is null afterwards.
+   /// Releases ownership of the use to the caller and becomes null.
    [[nodiscard]] T* release() noexcept { return std::exchange( entity_, nullptr ); }
 
-   // The entity, borrowed; null for a null pointer.
+   /// Returns the entity, borrowed; null for a null pointer.
    [[nodiscard]] T* get() const noexcept { return entity_; }
-   // The entity, borrowed. The pointer must not be null.
+   /// Accesses the entity, borrowed. The pointer must not be null.
    T* operator->() const noexcept { return entity_; }
-   // As operator->.
+   /// As operator->.
    T& operator*() const noexcept { return *entity_; }
-   // Whether the pointer is not null.
+   /// Returns whether the pointer is not null.
    explicit operator bool() const noexcept { return entity_ != nullptr; }
+   /// Returns whether both point to the same entity, or are null.
    friend bool operator==( const Ptr& left, const Ptr& right ) = default;
 
  private:

@@ -8,24 +8,17 @@
 
 namespace Tessel {
 
-// Returns a block of at least size bytes, aligned to alignof( std::max_align_t ), or null when
-// there is no memory.
-//
-// Thread: any, also while a thread or the process ends, and in the child after a fork.
+/// Returns a block of at least size bytes, aligned to alignof( std::max_align_t ), or null if
+/// there is no memory or no object can be that large.
+///
+/// The caller owns the block until it passes it to slabFree.
+/// Thread: any, also while a thread or the process ends, and in the child after a fork.
 TESSEL_EXPORT void* slabAlloc( std::size_t size ) noexcept;
 
-// Gives back a block that slabAlloc returned.
-//
-// Ends the process when it notices that block is no live block; the text names type.
-// Thread: any; the block need not come from the calling thread.
+/// Consumes a block that slabAlloc returned to any thread.
+///
+/// Ends the process if it notices that the block is not live; the message names the type.
+/// Thread: as slabAlloc.
 TESSEL_EXPORT void slabFree( void* block, const std::type_info& type ) noexcept;
-
-// What the allocator holds.
-struct SlabStats {
-   std::size_t slabsMapped; // including a small reserve of empty ones
-};
-
-// The figures of the moment. Thread: any.
-TESSEL_EXPORT SlabStats slabStats() noexcept;
 
 } // namespace Tessel

@@ -3,7 +3,6 @@
 
 #include <platform/Export.h>
 #include <platform/entity/Node.h>
-#include <platform/entity/TypeRef.h>
 
 #include <cstdint>
 #include <span>
