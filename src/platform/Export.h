@@ -1,5 +1,5 @@
-// The mark of everything that leaves the shared libraries by intent.
+// The mark of everything that the shared libraries export by intent.
 #pragma once
 
-// Exports what it stands before from its shared library.
+/// Exports the declaration that follows from its shared library.
 #define TESSEL_EXPORT __attribute__( ( visibility( "default" ) ) )

@@ -12,7 +12,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -52,12 +51,15 @@ struct Reflected< Ptr< T > > : ReflectedAs< ValueType::entity, Ptr< T > > {
    static constexpr TypeRef typeRef() { return TypeTable< T >::self; }
 };
 
+template< typename T >
+inline constexpr bool mayBeNull = std::is_same_v< T, Orl::Optional< String > >;
+
 // Turns what generic access passes into what C++ takes: the passed value itself where the types are
 // the same.
 template< typename T >
 decltype( auto ) argumentFrom( const void* value ) {
    using Seen = typename Reflected< T >::Seen;
-   if constexpr( std::is_same_v< T, Orl::Optional< String > > ) {
+   if constexpr( mayBeNull< T > ) {
       return value ? T( *static_cast< const Seen* >( value ) ) : T();
    } else if constexpr( std::is_pointer_v< T > ) {
       return static_cast< T >( *static_cast< const Seen* >( value ) );
@@ -65,9 +67,6 @@ decltype( auto ) argumentFrom( const void* value ) {
       return *static_cast< const Seen* >( value );
    }
 }
-
-template< typename T >
-inline constexpr bool mayBeNull = std::is_same_v< T, Orl::Optional< String > >;
 
 // The addresses of all arguments: the one argument's own, or those in the array.
 template< std::size_t count >
@@ -82,10 +81,6 @@ std::array< const void*, count > argumentAddresses( const void* argument ) {
    }
    return addresses;
 }
-
-// The parameters of inspectOperation, so that it hands them on where they are.
-using AccessFunction =
-   int ( * )( void* result, Node* entity, const MemberDesc&, int request, const void* argument );
 
 inline int refuseAccess( void*, Node*, const MemberDesc&, int, const void* ) {
    return accessRefused;
@@ -134,17 +129,17 @@ int callOperation(
 
 } // namespace Impl
 
-// The most that an operation or a constructor may have.
+/// The greatest number of parameters of an operation or a constructor.
 inline constexpr std::size_t maxParams = 4;
 
-// Parameters of an operation or a constructor.
+/// The parameters of an operation or a constructor.
 struct ParamRow {
-   // The first `count` are the parameters.
+   /// The first `count` are the parameters.
    std::array< ParamDesc, maxParams > params;
    std::uint32_t count = 0;
 };
 
-// Parameters of these types with these names.
+/// Returns parameters of these types with these names.
 template< typename... Args, typename... Names >
 constexpr ParamRow paramRow( Names... names ) {
    static_assert( sizeof...( Args ) == sizeof...( Names ), "one name for each parameter" );
@@ -155,17 +150,15 @@ constexpr ParamRow paramRow( Names... names ) {
    };
 }
 
-// One row of a member table; its place in the table is the member's id.
+/// One row of a member table; its place in the table is the member's id.
 struct MemberRow {
-   // As in the member's MemberDesc; `entityType` is of a value that is an entity.
-   std::string_view name;
-   MemberKind kind = MemberKind::attribute;
-   ValueType type = ValueType::none;
-   TypeRef entityType;
-   bool listed = true; // among the module's member names
-   ParamRow params;    // of an operation
-   // Reads, writes or calls the member.
-   Impl::AccessFunction access = &Impl::refuseAccess;
+   std::string_view name;                       ///< as in MemberDesc
+   MemberKind kind = MemberKind::attribute;     ///< as in MemberDesc
+   ValueType type = ValueType::none;            ///< as in MemberDesc
+   TypeRef entityType;                          ///< of a value that is an entity
+   ParamRow params;                             ///< of an operation
+   AccessFunction access = &Impl::refuseAccess; ///< reads, writes or calls the member
+   bool listed = true;                          ///< among the module's member names
 };
 
 namespace Impl {
@@ -176,14 +169,14 @@ struct RowOf;
 template< auto member, typename Class, typename Value >
 struct RowOf< member, Value Class::* > {
    static constexpr MemberRow row( std::string_view name ) {
-      using As = Reflected< Value >;
-      return { name,
-               MemberKind::attribute,
-               As::valueType,
-               As::typeRef(),
-               true,
-               {},
-               &accessAttribute< member, Class, Value > };
+      return {
+         name,
+         MemberKind::attribute,
+         Reflected< Value >::valueType,
+         Reflected< Value >::typeRef(),
+         {},
+         &accessAttribute< member, Class, Value >,
+      };
    }
 };
 
@@ -196,7 +189,6 @@ struct OperationRow {
          MemberKind::operation,
          Reflected< Result >::valueType,
          Reflected< Result >::typeRef(),
-         true,
          paramRow< Args... >( params... ),
          &callOperation< member, Class, Result, std::remove_cvref_t< Args >... >,
       };
@@ -213,19 +205,19 @@ struct RowOf< member, Result ( Class::* )( Args... ) const noexcept( isNoexcept 
 
 } // namespace Impl
 
-// A field that can be read and written.
+/// Describes a field that can be read and written.
 template< auto member >
 constexpr MemberRow attribute( std::string_view name ) {
    return Impl::RowOf< member >::row( name );
 }
 
-// An operation that can be called; one name for each of its parameters.
+/// Describes an operation that can be called; one name for each of its parameters.
 template< auto member, typename... Names >
 constexpr MemberRow operation( std::string_view name, Names... params ) {
    return Impl::RowOf< member >::row( name, params... );
 }
 
-// An operation that the runtime calls by its id: callable, but not listed among the names.
+/// Describes an operation that the runtime calls by its id: callable, but not listed by name.
 template< auto member >
 constexpr MemberRow hook( std::string_view name ) {
    MemberRow row = operation< member >( name );
@@ -233,7 +225,7 @@ constexpr MemberRow hook( std::string_view name ) {
    return row;
 }
 
-// A member that is described but refuses every access. Only fields are listed among the names.
+/// Describes a member that refuses every access. Only fields are listed by name.
 template< auto member, typename... Names >
 constexpr MemberRow closed( std::string_view name, Names... params ) {
    MemberRow row = Impl::RowOf< member >::row( name, params... );
@@ -242,14 +234,13 @@ constexpr MemberRow closed( std::string_view name, Names... params ) {
    return row;
 }
 
-// The constructor of a type, and how generic construction creates it.
+/// The constructor of a type, and how generic construction creates it.
 struct CreationRow {
-   ParamRow params; // of the constructor
-   // As HideMe's genericIfConstructFromCtorArgs; null for a type that can't be created.
-   void ( *construct )( void* result, const void* const* arguments ) = nullptr;
+   ParamRow params;                       ///< of the constructor
+   ConstructFunction construct = nullptr; ///< null for a type that can't be created
 };
 
-// A type that has no entities of its own.
+/// Describes a type that has no entities of its own.
 template< typename... Args, typename... Names >
 constexpr CreationRow notCreatable( Names... params ) {
    return { paramRow< Args... >( params... ), nullptr };
@@ -273,7 +264,7 @@ constexpr CreationRow creationRow( Ptr< T > ( * )( Args... ), Names... params ) 
 
 } // namespace Impl
 
-// A type whose entities are made by `factory`; one name for each of its parameters.
+/// Describes a type whose entities are made by `factory`; one name for each of its parameters.
 template< auto factory, typename... Names >
 constexpr CreationRow createdBy( Names... params ) {
    return Impl::creationRow< factory >( factory, params... );

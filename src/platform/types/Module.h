@@ -1,4 +1,4 @@
-// Derives a module's record from the member tables of its types when compiling.
+// Derives a module's record from the member tables of its types at compile time.
 #pragma once
 
 #include <platform/types/Members.h>
@@ -20,26 +20,13 @@ namespace Tessel {
 // A module defines the TypeTable of each of its types and, after them all, instantiates their
 // HideMe: template struct TESSEL_EXPORT Tessel::HideMe< T >;
 
-namespace Impl {
-
-// The access functions of T's members by id, apart from the rows, which are far larger.
-template< typename T >
-inline constexpr auto accessFunctions = [] {
-   std::array< AccessFunction, TypeTable< T >::members.size() > functions{};
-   std::ranges::transform( TypeTable< T >::members, functions.begin(), &MemberRow::access );
-   return functions;
-}();
-
-} // namespace Impl
-
 template< typename T >
 int HideMe< T >::inspectOperation(
    void* result, Node* entity, const MemberDesc& member, int request, const void* argument ) {
-   constexpr const auto& functions = Impl::accessFunctions< T >;
-   if( member.id >= functions.size() ) {
-      return accessUnknownMember;
-   }
-   return functions[member.id]( result, entity, member, request, argument );
+   constexpr const auto& rows = TypeTable< T >::members;
+   return member.id < rows.size()
+             ? rows[member.id].access( result, entity, member, request, argument )
+             : accessUnknownMember;
 }
 
 template< typename T >
@@ -67,7 +54,7 @@ template< typename... Types >
 struct ModuleTables {
    static constexpr std::size_t typeCount = sizeof...( Types );
    static constexpr std::size_t memberCount = ( TypeTable< Types >::members.size() + ... );
-   // As much as the rows can hold; how much they do hold, the totals say.
+   // Upper bound; the totals hold the actual counts.
    static constexpr std::size_t paramSpace = ( typeCount + memberCount ) * maxParams;
 
    std::array< TypeDesc, typeCount > types;
@@ -151,7 +138,7 @@ inline constexpr ModuleTables< Types... > moduleTables{};
 
 } // namespace Impl
 
-// The record of a module with these types, in the order of their indices.
+/// Returns the record of a module with these types, in the order of their indices.
 template< typename... Types >
 constexpr ModuleInspectData moduleRecord() {
    static_assert(
@@ -173,11 +160,11 @@ constexpr ModuleInspectData moduleRecord() {
    };
 }
 
-// Keeps a module's record registered for as long as its library is loaded. The standard streams
-// are up before, so that whatever the module does at load time may write to them.
+/// Keeps a module's record registered for as long as its library is loaded. The standard streams
+/// are initialized first, so whatever the module does at load time may write to them.
 class ModuleRegistration {
  public:
-   // Registers. Borrows the record.
+   /// Registers the record, borrowed.
    explicit ModuleRegistration( const ModuleInspectData& record ) : record_( record ) {
       record_.loaded();
    }

@@ -9,37 +9,33 @@ namespace Tessel {
 
 namespace {
 
-struct Registry {
-   std::mutex mutex;
-   std::vector< const ModuleInspectData* > modules;
-};
+constinit std::mutex mutex;
 
 // Never destroyed: records come and go with their libraries, before and after any other object.
-Registry& registry() {
-   static Registry& registry = *new Registry;
-   return registry;
+std::vector< const ModuleInspectData* >& modules() {
+   static auto& modules = *new std::vector< const ModuleInspectData* >;
+   return modules;
 }
 
 } // namespace
 
 void ModuleInspectData::loaded() const {
-   const std::lock_guard lock( registry().mutex );
-   registry().modules.push_back( this );
+   const std::lock_guard lock( mutex );
+   modules().push_back( this );
 }
 
 void ModuleInspectData::unloaded() const noexcept {
-   const std::lock_guard lock( registry().mutex );
-   std::erase( registry().modules, this );
+   const std::lock_guard lock( mutex );
+   std::erase( modules(), this );
 }
 
 TypeRef findType( std::string_view name ) {
-   const std::lock_guard lock( registry().mutex );
-   for( const ModuleInspectData* const module : registry().modules ) {
-      if( !std::ranges::binary_search( module->typeNames, name ) ) {
-         continue;
-      }
+   const std::lock_guard lock( mutex );
+   for( const ModuleInspectData* const module : modules() ) {
       const auto type = std::ranges::find( module->types, name, &TypeDesc::name );
-      return { module, static_cast< std::uint32_t >( type - module->types.begin() ) };
+      if( type != module->types.end() ) {
+         return { module, static_cast< std::uint32_t >( type - module->types.begin() ) };
+      }
    }
    return nodeType;
 }

@@ -10,129 +10,131 @@
 
 namespace Tessel {
 
-// What a value, a parameter or a result is; behind it the C++ type that generic access uses.
+/// The kinds of values, parameters and results, each with the C++ type that generic access uses.
 enum class ValueType : std::uint8_t {
-   none,           // void
-   boolean,        // bool
-   u32,            // std::uint32_t
-   s32,            // std::int32_t
-   duration,       // Tessel::Interval: 64-bit nanoseconds
-   string,         // Tessel::String
-   optionalString, // as an argument: Tessel::String, or a null pointer for no value
-   voidPtr,        // Orl::VoidPtr
-   entity,         // a counted pointer; the type reference beside it names the type
+   none,           ///< void
+   boolean,        ///< bool
+   u32,            ///< std::uint32_t
+   s32,            ///< std::int32_t
+   duration,       ///< Tessel::Interval: 64-bit nanoseconds
+   string,         ///< Tessel::String
+   optionalString, ///< as an argument: Tessel::String, or a null pointer for no value
+   voidPtr,        ///< Orl::VoidPtr
+   entity,         ///< a counted pointer; the type reference beside it names the type
 };
 
-// What a member is: a field or a function.
+/// The kinds of members: fields and functions.
 enum class MemberKind : std::uint8_t { attribute, operation };
 
-// One parameter of an operation or a constructor.
+/// One parameter of an operation or a constructor.
 struct ParamDesc {
-   std::string_view name;            // as in the source
-   ValueType type = ValueType::none; // never none
+   std::string_view name;            ///< as in the source
+   ValueType type = ValueType::none; ///< never none
 };
 
-// In place of a type reference's index: the value is no entity.
+/// Stands for a type reference's index where a value is not an entity.
 inline constexpr std::uint32_t noTypeRef = 0xffffffff;
 
-// One member of a type.
+/// One member of a type.
 struct MemberDesc {
-   std::string_view name;                   // as in the source
-   std::uint32_t id = 0;                    // counts from 0 in each type
-   MemberKind kind = MemberKind::attribute; // says which requests it takes
-   ValueType type = ValueType::none;        // of the attribute or the result
-   std::uint32_t typeRef = noTypeRef; // of an entity: index among the module's type references
-   std::uint32_t firstParam = 0;      // index among the module's parameters
-   std::uint32_t paramCount = 0;      // of an operation
+   std::string_view name;                   ///< as in the source
+   std::uint32_t id = 0;                    ///< counts from 0 in each type
+   MemberKind kind = MemberKind::attribute; ///< says which requests it takes
+   ValueType type = ValueType::none;        ///< of the attribute or the result
+   std::uint32_t typeRef = noTypeRef; ///< of an entity: index among the module's type references
+   std::uint32_t firstParam = 0;      ///< index among the module's parameters
+   std::uint32_t paramCount = 0;      ///< of an operation
 };
 
-// One entity type of a module.
+/// One entity type of a module.
 struct TypeDesc {
-   std::string_view name;         // qualified
-   std::uint32_t base = 0;        // index among the module's type references
-   std::uint32_t firstParam = 0;  // the constructor's, index among the module's parameters
-   std::uint32_t paramCount = 0;  // the constructor's
-   std::uint32_t firstMember = 0; // index among the module's members
-   std::uint32_t memberCount = 0; // without the base's members
+   std::string_view name;         ///< qualified
+   std::uint32_t base = 0;        ///< index among the module's type references
+   std::uint32_t firstParam = 0;  ///< the constructor's, index among the module's parameters
+   std::uint32_t paramCount = 0;  ///< the constructor's
+   std::uint32_t firstMember = 0; ///< index among the module's members
+   std::uint32_t memberCount = 0; ///< without the base's members
 };
 
-// Requests of generic access.
+/// The requests of generic access.
 inline constexpr int requestRead = 0;
 inline constexpr int requestWrite = 1;
 inline constexpr int requestCall = 10;
 
-// Answers of generic access.
+/// The results of generic access.
 inline constexpr int accessDone = 0;
 inline constexpr int accessRefused = 1;
 inline constexpr int accessUnknownMember = 2;
 
-// Generic access to one type: the operations of its HideMe.
-//
-// `argument` is the address of the value to write or of the one argument; for several arguments
-// an array of such addresses in parameter order; null where there is none. `result` is the address
-// of a value that takes what was read or returned; a call's result may be left out (null).
+/// Reads, writes or calls a member; see HideMe.
+using AccessFunction = int ( * )(
+   void* result, Node* entity, const MemberDesc& member, int request, const void* argument );
+/// Constructs an entity; see HideMe.
+using ConstructFunction = void ( * )( void* result, const void* const* arguments );
+
+/// Generic access to one type: the operations of its HideMe.
 struct TypeHooks {
-   // As HideMe's.
-   int ( *inspectOperation )(
-      void* result, Node* entity, const MemberDesc& member, int request, const void* argument );
-   // As HideMe's genericIfConstructFromCtorArgs; null for a type that can't be created.
-   void ( *constructFromCtorArgs )( void* result, const void* const* arguments );
+   AccessFunction inspectOperation;
+   ConstructFunction constructFromCtorArgs; ///< null for a type that can't be created
 };
 
-// Generic access to the entities of class T, as the row array of T says. The module that describes
-// T defines it.
+/// Generic access to the entities of class T by the rows of its table. T's module defines it.
 template< typename T >
 struct HideMe {
-   // Answers accessDone, accessRefused or accessUnknownMember; throws what the member throws.
+   /// Returns accessDone, accessRefused or accessUnknownMember; throws what the member throws.
+   ///
+   /// `argument` is the address of the value to write or of the one argument; for several arguments
+   /// an array of such addresses in parameter order; null where there is none. `result` is the
+   /// address of a value that takes what was read or returned; null drops a call's result.
    static int inspectOperation(
       void* result, Node* entity, const MemberDesc& member, int request, const void* argument );
-   // Stores a T* that owns the new entity's one use at `result`; null when T can't be created.
-   // `arguments` are the addresses of the constructor's arguments.
+   /// Stores a T* that owns the new entity's one use at `result`; null when T can't be created.
+   /// `arguments` are the addresses of the constructor's arguments.
    static void genericIfConstructFromCtorArgs( void* result, const void* const* arguments );
 };
 
-// The record of one source module: everything that is known of its types. Static data only.
+/// The record of one source module, which describes all its types. Static data only.
 struct TESSEL_EXPORT ModuleInspectData {
-   std::span< const TypeDesc > types;             // by index
-   std::span< const MemberDesc > members;         // type after type
-   std::span< const ParamDesc > params;           // those of a member or a constructor together
-   std::span< const std::string_view > typeNames; // sorted
-   // Sorted: attributes, constructor parameters, and the operations open to everybody with their
-   // parameters.
+   std::span< const TypeDesc > types;             ///< by index
+   std::span< const MemberDesc > members;         ///< type after type
+   std::span< const ParamDesc > params;           ///< those of a member or a constructor together
+   std::span< const std::string_view > typeNames; ///< sorted
+   /// Sorted: attributes, constructor parameters, and the listed operations with their parameters.
    std::span< const std::string_view > memberNames;
-   std::span< const TypeRef > typeRefs; // bases and types of entity values
-   std::span< const TypeHooks > hooks;  // by type index
-   std::uint32_t word = 0;              // low half: the number of types; high half: 1
+   std::span< const TypeRef > typeRefs; ///< bases and types of entity values
+   std::span< const TypeHooks > hooks;  ///< by type index
+   std::uint32_t word = 0;              ///< low half: the number of types; high half: 1
 
-   // Makes the record's types known to findType, and forgets them. Thread: any.
+   /// Makes the record's types known to findType. Throws std::bad_alloc. Thread: any.
    void loaded() const;
+   /// Makes findType forget the record's types. Thread: any.
    void unloaded() const noexcept;
 };
 
-// A member together with the access to it. Empty when nothing was found.
-//
-// The operations return accessDone, accessRefused or accessUnknownMember, and throw what the
-// member throws.
+/// A member together with the access to it. Empty if nothing was found.
+///
+/// The operations return accessDone, accessRefused or accessUnknownMember, and throw what the
+/// member throws.
 class Member {
  public:
    Member() = default;
-   // Borrows both, as memberOf does.
+   /// Borrows both, as memberOf does.
    Member( const TypeHooks& hooks, const MemberDesc& desc ) : hooks_( &hooks ), desc_( &desc ) {}
 
-   // Whether there is a member. Nothing else may be asked of an empty one.
+   /// Returns whether there is a member. An empty one has no other operation.
    explicit operator bool() const { return desc_ != nullptr; }
-   // The member's description. Borrowed, valid as long as the module is loaded.
+   /// Returns the member's description, borrowed, valid as long as the module is loaded.
    [[nodiscard]] const MemberDesc& desc() const { return *desc_; }
 
-   // Reads an attribute into the value of its type at `result`.
+   /// Reads an attribute into the value of its type at `result`.
    int read( Node& entity, void* result ) const {
       return hooks_->inspectOperation( result, &entity, *desc_, requestRead, nullptr );
    }
-   // Writes the value of its type at `value` to an attribute.
+   /// Writes the value of its type at `value` to an attribute.
    int write( Node& entity, const void* value ) const {
       return hooks_->inspectOperation( nullptr, &entity, *desc_, requestWrite, value );
    }
-   // Calls an operation; `result` and `argument` as for TypeHooks.
+   /// Calls an operation; `result` and `argument` as for HideMe::inspectOperation.
    int call( Node& entity, void* result, const void* argument ) const {
       return hooks_->inspectOperation( result, &entity, *desc_, requestCall, argument );
    }
@@ -142,9 +144,9 @@ class Member {
    const MemberDesc* desc_ = nullptr;
 };
 
-// The member of that name or id which `type` itself declares; empty when there is none.
+/// Returns the member of that name that `type` itself declares; empty if there is none.
 TESSEL_EXPORT Member memberOf( TypeRef type, std::string_view name );
-// Likewise.
+/// Returns the member of that id that `type` itself declares; empty if there is none.
 inline Member memberOf( TypeRef type, std::uint32_t id ) {
    if( !type.module || id >= type.module->types[type.index].memberCount ) {
       return {};
@@ -152,14 +154,14 @@ inline Member memberOf( TypeRef type, std::uint32_t id ) {
    const TypeDesc& desc = type.module->types[type.index];
    return { type.module->hooks[type.index], type.module->members[desc.firstMember + id] };
 }
-// The member of that name of the entity's type or, failing that, of the nearest base that has it.
+/// Returns the member of that name of the entity's type or else of the nearest base that has it.
 TESSEL_EXPORT Member memberOf( const Node& entity, std::string_view name );
 
-// The base of a type; nodeType at the root.
+/// Returns the base of a type; nodeType at the root.
 TESSEL_EXPORT TypeRef baseOf( TypeRef type );
 
-// The type of that qualified name in any loaded module; nodeType when there is none.
-// Valid as long as its module is loaded.
+/// Returns the type of that qualified name in any loaded module, valid as long as its module is
+/// loaded; nodeType if there is none. Thread: any.
 TESSEL_EXPORT TypeRef findType( std::string_view name );
 
 } // namespace Tessel

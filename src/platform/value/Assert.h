@@ -5,14 +5,14 @@
 
 namespace Tessel::Impl {
 
-// Writes "FILE:LINE: FUNCTION: Assertion `EXPRESSION' failed." to standard error and aborts.
+/// Writes "FILE:LINE: FUNCTION: Assertion `EXPRESSION' failed." to standard error and aborts.
 [[noreturn]] TESSEL_EXPORT void
 assertFailed( const char* file, int line, const char* function, const char* expression ) noexcept;
 
 } // namespace Tessel::Impl
 
-// Ends the process unless `expression` holds. `function` is the text that names the place: it is
-// given as a literal because compilers print function names differently.
+/// Ends the process unless `expression` holds. `function` is the text that names the place: it is
+/// given as a literal because compilers print function names differently.
 #define TESSEL_ASSERT( expression, function )                                                      \
    ( ( expression ) ? void( 0 )                                                                    \
                     : ::Tessel::Impl::assertFailed( __FILE__, __LINE__, function, #expression ) )

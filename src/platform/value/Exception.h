@@ -9,18 +9,18 @@
 
 namespace Tessel {
 
-// An error with one line of text. Thrown by value, caught by reference; copying never throws.
+/// An error with one line of text. Thrown by value, caught by reference; copying never throws.
 class TESSEL_EXPORT Exception : public std::exception {
  public:
-   // Copies the message. Throws std::bad_alloc.
+   /// Copies the message. Throws std::bad_alloc.
    explicit Exception( const String& message );
    Exception( const Exception& ) = default;
    Exception& operator=( const Exception& ) = default;
    ~Exception() override;
 
-   // The message given to the constructor. Borrowed from the exception.
+   /// Returns the message given to the constructor, borrowed from the exception.
    [[nodiscard]] const char* what() const noexcept override;
-   // The qualified name of the exception's class, for example "Sodrel::NoSdbusException".
+   /// Returns the qualified name of the exception's class, for example "Sodrel::NoSdbusException".
    [[nodiscard]] virtual String name() const;
 
  private:

@@ -31,7 +31,7 @@ Interval Interval::fromSeconds( double seconds ) {
    if( seconds < 0 ) {
       Impl::TPErrors::throwNegativeNotAllowed();
    }
-   // Put so that what is no number is out of range too.
+   // Negated, so that NaN is out of range too.
    if( !( seconds <= largestSeconds ) ) {
       Impl::TPErrors::throwArgOutOfRange();
    }
@@ -39,6 +39,10 @@ Interval Interval::fromSeconds( double seconds ) {
       return largest();
    }
    return Interval( static_cast< std::uint64_t >( seconds * 1e9 ) );
+}
+
+Interval operator-( Interval left, Interval right ) {
+   return Interval::fromSeconds( left.seconds() - right.seconds() );
 }
 
 } // namespace Tessel

@@ -6,18 +6,17 @@
 
 #include <compare>
 #include <cstdint>
-#include <limits>
 
 namespace Tessel {
 
-// A length of time would be negative.
+/// Thrown when a length of time would be negative.
 class TESSEL_EXPORT NegativeNotAllowed : public Exception {
  public:
    using Exception::Exception;
    ~NegativeNotAllowed() override;
 };
 
-// A length of time exceeds the largest interval.
+/// Thrown when a length of time exceeds the largest interval.
 class TESSEL_EXPORT ArgOutOfRange : public Exception {
  public:
    using Exception::Exception;
@@ -33,40 +32,37 @@ struct TPErrors {
 
 } // namespace Impl
 
-// A length of time, or a point of the steady clock as the time since its epoch, in nanoseconds.
-//
-// Differences are taken in double-precision seconds and then truncated to nanoseconds.
+/// A length of time, or a point of the steady clock as the time since its epoch, in nanoseconds.
+///
+/// Differences are taken in double-precision seconds and then truncated to nanoseconds.
 class Interval {
  public:
+   /// A length of 0.
    constexpr Interval() = default;
-   // A length of so many nanoseconds; 0 by default.
+   /// A length of so many nanoseconds.
    constexpr explicit Interval( std::uint64_t nanoseconds ) : nanoseconds_( nanoseconds ) {}
 
-   // 2^64 - 1 nanoseconds.
-   static constexpr Interval largest() {
-      return Interval( std::numeric_limits< std::uint64_t >::max() );
-   }
-   // Reads std::chrono::steady_clock once. Throws NegativeNotAllowed.
+   /// Returns 2^64 - 1 nanoseconds.
+   static constexpr Interval largest() { return Interval( UINT64_MAX ); }
+   /// Reads std::chrono::steady_clock once. Throws NegativeNotAllowed.
    TESSEL_EXPORT static Interval steadyNow();
-   // Truncates to nanoseconds. Throws NegativeNotAllowed, and ArgOutOfRange above the largest
-   // interval.
+   /// Truncates to nanoseconds. Throws NegativeNotAllowed, and ArgOutOfRange for NaN and above the
+   /// largest interval.
    TESSEL_EXPORT static Interval fromSeconds( double seconds );
 
-   // The length as it is held.
+   /// Returns the length in nanoseconds, exactly.
    [[nodiscard]] constexpr std::uint64_t nanoseconds() const { return nanoseconds_; }
-   // Exact to the nanosecond only below some 100 days.
+   /// Returns the length in seconds, exact to the nanosecond only below some 100 days.
    [[nodiscard]] constexpr double seconds() const {
       return static_cast< double >( nanoseconds_ ) / 1e9;
    }
-   // Whole microseconds that never fall short of the interval and are never 0.
+   /// Returns whole microseconds that never fall short of the interval and are never 0.
    [[nodiscard]] constexpr std::uint64_t microsecondsAbove() const {
       return nanoseconds_ / 1000 + 1;
    }
 
-   // Throws as fromSeconds.
-   friend Interval operator-( Interval left, Interval right ) {
-      return fromSeconds( left.seconds() - right.seconds() );
-   }
+   /// Subtracts seconds in double precision. Throws as fromSeconds.
+   TESSEL_EXPORT friend Interval operator-( Interval left, Interval right );
    // NOLINTNEXTLINE(modernize-use-nullptr): the defaulted comparison's own 0.
    friend constexpr auto operator<=>( Interval left, Interval right ) = default;
 

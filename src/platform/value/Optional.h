@@ -16,28 +16,28 @@ namespace Impl {
 
 } // namespace Impl
 
-// Holds a T or nothing.
+/// Holds a T or nothing.
 template< typename T >
 class Optional {
  public:
-   // Nothing.
+   /// Nothing.
    Optional() = default;
-   // Nothing too.
+   /// Nothing.
    Optional( std::nullopt_t ) {}
-   // The value.
+   /// Holds the value.
    template< std::convertible_to< T > U >
    Optional( U&& value ) : value_( std::forward< U >( value ) ) {}
 
-   // Whether there is a value.
+   /// Returns whether there is a value.
    [[nodiscard]] bool hasValue() const { return value_.has_value(); }
-   // The value, borrowed. Throws std::bad_optional_access when there is none.
+   /// Returns the value, borrowed. Throws std::bad_optional_access if there is none.
    [[nodiscard]] const T& operator*() const {
       if( !value_ ) {
          Impl::throwBadOptionalAccess();
       }
       return *value_;
    }
-   // Leaves nothing.
+   /// Drops the value; holds nothing afterwards.
    void optionalClearValue() { value_.reset(); }
 
  private:

@@ -8,44 +8,45 @@
 
 namespace Tessel {
 
-// A value string. Its data are always NUL-terminated.
-//
-// Throws std::bad_alloc from whatever has to grow. Thread: as std::string.
+/// Text with value semantics. Its data are always NUL-terminated.
+///
+/// Whatever makes or extends a string throws std::bad_alloc. Thread: as std::string.
 class String {
  public:
+   /// The empty string.
    String() = default;
-   // A null C string is the empty string.
+   /// A null C string is the empty string.
    String( const char* text ) : text_( text ? text : "" ) {}
-   // Copies the text.
+   /// Copies the text.
    String( std::string_view text ) : text_( text ) {}
-   // Takes the text over.
+   /// Takes the text over.
    String( std::string text ) : text_( std::move( text ) ) {}
 
-   // Appends and returns the string itself; a string may be appended to itself.
+   /// Appends and returns the string itself; a string may be appended to itself.
    String& append( std::string_view text ) {
       text_.append( text );
       return *this;
    }
-   // A new string: `left` followed by this one.
+   /// Returns a new string: `left` followed by this one.
    [[nodiscard]] String addLeft( std::string_view left ) const;
-   // A new string: this one followed by `right`.
+   /// Returns a new string: this one followed by `right`.
    [[nodiscard]] String addRight( std::string_view right ) const;
 
-   // Whether the string begins with `start`.
+   /// Returns whether the string begins with `start`.
    [[nodiscard]] bool startsWith( std::string_view start ) const {
       return text_.starts_with( start );
    }
-   // Borrowed, valid until the string changes or goes.
+   /// Returns the NUL-terminated text, borrowed until the string is changed or destroyed.
    [[nodiscard]] const char* data() const { return text_.c_str(); }
-   // Its length in bytes, without the NUL.
+   /// Returns the length in bytes, without the NUL.
    [[nodiscard]] std::size_t size() const { return text_.size(); }
-   // Whether its length is 0.
+   /// Returns whether the length is 0.
    [[nodiscard]] bool empty() const { return text_.empty(); }
 
-   // Borrowed, as data.
+   /// The text, borrowed as by data.
    operator std::string_view() const { return text_; }
 
-   // Whether both have the same bytes.
+   /// Returns whether both have the same bytes.
    template< std::convertible_to< std::string_view > Text >
    friend bool operator==( const String& string, const Text& text ) {
       return string.text_ == std::string_view( text );
@@ -55,18 +56,15 @@ class String {
    friend String concat( const Pieces&... pieces );
 
  private:
-   String( std::size_t size, char filler ) : text_( size, filler ) {}
-
    std::string text_;
 };
 
-// Joins the pieces in their order, with one allocation at the most. Inlined, so that the sizes of
-// literals are known and their copying takes a few instructions.
+/// Joins the pieces in their order, with one allocation at most. Throws std::bad_alloc.
 template< std::convertible_to< std::string_view >... Pieces >
-[[gnu::always_inline]] inline String concat( const Pieces&... pieces ) {
-   String joined( ( std::size_t{ 0 } + ... + std::string_view( pieces ).size() ), '\0' );
-   [[maybe_unused]] char* end = joined.text_.data();
-   ( ( end += std::string_view( pieces ).copy( end, std::string_view::npos ) ), ... );
+String concat( const Pieces&... pieces ) {
+   String joined;
+   joined.text_.reserve( ( std::size_t{ 0 } + ... + std::string_view( pieces ).size() ) );
+   ( joined.append( pieces ), ... );
    return joined;
 }
 

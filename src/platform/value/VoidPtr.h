@@ -3,7 +3,7 @@
 
 namespace Orl {
 
-// Points to what only its user knows; type data read and write it as it is.
+/// Points to something that only its user knows; generic access copies the address.
 using VoidPtr = void*;
 
 } // namespace Orl
