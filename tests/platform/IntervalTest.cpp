@@ -1,52 +1,52 @@
 // Lengths of time: their conversions, the ends of their range, and the clock.
 #include <platform/value/Interval.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <limits>
-#include <string>
+#include <optional>
 
-using Tessel::Interval;
-
+namespace SodrelTest {
 namespace {
 
-constexpr double largestSeconds = Interval::largest().seconds();
-
 // The clock's reading while one is set.
-std::int64_t setReading = 0;
-bool readingIsSet = false;
-
-template< typename Error >
-std::string textOf( const std::function< void() >& action ) {
-   try {
-      action();
-   } catch( const Error& error ) {
-      return error.what();
-   }
-   return "nothing was thrown";
-}
+std::optional< std::int64_t > reading;
 
 } // namespace
+} // namespace SodrelTest
 
 // The linker leads the reading of the clock here.
 extern "C" {
 std::int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
 
 std::int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-   return readingIsSet ? setReading : __real__ZNSt6chrono3_V212steady_clock3nowEv();
+   return SodrelTest::reading ? *SodrelTest::reading
+                              : __real__ZNSt6chrono3_V212steady_clock3nowEv();
 }
 }
 
-TEST( AnInterval, isZeroByDefault ) {
-   EXPECT_EQ( Interval().nanoseconds(), 0U );
-   EXPECT_EQ( Interval().seconds(), 0.0 );
+namespace SodrelTest {
+namespace {
+
+using Tessel::ArgOutOfRange;
+using Tessel::Interval;
+using Tessel::NegativeNotAllowed;
+using testing::ThrowsMessage;
+using Errors = Tessel::Impl::TPErrors;
+
+constexpr const char* negativeText = "a time interval cannot be negative";
+constexpr const char* rangeText = "a time interval is out of range";
+constexpr double largestSeconds = Interval::largest().seconds();
+
+auto reads( double seconds ) {
+   return [seconds] { Interval::fromSeconds( seconds ); };
 }
 
 TEST( AnInterval, keepsEveryNanosecond ) {
+   EXPECT_EQ( Interval().nanoseconds(), 0U );
    EXPECT_EQ( Interval( 600'000'000'001 ).nanoseconds(), 600'000'000'001U );
    EXPECT_EQ( Interval( 600'000'000'000 ).seconds(), 600.0 );
    EXPECT_EQ( Interval::largest().nanoseconds(), 18446744073709551615U );
@@ -62,43 +62,29 @@ TEST( AnInterval, truncatesSecondsToNanoseconds ) {
 
 TEST( AnInterval, cannotBeNegative ) {
    const double justBelowZero = -std::numeric_limits< double >::denorm_min();
-   const std::string text = "a time interval cannot be negative";
-   EXPECT_EQ(
-      textOf< Tessel::NegativeNotAllowed >( [=] { Interval::fromSeconds( justBelowZero ); } ),
-      text );
-   EXPECT_EQ(
-      textOf< Tessel::NegativeNotAllowed >( [] { Interval( 1 ) - Interval( 1'000'000'000 ); } ),
-      text );
-   EXPECT_THROW( Interval::fromSeconds( -INFINITY ), Tessel::NegativeNotAllowed );
-   EXPECT_EQ(
-      textOf< Tessel::NegativeNotAllowed >( &Tessel::Impl::TPErrors::throwNegativeNotAllowed ),
-      text );
+   EXPECT_THAT( reads( justBelowZero ), ThrowsMessage< NegativeNotAllowed >( negativeText ) );
+   EXPECT_THAT( reads( -INFINITY ), ThrowsMessage< NegativeNotAllowed >( negativeText ) );
+   EXPECT_THAT(
+      [] { Interval( 1 ) - Interval( 1'000'000'000 ); },
+      ThrowsMessage< NegativeNotAllowed >( negativeText ) );
+   EXPECT_THAT(
+      &Errors::throwNegativeNotAllowed, ThrowsMessage< NegativeNotAllowed >( negativeText ) );
 }
 
-TEST( AnInterval, cannotExceedTheLargest ) {
+TEST( AnInterval, cannotExceedTheLargestNorBeNan ) {
    const double justAbove = std::nextafter( largestSeconds, INFINITY );
-   const std::string text = "a time interval is out of range";
-   EXPECT_EQ(
-      textOf< Tessel::ArgOutOfRange >( [=] { Interval::fromSeconds( justAbove ); } ), text );
-   EXPECT_THROW( Interval::fromSeconds( INFINITY ), Tessel::ArgOutOfRange );
-   EXPECT_EQ(
-      textOf< Tessel::ArgOutOfRange >( &Tessel::Impl::TPErrors::throwArgOutOfRange ), text );
-}
-
-TEST( AnInterval, cannotBeWhatIsNoNumber ) {
-   EXPECT_THROW( Interval::fromSeconds( NAN ), Tessel::ArgOutOfRange );
-   EXPECT_THROW( Interval::fromSeconds( -NAN ), Tessel::ArgOutOfRange );
+   for( const double seconds : { justAbove, double{ INFINITY }, double{ NAN }, -double{ NAN } } ) {
+      EXPECT_THAT( reads( seconds ), ThrowsMessage< ArgOutOfRange >( rangeText ) );
+   }
+   EXPECT_THAT( &Errors::throwArgOutOfRange, ThrowsMessage< ArgOutOfRange >( rangeText ) );
 }
 
 TEST( AnInterval, isTheLargestAtExactlyItsSeconds ) {
    EXPECT_EQ( largestSeconds, 18446744073.709553 );
    EXPECT_TRUE( Interval::fromSeconds( largestSeconds ) == Interval::largest() );
-}
-
-TEST( AnInterval, isBelowTheLargestJustBelowItsSeconds ) {
-   const Interval interval = Interval::fromSeconds( std::nextafter( largestSeconds, 0 ) );
-   EXPECT_LT( interval.nanoseconds(), Interval::largest().nanoseconds() );
-   EXPECT_GT( interval.nanoseconds(), Interval::largest().nanoseconds() - 10'000 );
+   const Interval below = Interval::fromSeconds( std::nextafter( largestSeconds, 0 ) );
+   EXPECT_LT( below.nanoseconds(), Interval::largest().nanoseconds() );
+   EXPECT_GT( below.nanoseconds(), Interval::largest().nanoseconds() - 10'000 );
 }
 
 TEST( AnInterval, subtractsInSeconds ) {
@@ -120,7 +106,7 @@ TEST( AnInterval, isOrderedByItsNanoseconds ) {
    EXPECT_TRUE( Interval::largest() > Interval( 1ULL << 63 ) );
 }
 
-TEST( AnInterval, givesMicrosecondsThatNeverFallShort ) {
+TEST( AnInterval, returnsMicrosecondsThatNeverFallShort ) {
    EXPECT_EQ( Interval( 0 ).microsecondsAbove(), 1U );
    EXPECT_EQ( Interval( 999 ).microsecondsAbove(), 1U );
    EXPECT_EQ( Interval( 1000 ).microsecondsAbove(), 2U );
@@ -129,31 +115,17 @@ TEST( AnInterval, givesMicrosecondsThatNeverFallShort ) {
    EXPECT_EQ( Interval::largest().microsecondsAbove(), 18446744073709552U );
 }
 
-class ASteadyClock : public testing::Test {
- protected:
-   void TearDown() override { readingIsSet = false; }
-
-   static void readingIs( std::int64_t nanoseconds ) {
-      setReading = nanoseconds;
-      readingIsSet = true;
+TEST( ASteadyClock, isReadInNanosecondsAndNeverNegative ) {
+   for( const std::int64_t each : { std::int64_t{ 1 }, std::int64_t{ 0 }, INT64_MAX } ) {
+      reading = each;
+      EXPECT_EQ( Interval::steadyNow().nanoseconds(), static_cast< std::uint64_t >( each ) );
    }
-};
-
-TEST_F( ASteadyClock, isReadInNanoseconds ) {
-   readingIs( 1 );
-   EXPECT_EQ( Interval::steadyNow().nanoseconds(), 1U );
-   readingIs( 0 );
-   EXPECT_EQ( Interval::steadyNow().nanoseconds(), 0U );
-   readingIs( std::numeric_limits< std::int64_t >::max() );
-   EXPECT_EQ( Interval::steadyNow().nanoseconds(), 9223372036854775807U );
-}
-
-TEST_F( ASteadyClock, cannotBeNegative ) {
-   readingIs( -1 );
-   EXPECT_THROW( Interval::steadyNow(), Tessel::NegativeNotAllowed );
-}
-
-TEST_F( ASteadyClock, neverGoesBack ) {
+   reading = -1;
+   EXPECT_THAT( &Interval::steadyNow, ThrowsMessage< NegativeNotAllowed >( negativeText ) );
+   reading.reset();
    const Interval first = Interval::steadyNow();
    EXPECT_TRUE( Interval::steadyNow() >= first );
 }
+
+} // namespace
+} // namespace SodrelTest

@@ -8,6 +8,9 @@
 #include <optional>
 #include <utility>
 
+namespace SodrelTest {
+namespace {
+
 using Tessel::String;
 using OptionalString = Orl::Optional< String >;
 
@@ -60,3 +63,6 @@ TEST( AnOptional, copiesAndMovesWhatItHolds ) {
    const OptionalString moved = std::move( optional );
    EXPECT_TRUE( *moved == "text" );
 }
+
+} // namespace
+} // namespace SodrelTest

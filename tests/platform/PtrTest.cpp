@@ -11,9 +11,9 @@
 #include <type_traits>
 #include <utility>
 
-using SodrelTest::Gauge;
-using SodrelTest::gaugeFactory;
-using SodrelTest::Instrument;
+namespace SodrelTest {
+namespace {
+
 using Tessel::Ptr;
 
 static_assert( sizeof( Ptr< Gauge > ) == sizeof( Gauge* ) );
@@ -45,14 +45,11 @@ TEST_F( APtr, isNullByDefaultAndFromNullptr ) {
    EXPECT_EQ( Ptr< Gauge >( static_cast< Gauge* >( nullptr ) ).get(), nullptr );
 }
 
-TEST_F( APtr, leadsToItsEntity ) {
+TEST_F( APtr, leadsToItsEntityAndAddsAUseToARawPointer ) {
    EXPECT_TRUE( gauge );
    EXPECT_EQ( &*gauge, raw );
    EXPECT_EQ( gauge->measure(), 100U );
    EXPECT_EQ( raw->useCount(), 1U );
-}
-
-TEST_F( APtr, addsAUseToARawPointer ) {
    const Ptr< Gauge > second( raw );
    EXPECT_EQ( raw->useCount(), 2U );
 }
@@ -101,11 +98,8 @@ TEST_F( APtr, dropsTheUseItHadWhenItIsAssigned ) {
    EXPECT_EQ( raw->useCount(), 1U );
    EXPECT_EQ( other.get(), raw );
    EXPECT_FALSE( gauge );
-}
-
-TEST_F( APtr, assignsADerivedOneToABase ) {
    Ptr< Instrument > base;
-   base = gauge;
+   base = other;
    EXPECT_EQ( raw->useCount(), 2U );
    base = nullptr;
    EXPECT_EQ( raw->useCount(), 1U );
@@ -160,3 +154,6 @@ TEST_F( APtr, equalsThePointersToItsEntity ) {
    EXPECT_TRUE( gauge != nullptr );
    EXPECT_TRUE( Ptr< Gauge >() == nullptr );
 }
+
+} // namespace
+} // namespace SodrelTest

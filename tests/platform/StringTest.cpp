@@ -7,6 +7,10 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
+
+namespace SodrelTest {
+namespace {
 
 using Orl::String;
 using Tessel::concat;
@@ -15,18 +19,12 @@ static_assert( std::is_same_v< Orl::String, Tessel::String > );
 static_assert( std::is_nothrow_move_constructible_v< String > );
 static_assert( !std::is_convertible_v< String, const char* > );
 
-TEST( AString, isEmptyByDefault ) {
-   const String string;
-   EXPECT_TRUE( string.empty() );
-   EXPECT_EQ( string.size(), 0U );
-   EXPECT_STREQ( string.data(), "" );
-}
-
-TEST( AString, isEmptyFromANullCString ) {
-   const char* const nothing = nullptr;
-   const String string( nothing );
-   EXPECT_TRUE( string.empty() );
-   EXPECT_STREQ( string.data(), "" );
+TEST( AString, isEmptyByDefaultAndFromANullCString ) {
+   for( const String& string : { String(), String( static_cast< const char* >( nullptr ) ) } ) {
+      EXPECT_TRUE( string.empty() );
+      EXPECT_EQ( string.size(), 0U );
+      EXPECT_STREQ( string.data(), "" );
+   }
 }
 
 TEST( AString, comesFromEveryKindOfText ) {
@@ -34,14 +32,8 @@ TEST( AString, comesFromEveryKindOfText ) {
    const char* const pointer = array;
    EXPECT_STREQ( String( array ).data(), "text" );
    EXPECT_STREQ( String( pointer ).data(), "text" );
-   EXPECT_STREQ( String( std::string_view( "text" ) ).data(), "text" );
    EXPECT_STREQ( String( std::string( "text" ) ).data(), "text" );
-}
-
-TEST( AString, endsAPartOfATextWithNul ) {
-   const String string( std::string_view( "unit.service" ).substr( 0, 4 ) );
-   EXPECT_EQ( string.size(), 4U );
-   EXPECT_STREQ( string.data(), "unit" );
+   EXPECT_STREQ( String( std::string_view( "texts" ).substr( 0, 4 ) ).data(), "text" );
 }
 
 TEST( AString, keepsNulsWithinTheText ) {
@@ -50,19 +42,15 @@ TEST( AString, keepsNulsWithinTheText ) {
    EXPECT_EQ( std::memcmp( string.data(), "a\0b", 4 ), 0 );
 }
 
-TEST( AString, copiesItsText ) {
+TEST( AString, copiesAndMovesItsText ) {
    String first( "first" );
    const String copy = first;
    first.append( " changed" );
    EXPECT_STREQ( copy.data(), "first" );
    first = copy;
-   EXPECT_STREQ( first.data(), "first" );
    const String& itself = first;
    first = itself;
    EXPECT_STREQ( first.data(), "first" );
-}
-
-TEST( AString, leavesAnEmptyOneWhenItIsMoved ) {
    String from( "a text that is too long for the object itself" );
    const char* const data = from.data();
    const String to = std::move( from );
@@ -71,16 +59,13 @@ TEST( AString, leavesAnEmptyOneWhenItIsMoved ) {
 
 TEST( AString, appendsEveryKindOfTextAndReturnsItself ) {
    String string( "a" );
-   const String& returned = string.append( "b" );
-   EXPECT_EQ( &returned, &string );
+   EXPECT_EQ( &string.append( "b" ), &string );
    string.append( std::string_view( "cd" ).substr( 1 ) ).append( std::string( "e" ) );
-   string.append( String( "f" ) );
-   EXPECT_STREQ( string.data(), "abdef" );
-   string.append( "" );
+   string.append( String( "f" ) ).append( "" );
    EXPECT_STREQ( string.data(), "abdef" );
 }
 
-TEST( AString, appendsItself ) {
+TEST( AString, appendsItselfAndAPartOfItself ) {
    String string( "0123456789" );
    for( int doubled = 0; doubled < 4; ++doubled ) {
       string.append( string );
@@ -89,26 +74,18 @@ TEST( AString, appendsItself ) {
    for( std::size_t i = 0; i < string.size(); ++i ) {
       ASSERT_EQ( string.data()[i], '0' + static_cast< int >( i % 10 ) );
    }
+   String part( "0123456789ABCDE" );
+   part.append( std::string_view( part ).substr( 10 ) );
+   EXPECT_STREQ( part.data(), "0123456789ABCDEABCDE" );
 }
 
-TEST( AString, appendsAPartOfItself ) {
-   String string( "0123456789ABCDE" );
-   string.append( std::string_view( string ).substr( 10 ) );
-   EXPECT_STREQ( string.data(), "0123456789ABCDEABCDE" );
-}
-
-TEST( AString, joinsOnTheLeftWithoutChanging ) {
+TEST( AString, joinsOnEitherSideWithoutChanging ) {
    const String string( "name" );
    EXPECT_STREQ( string.addLeft( "for " ).data(), "for name" );
-   EXPECT_STREQ( string.addLeft( string ).data(), "namename" );
-   EXPECT_STREQ( string.addLeft( "" ).data(), "name" );
-   EXPECT_STREQ( string.data(), "name" );
-}
-
-TEST( AString, joinsOnTheRightWithoutChanging ) {
-   const String string( "name" );
    EXPECT_STREQ( string.addRight( ".service" ).data(), "name.service" );
+   EXPECT_STREQ( string.addLeft( string ).data(), "namename" );
    EXPECT_STREQ( string.addRight( string ).data(), "namename" );
+   EXPECT_STREQ( string.addLeft( "" ).data(), "name" );
    EXPECT_STREQ( string.addRight( "" ).data(), "name" );
    EXPECT_STREQ( string.data(), "name" );
 }
@@ -131,10 +108,6 @@ TEST( AString, equalsTheSameTextOfEveryKindOnBothSides ) {
    EXPECT_TRUE( string == std::string( "text" ) && std::string( "text" ) == string );
    EXPECT_TRUE( string == std::string_view( "text" ) && std::string_view( "text" ) == string );
    EXPECT_TRUE( string == String( "text" ) && string == string );
-}
-
-TEST( AString, differsFromEveryOtherText ) {
-   const String string( "text" );
    EXPECT_TRUE( string != "texts" && "tex" != string );
    EXPECT_TRUE( string != std::string( "Text" ) && std::string() != string );
    EXPECT_TRUE( string != std::string_view() && string != String( "test" ) );
@@ -143,12 +116,12 @@ TEST( AString, differsFromEveryOtherText ) {
 
 TEST( AConcatenation, joinsAllPiecesInTheirOrder ) {
    const String name( "dbus.service" );
-   const std::string text =
-      concat( "read failed for ", name, ": ", "", std::to_string( 5 ) ).data();
-   EXPECT_EQ( text, "read failed for dbus.service: 5" );
-}
-
-TEST( AConcatenation, isEmptyWithoutPieces ) {
+   EXPECT_STREQ(
+      concat( "read failed for ", name, ": ", "", std::to_string( 5 ) ).data(),
+      "read failed for dbus.service: 5" );
    EXPECT_TRUE( concat() == "" );
    EXPECT_TRUE( concat( "", "" ).empty() );
 }
+
+} // namespace
+} // namespace SodrelTest
