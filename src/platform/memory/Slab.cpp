@@ -1,6 +1,6 @@
 // The slab allocator: lists of free blocks of a few sizes, cut from slabs, behind one mutex.
 //
-// Not a pool resource of the standard library: libstdc++'s crashes when an allocation fails.
+// The standard library's pools would not do: libstdc++ 12's crash when an allocation fails.
 #include <platform/memory/Slab.h>
 
 #include <platform/value/TypeName.h>
@@ -52,18 +52,21 @@ constinit std::array< Block*, largestInSlab / sizeof( Block ) + 1 > freeBlocks{}
 
 // Takes a free block of a slab; null if there is no memory.
 Block* take( std::size_t bytes ) noexcept {
-   const std::size_t index = bytes / sizeof( Block );
    const std::lock_guard lock( mutex );
-   if( !freeBlocks[index] ) {
+   Block*& first = freeBlocks[bytes / sizeof( Block )];
+   if( !first ) {
       auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
-      for( std::size_t at = 0; slab && at + bytes <= slabBytes; at += bytes ) {
-         freeBlocks[index] = new( slab + at ) Block{ bytes, freeBlocks[index] };
+      if( !slab ) {
+         return nullptr;
       }
+      std::size_t at = 0;
+      do {
+         first = new( slab + at ) Block{ bytes, first };
+         at += bytes;
+      } while( at + bytes <= slabBytes );
    }
-   Block* const block = freeBlocks[index];
-   if( block ) {
-      freeBlocks[index] = std::exchange( block->next, &live );
-   }
+   Block* const block = first;
+   first = std::exchange( block->next, &live );
    return block;
 }
 
