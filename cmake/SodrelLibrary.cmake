@@ -1,11 +1,7 @@
-# The warnings, and the one way in which both shared libraries are made.
+# The one way in which both shared libraries are made.
 
 # A library of its own in C libraries before 2.34.
 find_package(Threads REQUIRED)
-
-add_library(SodrelWarnings INTERFACE)
-target_compile_options(SodrelWarnings INTERFACE
-   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${SODREL_WERROR}>:-Werror>)
 
 # sodrel_library( <name> SOURCES ... HEADERS ... PUBLIC <target>... )
 #
@@ -18,7 +14,6 @@ function(sodrel_library name)
 
    add_library(${name}Objects OBJECT ${arg_SOURCES})
    set_target_properties(${name}Objects PROPERTIES
-      POSITION_INDEPENDENT_CODE ON
       CXX_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON)
    target_include_directories(${name}Objects PUBLIC "${PROJECT_SOURCE_DIR}/src")

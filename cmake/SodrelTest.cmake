@@ -66,7 +66,7 @@ function(sodrel_compile_fails name source)
    add_test(NAME compile.${name}
       COMMAND "${CMAKE_COMMAND}"
          "-DCOMPILER=${CMAKE_CXX_COMPILER}"
-         "-DINCLUDES=${PROJECT_SOURCE_DIR}/src;${SODREL_FMT_INCLUDE_DIR}"
+         "-DINCLUDES=${PROJECT_SOURCE_DIR}/src;$<TARGET_PROPERTY:fmt::fmt-header-only,INTERFACE_INCLUDE_DIRECTORIES>"
          "-DSOURCE=${source}"
          "-DEXPECT=${arg_EXPECT}"
          -P "${PROJECT_SOURCE_DIR}/cmake/CompileFails.cmake")

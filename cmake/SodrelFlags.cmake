@@ -1,0 +1,36 @@
+# The flags that everything is compiled and linked with: warnings, paths, hardening, sanitizers.
+include(CheckPIESupported)
+
+add_library(SodrelWarnings INTERFACE)
+target_compile_options(SodrelWarnings INTERFACE
+   -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${SODREL_WERROR}>:-Werror>)
+
+# Source paths in assertions and traces start at src/, wherever the tree lies.
+add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+
+# Programs are position-independent as well as the libraries.
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(SODREL_SANITIZE)
+   # The sanitizers replace what hardening checks.
+   add_compile_options("-fsanitize=${SODREL_SANITIZE}" -fno-sanitize-recover=all
+      -fno-omit-frame-pointer)
+   add_link_options("-fsanitize=${SODREL_SANITIZE}")
+else()
+   # scripts/check hardening looks for the results.
+   add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+   if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i.86)$")
+      add_compile_options(-fcf-protection)
+   endif()
+   # It needs the optimiser.
+   if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+      add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+   endif()
+   add_link_options(LINKER:-z,relro LINKER:-z,now)
+endif()
+
+if(SODREL_COVERAGE)
+   add_compile_options(--coverage -fprofile-update=atomic)
+   add_link_options(--coverage)
+endif()
