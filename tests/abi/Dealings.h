@@ -8,6 +8,8 @@
 #include <array>
 #include <typeinfo>
 
+namespace SodrelTest {
+
 // How one shared object deals with one class of exceptions.
 struct Dealing {
    const std::type_info* identity;
@@ -47,5 +49,7 @@ inline auto allDealings() {
 
 using AllDealings = decltype( allDealings() );
 
+} // namespace SodrelTest
+
 // The plug-in's only export, by its name.
-extern "C" TESSEL_EXPORT AllDealings* pluginDealings();
+extern "C" TESSEL_EXPORT SodrelTest::AllDealings* pluginDealings();

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <optional>
 
+namespace SodrelTest {
 namespace {
 
 // A plug-in that nobody else shares symbols with.
@@ -56,3 +57,4 @@ TEST_F( AnException, ofThePlatformIsCaughtByItsClass ) {
 }
 
 } // namespace
+} // namespace SodrelTest

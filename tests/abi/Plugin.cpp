@@ -1,7 +1,7 @@
 // A plug-in that throws and catches the libraries' exceptions.
 #include <abi/Dealings.h>
 
-AllDealings* pluginDealings() {
-   static AllDealings dealings = allDealings();
+SodrelTest::AllDealings* pluginDealings() {
+   static SodrelTest::AllDealings dealings = SodrelTest::allDealings();
    return &dealings;
 }

@@ -1,0 +1,77 @@
+// The order of the virtual slots, which programs are compiled against.
+#include <Sodrel/SignalMonitor.h>
+#include <Sodrel/Sodrel.h>
+
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <gtest/gtest.h>
+
+namespace SodrelTest {
+namespace {
+
+// The slot through which an operation is called, counted from the two destructors that each table
+// begins with. A pointer to a virtual operation holds its slot's offset in the table, plus one.
+template< typename Operation >
+std::ptrdiff_t slotOf( Operation operation ) {
+   const auto offset = std::bit_cast< std::array< std::ptrdiff_t, 2 > >( operation )[0] - 1;
+   return offset / std::ptrdiff_t{ sizeof( void* ) };
+}
+
+// A class with one more operation, whose slot is the number of those that Base has.
+template< typename Base >
+struct Extended : Base {
+   virtual void further() = 0;
+};
+
+template< typename Base >
+std::ptrdiff_t slotsOf() {
+   return slotOf( &Extended< Base >::further );
+}
+
+TEST( TheSlots, ofANodeAreInTheirOrder ) {
+   EXPECT_EQ( slotOf( &Tessel::Node::lastUserGone ), 2 );
+   EXPECT_EQ( slotOf( &Tessel::Node::publisher ), 3 );
+   EXPECT_EQ( slotOf( &Tessel::Node::typeData ), 4 );
+   EXPECT_EQ( slotsOf< Tessel::Node >(), 5 );
+}
+
+TEST( TheSlots, ofTheClientAndOfTheRecordsAreThoseOfANode ) {
+   EXPECT_EQ( slotsOf< Sodrel::Sdbus >(), 5 );
+   EXPECT_EQ( slotsOf< Sodrel::JobRemovedMonitor::CallbackData >(), 5 );
+   EXPECT_EQ( slotsOf< Sodrel::DaemonReloadingMonitor::CallbackData >(), 5 );
+   EXPECT_EQ( slotsOf< Sodrel::UnitReloadingMonitor::CallbackData >(), 5 );
+}
+
+TEST( TheSlots, ofEachMonitorEndWithItsWait ) {
+   EXPECT_EQ( slotOf( &Sodrel::SignalMonitor::wait ), 5 );
+   EXPECT_EQ( slotOf( &Sodrel::JobRemovedMonitor::wait ), 5 );
+   EXPECT_EQ( slotOf( &Sodrel::DaemonReloadingMonitor::wait ), 5 );
+   EXPECT_EQ( slotOf( &Sodrel::UnitReloadingMonitor::wait ), 5 );
+   EXPECT_EQ( slotsOf< Sodrel::SignalMonitor >(), 6 );
+   EXPECT_EQ( slotsOf< Sodrel::JobRemovedMonitor >(), 6 );
+   EXPECT_EQ( slotsOf< Sodrel::DaemonReloadingMonitor >(), 6 );
+   EXPECT_EQ( slotsOf< Sodrel::UnitReloadingMonitor >(), 6 );
+}
+
+TEST( TheSlots, ofAnExceptionEndWithItsTextAndItsName ) {
+   EXPECT_EQ( slotOf( &Tessel::Exception::what ), 2 );
+   EXPECT_EQ( slotOf( &Tessel::Exception::name ), 3 );
+   EXPECT_EQ( slotsOf< Tessel::Exception >(), 4 );
+   EXPECT_EQ( slotsOf< Tessel::NegativeNotAllowed >(), 4 );
+   EXPECT_EQ( slotsOf< Tessel::ArgOutOfRange >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::Exception >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::NoSdbusException >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::SdbusCallException >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::SdbusMessageException >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::SdbusSyncException >(), 4 );
+   EXPECT_EQ( slotsOf< Sodrel::SdbusJobException >(), 4 );
+}
+
+TEST( TheModuleRecord, tellsItsFormatAndHowManyTypesItHas ) {
+   EXPECT_EQ( _Sodrel_c4788d5e_orlModule.word, 0x00010001 );
+   EXPECT_EQ( _SignalMonitor_178310f1_orlModule.word, 0x00010007 );
+}
+
+} // namespace
+} // namespace SodrelTest
