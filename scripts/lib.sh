@@ -4,6 +4,10 @@ set -euo pipefail
 script="scripts/$(basename "$0")"
 cd "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/.."
 
+if command -v ccache >/dev/null; then
+    export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+
 say() {
     echo "$script: $*" >&2
 }
@@ -13,28 +17,16 @@ die() {
     exit 1
 }
 
-# Where the machine fetches its own Debian release from; known even before any package list is.
-debianMirror() {
-    local release mirrors
-    # shellcheck source=/dev/null
-    release=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
-    mirrors=$(apt-get update --print-uris |
-        sed -nE "s#^'([^']*)/dists/($release|stable|oldstable)/.*#\1#p")
-    echo "${mirrors%%$'\n'*}"
-}
-
-# A number of ctest's JUnit report: resultCount tests|failures|skipped|disabled FILE
-resultCount() {
-    sed -n "s/^\t$1=\"\([0-9]*\)\"$/\1/p" "$2"
-}
-
-# How many tests of such a report could not run: notRunCount FILE
-notRunCount() {
-    echo $(($(resultCount skipped "$1") + $(resultCount disabled "$1")))
+# Configures a preset and builds these targets of it, all of them if none is named:
+# buildIs PRESET [TARGET...]
+buildIs() {
+    local preset=$1
+    shift
+    cmake --preset "$preset"
+    cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
 # Copies the sources without what git ignores, also while somebody works on them: copySources FOLDER
 copySources() {
-    { tar -c --exclude=./.git --exclude=./.deps --exclude=./build . || [[ $? == 1 ]]; } |
-        tar -x -C "$1"
+    { tar -c --exclude=./.git --exclude=./build . || [[ $? == 1 ]]; } | tar -x -C "$1"
 }
