@@ -30,3 +30,6 @@ install(TARGETS fennet-read)
 install(PROGRAMS tools/systemd-box TYPE SBIN)
 install(FILES tools/fennet-read.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES tools/systemd-box.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
+
+# Builds just that.
+add_custom_target(installed DEPENDS SodrelPlatform Sodrel fennet-read)
