@@ -1,6 +1,9 @@
-// The order of the virtual slots, which programs are compiled against.
+// What programs are compiled against and scripts/abi does not see: the order of the virtual slots
+// before any baseline, and the sizes of classes that no exported function takes or returns.
 #include <Sodrel/SignalMonitor.h>
 #include <Sodrel/Sodrel.h>
+
+#include <platform/value/VoidPtr.h>
 
 #include <array>
 #include <bit>
@@ -66,6 +69,23 @@ TEST( TheSlots, ofAnExceptionEndWithItsTextAndItsName ) {
    EXPECT_EQ( slotsOf< Sodrel::SdbusMessageException >(), 4 );
    EXPECT_EQ( slotsOf< Sodrel::SdbusSyncException >(), 4 );
    EXPECT_EQ( slotsOf< Sodrel::SdbusJobException >(), 4 );
+}
+
+TEST( TheSize, ofAnExceptionIsThatOfTheBase ) {
+   EXPECT_EQ( sizeof( Tessel::Exception ), 24 );
+   EXPECT_EQ( sizeof( Tessel::NegativeNotAllowed ), 24 );
+   EXPECT_EQ( sizeof( Tessel::ArgOutOfRange ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::Exception ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::NoSdbusException ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::SdbusCallException ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::SdbusMessageException ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::SdbusSyncException ), 24 );
+   EXPECT_EQ( sizeof( Sodrel::SdbusJobException ), 24 );
+}
+
+TEST( TheSize, ofAPointerIsThatOfABareOne ) {
+   EXPECT_EQ( sizeof( Tessel::Ptr< Tessel::Node > ), sizeof( void* ) );
+   EXPECT_EQ( sizeof( Orl::VoidPtr ), sizeof( void* ) );
 }
 
 TEST( TheModuleRecord, tellsItsFormatAndHowManyTypesItHas ) {
