@@ -49,7 +49,7 @@ rootIs() {
     new=$(mktemp -d "$roots/$suite.XXXXXX")
     chmod 755 "$new"
     # Nobody needs it after a loss of power.
-    mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives"
+    mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives/partial"
     echo force-unsafe-io >"$new/etc/dpkg/dpkg.cfg.d/unsafe-io"
     quietly debootstrap --variant=minbase --include=cmake,g++,make,pkgconf \
         --cache-dir="$archives" "$suite" "$new" "$mirror"
