@@ -42,18 +42,22 @@ debianMirror() {
 # Makes the root of a release, with what a user of the libraries has: a compiler and what finds
 # libraries, but nothing of what these depend on.
 rootIs() {
-    local suite=$1 new mirror
-    [[ ! -e $roots/$suite ]] || return 0
-    say "$suite: making a root (once)"
-    mirror=$(debianMirror)
-    new=$(mktemp -d "$roots/$suite.XXXXXX")
-    chmod 755 "$new"
-    # Nobody needs it after a loss of power.
-    mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives/partial"
-    echo force-unsafe-io >"$new/etc/dpkg/dpkg.cfg.d/unsafe-io"
-    quietly debootstrap --variant=minbase --include=cmake,g++,make,pkgconf \
-        --cache-dir="$archives" "$suite" "$new" "$mirror"
-    mv --no-target-directory "$new" "$roots/$suite"
+    local suite=$1 new=$roots/$1.new mirror lock
+    # Somebody else may be making it, or have been killed doing so.
+    exec {lock}>"$roots/$suite.lock"
+    flock "$lock"
+    if [[ ! -e $roots/$suite ]]; then
+        say "$suite: making a root (once)"
+        mirror=$(debianMirror)
+        rm -rf "$new"
+        # Nobody needs it after a loss of power.
+        mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives/partial"
+        echo force-unsafe-io >"$new/etc/dpkg/dpkg.cfg.d/unsafe-io"
+        quietly debootstrap --variant=minbase --include=cmake,g++,make,pkgconf \
+            --cache-dir="$archives" "$suite" "$new" "$mirror"
+        mv "$new" "$roots/$suite"
+    fi
+    exec {lock}>&-
 }
 
 # Starts a machine of a release: machineIs SUITE
