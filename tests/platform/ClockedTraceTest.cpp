@@ -5,21 +5,15 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <string>
 #include <thread>
-#include <utility>
 
 namespace {
 
 timespec now{};
 std::int64_t monotonic = 0; // nanoseconds
-// What the monotonic clock shows before that.
-std::deque< std::int64_t > upcoming;
 
 constexpr std::int64_t second = 1'000'000'000;
 
@@ -31,12 +25,8 @@ extern "C" int __wrap_clock_gettime( clockid_t clock, timespec* time ) {
       *time = now;
       return 0;
    }
-   std::int64_t shown = monotonic;
-   if( !upcoming.empty() ) {
-      shown = upcoming.front();
-      upcoming.pop_front();
-   }
-   *time = { static_cast< std::time_t >( shown / second ), static_cast< long >( shown % second ) };
+   *time = { static_cast< std::time_t >( monotonic / second ),
+             static_cast< long >( monotonic % second ) };
    return 0;
 }
 
@@ -78,76 +68,42 @@ TEST( TheTimeOfALine, isThatOfAThreadsFirstLineWhateverTheTimeIs ) {
 
 class AFileByTheClocks : public testing::Test {
  protected:
-   // When the process reads the clocks for the first time.
-   static constexpr std::int64_t start = 3600 * second;
-
-   // The number of readings and the last of them after one record more.
-   std::pair< std::uint64_t, Fennet::ClockReading > readingsWithARecord() {
-      Fennet::RingBuf ring;
-      ring.startMsg( *handle_.mtTraceFile(), 1 );
-      ring.endMsg();
-      const auto header = folder_.header();
-      const std::uint64_t number = header->readings;
-      const Fennet::ClockReading& last = header->recent[number % 2];
-      EXPECT_EQ( last.realtime, now.tv_sec * second + now.tv_nsec );
-      return { number, last };
-   }
-   // The number of readings and the monotonic time of the last after a record at this time.
-   std::pair< std::uint64_t, std::int64_t > readingsWithARecordAt( std::int64_t time ) {
+   void traceAt( std::int64_t time ) {
       monotonic = time;
-      const auto [number, last] = readingsWithARecord();
-      EXPECT_EQ( last.ticks, static_cast< std::uint64_t >( last.monotonic ) );
-      return { number, last.monotonic };
+      TRACE( 8, "" );
    }
 
- private:
-   const Fennet::TraceFolder folder_;
-   Fennet::TraceHandle handle_{ folder_.path(), Fennet::minRingSize, true };
+   const Fennet::TraceFolder folder;
+   const Fennet::DefaultHandle handle{ folder };
 };
 
-TEST_F( AFileByTheClocks, isToldThemWhenItsAgeHasDoubledAndEachSecond ) {
-   using Readings = std::pair< std::uint64_t, std::int64_t >;
+TEST_F( AFileByTheClocks, hasBothReadingsOfItsBeginning ) {
    now = { 1'000'000'000, 7 };
-   // A file has a reading from its beginning; the second is due after it, with whatever comes next.
-   EXPECT_EQ( readingsWithARecordAt( start ), Readings( 1, start ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 1'000 ), Readings( 2, start + 1'000 ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 2'000 ), Readings( 2, start + 1'000 ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 2'001 ), Readings( 3, start + 2'001 ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 4'002 ), Readings( 3, start + 2'001 ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 4'003 ), Readings( 4, start + 4'003 ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 2 * second ), Readings( 5, start + 2 * second ) );
-   EXPECT_EQ( readingsWithARecordAt( start + 3 * second ), Readings( 5, start + 2 * second ) );
-   const std::int64_t late = start + 3 * second + 1;
-   EXPECT_EQ( readingsWithARecordAt( late ), Readings( 6, late ) );
+   traceAt( 5 * second );
+   const auto header = folder.header();
+   EXPECT_EQ( header->clockPairs, 1U );
+   EXPECT_EQ( header->clocks[1].monotonic, 5 * second );
+   EXPECT_EQ( header->clocks[1].realtime, 1'000'000'000 * second + 7 );
+   EXPECT_EQ( folder.records().at( 0 ).time, 1'000'000'000 * second + 7 );
 }
 
-struct Attempts {
-   std::array< std::int64_t, 4 > widths; // nanoseconds
-   std::size_t tightest;
-};
-class AReadingOfTheClocks : public AFileByTheClocks,
-                            public testing::WithParamInterface< Attempts > {};
-
-TEST_P( AReadingOfTheClocks, isTheTightestOfFour ) {
-   monotonic = start;
-   readingsWithARecord();
-   const auto begin = [&]( std::size_t attempt ) {
-      return start + second + static_cast< std::int64_t >( 1000 * attempt );
-   };
-   upcoming = { start + second };
-   for( std::size_t attempt = 0; attempt < 4; ++attempt ) {
-      const std::int64_t at = begin( attempt );
-      upcoming.insert( upcoming.end(), { at, at + 1, at + GetParam().widths[attempt] } );
+TEST_F( AFileByTheClocks, hasNewReadingsEveryTimeAThirtySecondOfItsRingIsFull ) {
+   now = { 1'000'000'000, 0 };
+   traceAt( second );
+   now = { 2'000'000'000, 0 };
+   // 16 bytes each.
+   for( int record = 1; record < 128; ++record ) {
+      traceAt( 2 * second );
    }
-   const Fennet::ClockReading reading = readingsWithARecord().second;
-   const std::int64_t expected = begin( GetParam().tightest );
-   const std::int64_t width = GetParam().widths[GetParam().tightest];
-   EXPECT_EQ( reading.ticks, static_cast< std::uint64_t >( expected + width / 2 ) );
-   EXPECT_EQ( reading.monotonic, expected + 1 );
+   EXPECT_EQ( folder.header()->clockPairs, 1U );
+   traceAt( 3 * second );
+   const auto header = folder.header();
+   EXPECT_EQ( header->clockPairs, 2U );
+   EXPECT_EQ( header->clocks[0].monotonic, 3 * second );
+   EXPECT_EQ( header->clocks[0].realtime, 2'000'000'000 * second );
+   EXPECT_EQ( header->clocks[1].monotonic, second );
+   // The latest pair serves all records.
+   EXPECT_EQ( folder.records().at( 0 ).time, 1'999'999'998 * second );
 }
-
-INSTANTIATE_TEST_SUITE_P(
-   , AReadingOfTheClocks,
-   testing::Values( Attempts{ { 40, 20, 10, 4 }, 3 }, Attempts{ { 40, 4, 4, 10 }, 1 } ) );
 
 } // namespace

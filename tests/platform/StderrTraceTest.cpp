@@ -155,7 +155,7 @@ TEST_P( AControlCharacter, isWrittenAsANumberWhereverItStands ) {
 INSTANTIATE_TEST_SUITE_P(
    , AControlCharacter, testing::Values( Control{ '\t', "\\x09" }, Control{ '\x7f', "\\x7f" } ) );
 
-TEST( ATraceOnStderr, writesEachControlCharacterAsANumberAndNoOther ) {
+TEST( ATraceOnStderr, writesEachControlCharacterAndInvalidByteAsANumberAndNoOther ) {
    const std::string lines = stderrOf( [] {
       enable();
       for( int code = 1; code < 256; ++code ) {
@@ -167,7 +167,7 @@ TEST( ATraceOnStderr, writesEachControlCharacterAsANumberAndNoOther ) {
       char number[5];
       snprintf( number, sizeof number, "\\x%02x", static_cast< unsigned >( code ) );
       expected += "<xxxxxxxxxx";
-      expected += code < 32 || code == 127 ? number : std::string( 1, static_cast< char >( code ) );
+      expected += code < 32 || code >= 127 ? number : std::string( 1, static_cast< char >( code ) );
       expected += "xxxxxxxxxx>\n";
    }
    std::string texts;
@@ -243,12 +243,11 @@ TEST( ATraceOnStderr, isPrecededByItsPriorityUnderTheJournal ) {
       const std::string stream =
          std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
       setenv( "JOURNAL_STREAM", stream.c_str(), 1 );
-      enable();
-      TRACE( 0, "" );
-      TRACE( 6, "" );
-      TRACE( 31, "" );
+      setenv( "TESSEL_TRACE", "TracedProcess=*", 1 );
+      execl( TRACED_PROCESS, TRACED_PROCESS, static_cast< char* >( nullptr ) );
    } );
-   EXPECT_THAT( texts, testing::MatchesRegex( "<5>20[^\n]*\n<6>20[^\n]*\n<7>20[^\n]*\n" ) );
+   EXPECT_THAT(
+      texts, testing::MatchesRegex( "<5>20[^\n]*\n<5>20[^\n]*\n<7>20[^\n]*\n<7>20[^\n]*\n" ) );
 }
 
 TEST( ATraceOnStderr, hasNoPriorityWhereStderrIsNotTheJournal ) {

@@ -1,5 +1,6 @@
 // Text traces: levels, sinks, and what a trace does with its arguments.
 #include <platform/trace/Trace.h>
+#include <platform/value/String.h>
 
 #include <gtest/gtest.h>
 
@@ -64,15 +65,6 @@ TEST_F( ATextTrace, carriesItsOrigin ) {
    EXPECT_STREQ( capture.last.tag, "" );
 }
 
-TEST( TheOriginOfATrace, isLevelFileLineAndFunction ) {
-   const auto shortest = Tessel::Impl::originOf< 0, 1 >( "", "" );
-   EXPECT_EQ( std::string_view( shortest.data(), shortest.size() ), "0 :1 " );
-   const auto full = Tessel::Impl::originOf< 9, 99 >( "a", "f" );
-   EXPECT_EQ( std::string_view( full.data(), full.size() ), "9 a:99 f" );
-   const auto longer = Tessel::Impl::originOf< 31, 1090 >( "src/a.cpp", "handleDeleted" );
-   EXPECT_EQ( std::string_view( longer.data(), longer.size() ), "31 src/a.cpp:1090 handleDeleted" );
-}
-
 TEST_F( ATextTrace, isEmittedForAnEmptyFormat ) {
    TRACE( 8, "" );
    EXPECT_EQ( capture.texts, std::vector< std::string >{ "" } );
@@ -125,19 +117,6 @@ struct CountingText {
    }
    mutable int conversions = 0;
 };
-
-} // namespace
-
-template<>
-struct fmt::formatter< CountingText > : fmt::formatter< fmt::string_view > {
-   template< typename Context >
-   auto format( const CountingText& text, Context& context ) const {
-      const std::string_view view = text;
-      return fmt::formatter< fmt::string_view >::format( { view.data(), view.size() }, context );
-   }
-};
-
-namespace {
 
 TEST_F( ATextTrace, convertsNoArgumentWhenItsLevelIsOff ) {
    const CountingText text;

@@ -59,9 +59,8 @@ class AMalformedTraceEnvironment : public testing::TestWithParam< const char* > 
 TEST_P( AMalformedTraceEnvironment, isReportedOnceAndEnablesNothing ) {
    EXPECT_EQ(
       stderrOfTracedProcess( "TESSEL_TRACE", GetParam() ),
-      "TESSEL_TRACE has the malformed value \"" + std::string( GetParam() ) +
-         "\" and enables nothing; it is written like "
-         "\"Sodrel=5,8;SignalMonitor=*\"\n" );
+      "TESSEL_TRACE: ignored malformed value \"" + std::string( GetParam() ) +
+         "\": expected something like \"Sodrel=5,8;SignalMonitor=*\"\n" );
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -117,7 +116,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST( TheRingEnvironment, mayAskForTheLargestRing ) {
    EXPECT_EQ(
       stderrOfTracedProcess( "FENNET_TRACE", "/nowhere/at/all,1024M" ),
-      "Fennet: no trace file can be made in \"/nowhere/at/all\": No such file or directory; "
+      "Fennet: cannot create a trace file in \"/nowhere/at/all\": No such file or directory; "
       "the thread leaves no records\n" );
 }
 
@@ -126,8 +125,8 @@ class AMalformedRingEnvironment : public testing::TestWithParam< const char* > {
 TEST_P( AMalformedRingEnvironment, isReportedOnceAndTracesNothing ) {
    EXPECT_EQ(
       stderrOfTracedProcess( "FENNET_TRACE", GetParam() ),
-      "FENNET_TRACE has the malformed value \"" + std::string( GetParam() ) +
-         "\" and traces nothing; it is written like \"/var/tmp/traces,1M\"\n" );
+      "FENNET_TRACE: ignored malformed value \"" + std::string( GetParam() ) +
+         "\": expected something like \"/var/tmp/traces,1M\"\n" );
 }
 
 INSTANTIATE_TEST_SUITE_P(

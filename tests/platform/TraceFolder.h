@@ -2,6 +2,7 @@
 #pragma once
 
 #include <platform/trace/FennetHandle.h>
+#include <platform/trace/FileFormat.h>
 
 #include <fennet/Output.h>
 #include <fennet/TraceSet.h>

@@ -1,4 +1,6 @@
 // The handles of ring-buffer traces, and the operations that a trace point consists of.
+#include <platform/trace/MsgDesc.h>
+#include <platform/trace/RingBuf.h>
 #include <platform/trace/Trace.h>
 
 #include "TraceFolder.h"
@@ -92,7 +94,7 @@ TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    EXPECT_FALSE( file.describes( msgId ) );
    description.formatString().put( "p" );
    Fennet::msgDesc( description, "tag", "f", "<{}>" );
-   EXPECT_TRUE( description.finish() );
+   EXPECT_TRUE( description.finish( "F", 3 ) );
    EXPECT_TRUE( file.describes( msgId ) );
 
    const int id = msgId;
@@ -106,24 +108,6 @@ TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    ring.endMsg();
    EXPECT_EQ( folder.texts(), Texts{ "<text>" } );
    EXPECT_EQ( folder.records().at( 0 ).record.description->tag, "tag" );
-}
-
-TEST( AMessageDescription, isEmptyWhereNothingIsSaid ) {
-   const TraceFolder folder;
-   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
-   Fennet::TraceFile& file = *handle.mtTraceFile();
-   std::atomic< int > msgId = 0;
-   EXPECT_TRUE( Fennet::MsgDesc( file, msgId, "a.cpp", 7 ).finish() );
-   Fennet::RingBuf ring;
-   ring.startMsg( file, msgId );
-   ring.endMsg();
-   const auto records = folder.records();
-   const auto& description = *records.at( 0 ).record.description;
-   EXPECT_EQ( description.tag, "" );
-   EXPECT_EQ( description.function, "" );
-   EXPECT_EQ( description.format, "" );
-   EXPECT_EQ( description.facility, "" );
-   EXPECT_EQ( description.level, 0 );
 }
 
 TEST( ARecord, takesNothingMoreOnceAnArgumentWasRefused ) {
@@ -154,17 +138,17 @@ TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
    const TraceFolder folder;
    const DefaultHandle handle( folder );
    std::atomic< int > msgId = -1;
-   const Tessel::TracePoint point( "a.cpp", 7, "f", "", 8, traceFacility, msgId );
+   const Tessel::TracePoint point{ "a.cpp", 7, "f", "", 8, traceFacility, msgId };
    EXPECT_EXIT(
-      point.trace( "" ), testing::KilledBySignal( SIGABRT ),
-      "^src/platform/trace/Trace\\.cpp:[0-9]+: bool Tessel::TracePoint::describe: "
+      point.trace(), testing::KilledBySignal( SIGABRT ),
+      "^src/platform/trace/MsgDesc\\.cpp:[0-9]+: Fennet::MsgDesc::MsgDesc: "
       "Assertion `msgId_ >= 0' failed\\.\n$" );
 }
 
 TEST( ATracePoint, toleratesANegativeIdWhereNoRecordNeedsIt ) {
    std::atomic< int > msgId = -1;
-   const Tessel::TracePoint point( "a.cpp", 7, "f", "", 8, traceFacility, msgId );
-   point.trace( "" );
+   const Tessel::TracePoint point{ "a.cpp", 7, "f", "", 8, traceFacility, msgId };
+   point.trace();
 }
 
 } // namespace

@@ -86,14 +86,14 @@ TEST_F( ADamagedFile, holdsNothingBeforeItsMagicIsStored ) {
 TEST_F( ADamagedFile, mayHaveAHeaderOfNoPossibleSize ) {
    for( const std::uint32_t size : { 0U, 100U, 65537U, ~0U } ) {
       valueIs( offsetof( FileHeader, headerSize ), size );
-      EXPECT_EQ( textsOf( bytes ), Texts{ "damage at byte 8: no header has this size" } );
+      EXPECT_EQ( textsOf( bytes ), Texts{ "damage at byte 8: invalid header size" } );
    }
 }
 
 TEST_F( ADamagedFile, mayHaveARingOfNoPossibleSize ) {
    for( const std::uint32_t size : { 0U, 4096U, Fennet::minRingSize + 8, ~0U } ) {
       valueIs( offsetof( FileHeader, ringSize ), size );
-      EXPECT_EQ( textsOf( bytes ), Texts{ "damage at byte 12: no ring has this size" } );
+      EXPECT_EQ( textsOf( bytes ), Texts{ "damage at byte 12: invalid ring size" } );
    }
 }
 
@@ -105,7 +105,8 @@ TEST_F( ADamagedFile, mayHaveRecordsOutsideItsRing ) {
    for( const auto& [tail, end] : wrong ) {
       valueIs( offsetof( FileHeader, tail ), tail );
       valueIs( offsetof( FileHeader, end ), end );
-      EXPECT_EQ( textsOf( bytes ), Texts{ "damage at byte " + place + ": no records can lie so" } );
+      EXPECT_EQ(
+         textsOf( bytes ), Texts{ "damage at byte " + place + ": inconsistent positions" } );
    }
 }
 

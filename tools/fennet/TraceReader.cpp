@@ -202,36 +202,33 @@ bool TraceReader::readHeader( State& state ) {
    state.tail = field( offsetof( FileHeader, tail ), std::uint64_t{} );
    state.end = field( offsetof( FileHeader, end ), std::uint64_t{} );
    state.descriptionsSize = field( offsetof( FileHeader, descriptionsSize ), std::uint64_t{} );
-   const auto readings = field( offsetof( FileHeader, readings ), std::uint64_t{} );
-   lastReading_ = field(
-      offsetof( FileHeader, recent ) + readings % 2 * sizeof( ClockReading ), ClockReading{} );
+   const auto clockPairs = field( offsetof( FileHeader, clockPairs ), std::uint64_t{} );
+   clocks_ =
+      field( offsetof( FileHeader, clocks ) + clockPairs % 2 * sizeof( ClockPair ), ClockPair{} );
    if( begun() ) {
       return true;
    }
 
-   const auto headerSize = field( offsetof( FileHeader, headerSize ), std::uint32_t{} );
+   if( field( offsetof( FileHeader, headerSize ), std::uint32_t{} ) != headerSize ) {
+      damaged( offsetof( FileHeader, headerSize ), "invalid header size" );
+   }
    const auto ringSize = field( offsetof( FileHeader, ringSize ), std::uint32_t{} );
-   if( headerSize < sizeof( FileHeader ) || headerSize > maxHeaderSize ) {
-      damaged( offsetof( FileHeader, headerSize ), "no header has this size" );
-   }
    if( ringSize < minRingSize || ringSize > maxRingSize || !std::has_single_bit( ringSize ) ) {
-      damaged( offsetof( FileHeader, ringSize ), "no ring has this size" );
+      damaged( offsetof( FileHeader, ringSize ), "invalid ring size" );
    }
-   headerSize_ = headerSize;
    ringSize_ = ringSize;
    origin_.pid = field( offsetof( FileHeader, pid ), std::int32_t{} );
    origin_.tid = field( offsetof( FileHeader, tid ), std::int32_t{} );
    origin_.bootId = textOf( raw, offsetof( FileHeader, bootId ), sizeof( FileHeader::bootId ) );
    origin_.program = textOf( raw, offsetof( FileHeader, program ), sizeof( FileHeader::program ) );
-   firstReading_ = field( offsetof( FileHeader, first ), ClockReading{} );
    return true;
 }
 
 void TraceReader::readDescriptions( std::uint64_t size ) {
    if( size < descriptionsRead_ || size > maxDescriptionsSize ) {
-      damaged( offsetof( FileHeader, descriptionsSize ), "the descriptions have no such size" );
+      damaged( offsetof( FileHeader, descriptionsSize ), "invalid size of the descriptions" );
    }
-   std::uint64_t place = headerSize_ + ringSize_ + descriptionsRead_;
+   std::uint64_t place = headerSize + std::uint64_t{ ringSize_ } + descriptionsRead_;
    const std::string raw = readExactly( place, size - descriptionsRead_ );
    Bytes bytes( raw );
    while( !bytes.empty() ) {
@@ -254,9 +251,9 @@ void TraceReader::readDescriptions( std::uint64_t size ) {
 
 std::string TraceReader::readRing( std::uint64_t from, std::uint64_t to ) {
    const std::uint64_t start = from % ringSize_;
-   const std::uint64_t untilWrap = std::min( to - from, ringSize_ - start );
-   return readExactly( headerSize_ + start, untilWrap ) +
-          readExactly( headerSize_, to - from - untilWrap );
+   const std::uint64_t untilWrap = std::min< std::uint64_t >( to - from, ringSize_ - start );
+   return readExactly( headerSize + start, untilWrap ) +
+          readExactly( headerSize, to - from - untilWrap );
 }
 
 Record TraceReader::parseRecord( std::string_view raw, std::uint64_t place ) const {
@@ -266,7 +263,7 @@ Record TraceReader::parseRecord( std::string_view raw, std::uint64_t place ) con
    if( description == descriptions_.end() ) {
       damaged( place, "a record has the unknown message id " + std::to_string( head.msgId ) );
    }
-   Record record{ head.ticks, description->second, {}, false };
+   Record record{ head.time, description->second, {}, false };
    for( const std::string& code : description->second->codes ) {
       if( bytes.empty() ) {
          record.cut = true;
@@ -292,13 +289,13 @@ void TraceReader::read( const std::function< void( Record ) >& take ) {
    const auto check = []( const State& state, std::uint64_t ringSize ) {
       if( state.tail > state.end || state.end - state.tail > ringSize ||
           state.tail % recordAlignment != 0 || state.end % recordAlignment != 0 ) {
-         damaged( offsetof( FileHeader, tail ), "no records can lie so" );
+         damaged( offsetof( FileHeader, tail ), "inconsistent positions" );
       }
    };
    check( before, ringSize_ );
    std::uint64_t from = std::max( position_, before.tail );
    if( from > before.end ) {
-      damaged( offsetof( FileHeader, end ), "the records have become fewer" );
+      damaged( offsetof( FileHeader, end ), "end moved backwards" );
    }
    const std::string ring = readRing( from, before.end );
 
@@ -311,8 +308,9 @@ void TraceReader::read( const std::function< void( Record ) >& take ) {
    const std::uint64_t start = from;
    from = std::min( std::max( from, after.tail ), before.end );
 
-   while( from < before.end ) {
-      const std::uint64_t place = headerSize_ + from % ringSize_;
+   for( from = recordStart( from, ringSize_ ); from < before.end;
+        from = recordStart( from, ringSize_ ) ) {
+      const std::uint64_t place = headerSize + from % ringSize_;
       const std::string_view rest = std::string_view( ring ).substr( from - start );
       const auto head = Bytes( rest ).take< RecordHead >();
       if( !head || head->size < sizeof *head || head->size > maxRecordSize ||
@@ -323,7 +321,7 @@ void TraceReader::read( const std::function< void( Record ) >& take ) {
       from += alignedSize( head->size );
       position_ = from;
    }
-   position_ = std::max( position_, from );
+   position_ = std::max( position_, std::min( from, before.end ) );
 }
 
 } // namespace Fennet

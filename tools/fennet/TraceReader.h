@@ -38,7 +38,7 @@ struct Description {
 using Argument = std::variant< std::string, bool, std::int64_t, std::uint64_t >;
 
 struct Record {
-   std::uint64_t ticks = 0;
+   std::int64_t time = 0; // nanoseconds of CLOCK_MONOTONIC
    std::shared_ptr< const Description > description;
    std::vector< Argument > arguments; // those that found room; a text that lost its end has "..."
    bool cut = false;                  // whether anything is missing
@@ -61,11 +61,11 @@ class TraceReader {
       std::string bootId;
       std::string program;
    };
-   // Known, like the clock readings, once the file has begun.
-   [[nodiscard]] bool begun() const { return headerSize_ != 0; }
+   // Known, like the clocks, once the file has begun.
+   [[nodiscard]] bool begun() const { return ringSize_ != 0; }
    [[nodiscard]] const Origin& origin() const { return origin_; }
-   [[nodiscard]] const ClockReading& firstReading() const { return firstReading_; }
-   [[nodiscard]] const ClockReading& lastReading() const { return lastReading_; }
+   // The latest pair of clock readings.
+   [[nodiscard]] const ClockPair& clocks() const { return clocks_; }
 
    // Hands every record finished since the last call to `take`, the oldest first. Records that the
    // process has overwritten meanwhile are left out.
@@ -86,11 +86,9 @@ class TraceReader {
    [[nodiscard]] Record parseRecord( std::string_view bytes, std::uint64_t place ) const;
 
    ReadAt readAt_;
-   std::uint64_t headerSize_ = 0;
-   std::uint64_t ringSize_ = 0;
+   std::uint32_t ringSize_ = 0;
    Origin origin_;
-   ClockReading firstReading_{};
-   ClockReading lastReading_{};
+   ClockPair clocks_{};
    std::map< std::int32_t, std::shared_ptr< const Description > > descriptions_;
    std::uint64_t descriptionsRead_ = 0;
    std::uint64_t position_ = 0;

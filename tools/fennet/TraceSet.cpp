@@ -2,6 +2,7 @@
 #include "TraceSet.h"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <system_error>
 #include <utility>
@@ -12,42 +13,17 @@ namespace Fennet {
 
 namespace {
 
-// The clock of one boot: what its earliest and its latest reading say about ticks.
-class BootClock {
- public:
-   void add( const TraceReader& reader ) {
-      if( !known_ || reader.firstReading().ticks < first_.ticks ) {
-         first_ = reader.firstReading();
-      }
-      if( !known_ || reader.lastReading().ticks > last_.ticks ) {
-         last_ = reader.lastReading();
-      }
-      known_ = true;
+// The time of day, in nanoseconds since 1970, of a time on the monotonic clock; at most the largest
+// and at least 0, for a file may claim anything.
+std::int64_t timeOfDay( std::int64_t monotonic, const ClockPair& clocks ) {
+   std::int64_t sinceReading = 0;
+   std::int64_t time = 0;
+   if( __builtin_sub_overflow( monotonic, clocks.monotonic, &sinceReading ) ||
+       __builtin_add_overflow( clocks.realtime, sinceReading, &time ) ) {
+      return monotonic < clocks.monotonic ? 0 : std::numeric_limits< std::int64_t >::max();
    }
-
-   // Long double holds 64 bits, so nanoseconds since 1970 stay exact; clamped, for a file may claim
-   // anything.
-   [[nodiscard]] std::int64_t realtime( std::uint64_t ticks ) const {
-      const long double elapsed = distance( last_.ticks, ticks );
-      const long double span = distance( first_.ticks, last_.ticks );
-      const long double spanTime = static_cast< long double >( last_.monotonic ) -
-                                   static_cast< long double >( first_.monotonic );
-      const long double rate = span > 0 ? spanTime / span : 1;
-      const long double time = static_cast< long double >( last_.realtime ) + elapsed * rate;
-      constexpr long double year2262 = 9.2e18L;
-      return static_cast< std::int64_t >( std::clamp( time, 0.0L, year2262 ) );
-   }
-
- private:
-   static long double distance( std::uint64_t from, std::uint64_t to ) {
-      return to >= from ? static_cast< long double >( to - from )
-                        : -static_cast< long double >( from - to );
-   }
-
-   bool known_ = false;
-   ClockReading first_{};
-   ClockReading last_{};
-};
+   return std::max< std::int64_t >( time, 0 );
+}
 
 } // namespace
 
@@ -97,7 +73,9 @@ std::vector< TimedRecord > TraceSet::read() {
       addFolder( folder );
    }
    std::vector< TimedRecord > records;
-   std::map< std::string, BootClock > clocks;
+   // By boot: its latest pair of clock readings serves all its files, so that their records keep
+   // the order of the monotonic clock.
+   std::map< std::string, ClockPair > clocks;
    for( File& file : files_ ) {
       if( file.damaged ) {
          continue;
@@ -118,11 +96,15 @@ std::vector< TimedRecord > TraceSet::read() {
          complain_( error.what() );
       }
       if( file.reader.begun() ) {
-         clocks[file.reader.origin().bootId].add( file.reader );
+         ClockPair& latest =
+            clocks.try_emplace( file.reader.origin().bootId, file.reader.clocks() ).first->second;
+         if( file.reader.clocks().monotonic > latest.monotonic ) {
+            latest = file.reader.clocks();
+         }
       }
    }
    for( TimedRecord& record : records ) {
-      record.time = clocks[record.origin->bootId].realtime( record.record.ticks );
+      record.time = timeOfDay( record.record.time, clocks[record.origin->bootId] );
    }
    std::stable_sort(
       records.begin(), records.end(),

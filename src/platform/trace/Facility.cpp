@@ -2,6 +2,7 @@
 #include <platform/trace/Facility.h>
 
 #include <platform/trace/Line.h>
+#include <platform/value/LockedByForks.h>
 
 #include <charconv>
 #include <cstdlib>
@@ -10,13 +11,10 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace Orl {
 
 namespace {
-
-using LevelsByName = std::map< std::string, TraceLevels, std::less<> >;
 
 // Cuts the text before the first `separator` off `rest`, and the separator with it.
 std::string_view cutBefore( char separator, std::string_view& rest ) {
@@ -44,8 +42,8 @@ std::optional< TraceLevels > parseLevels( std::string_view text ) {
    return levels;
 }
 
-std::optional< LevelsByName > parseFacilities( std::string_view text ) {
-   LevelsByName facilities;
+std::optional< std::map< std::string, TraceLevels > > parseFacilities( std::string_view text ) {
+   std::map< std::string, TraceLevels > facilities;
    while( !text.empty() ) {
       std::string_view levelsText = cutBefore( ';', text );
       const std::string_view name = cutBefore( '=', levelsText );
@@ -58,58 +56,50 @@ std::optional< LevelsByName > parseFacilities( std::string_view text ) {
    return facilities;
 }
 
-LevelsByName levelsOfEnvironment() {
-   const char* const value = secure_getenv( "TESSEL_TRACE" );
-   const std::string_view text = value ? value : "";
-   if( auto facilities = parseFacilities( text ) ) {
-      return *std::move( facilities );
+// The shared levels of each facility. Elements are only added, so references to them stay valid.
+using Facilities = std::map< std::string, std::atomic< TraceLevels >, std::less<> >;
+
+Facilities* facilitiesOfEnvironment() {
+   const char* const text = secure_getenv( "TESSEL_TRACE" );
+   const auto parsed = parseFacilities( text ? text : "" );
+   if( !parsed ) {
+      Tessel::Impl::report(
+         std::string( "TESSEL_TRACE: ignored malformed value \"" ) + text +
+         "\": expected something like \"Sodrel=5,8;SignalMonitor=*\"" );
+      return new Facilities;
    }
-   Tessel::Impl::report( { "TESSEL_TRACE has the malformed value \"", text,
-                           "\" and enables nothing; it is written like "
-                           "\"Sodrel=5,8;SignalMonitor=*\"" } );
-   return {};
+   return new Facilities( parsed->begin(), parsed->end() );
 }
 
-// Never destroyed, because handles are used until the very end of the process.
-class Facilities {
- public:
-   static Facilities& instance() {
-      static auto* const facilities = new Facilities;
-      return *facilities;
-   }
+constinit std::mutex mutex;
+[[maybe_unused]] const bool mutexIsLockedByForks = Tessel::Impl::lockedByForks< mutex >();
+// Made by the first use and never destroyed: handles are used until the very end of the process.
+constinit Facilities* sharedLevels = nullptr;
 
-   std::atomic< TraceLevels >& levels( std::string_view name ) {
-      const std::scoped_lock lock( mutex_ );
-      const auto found = levels_.find( name );
-      return found != levels_.end() ? found->second : levels_[std::string( name )];
+std::atomic< TraceLevels >& levelsOf( std::string_view name ) {
+   const std::scoped_lock lock( mutex );
+   if( !sharedLevels ) {
+      sharedLevels = facilitiesOfEnvironment();
    }
-
- private:
-   Facilities() {
-      for( const auto& [name, levels] : levelsOfEnvironment() ) {
-         levels_[name] = levels;
-      }
-   }
-
-   std::mutex mutex_;
-   std::map< std::string, std::atomic< TraceLevels >, std::less<> > levels_;
-};
+   const auto found = sharedLevels->find( name );
+   return found != sharedLevels->end() ? found->second : ( *sharedLevels )[std::string( name )];
+}
 
 } // namespace
 
-TraceHandle::TraceHandle( const char* name, bool allLevels )
-   : name_( name ), levels_( &Facilities::instance().levels( name ) ) {
-   if( allLevels ) {
-      levelsIs( allTraceLevels );
-   }
+std::atomic< TraceLevels >& TraceHandle::find() const {
+   auto& levels = levelsOf( name_ );
+   // Release: who sees the pointer sees the levels behind it.
+   shared_.store( &levels, std::memory_order_release );
+   return levels;
 }
 
 TraceLevels traceLevels( std::string_view facility ) {
-   return Facilities::instance().levels( facility ).load( std::memory_order_relaxed );
+   return levelsOf( facility ).load( std::memory_order_relaxed );
 }
 
 void traceLevelsIs( std::string_view facility, TraceLevels levels ) {
-   Facilities::instance().levels( facility ).store( levels, std::memory_order_relaxed );
+   levelsOf( facility ).store( levels, std::memory_order_relaxed );
 }
 
 } // namespace Orl

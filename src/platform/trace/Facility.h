@@ -5,7 +5,7 @@
 //
 //    TESSEL_TRACE='Sodrel=5,8;SignalMonitor=*'
 //
-// A malformed value is reported once on standard error and enables nothing.
+// A malformed value is reported once on standard error and ignored.
 #pragma once
 
 #include <platform/Export.h>
@@ -16,39 +16,50 @@
 
 namespace Orl {
 
-// A set of levels: bit n stands for level n, 0 to 31.
+/// A set of levels: bit n stands for level n, 0 to 31.
 using TraceLevels = std::uint32_t;
 
-// Levels 0 to 31.
+/// Levels 0 to 31.
 inline constexpr TraceLevels allTraceLevels = ~TraceLevels{ 0 };
 
-// A named facility. All handles of one name share one set of levels, which lives until the
-// process ends; the handle itself has nothing to release.
-//
-// Thread: levels may be read and set by any thread while others trace. A change is seen soon,
-// and orders nothing else.
-class TESSEL_EXPORT TraceHandle {
+/// A named facility. All handles of one name share one set of levels, which lives until the
+/// process ends; the handle itself has nothing to release.
+///
+/// Thread: any thread may read and set levels while others trace. A change is seen soon, and
+/// orders nothing else.
+class TraceHandle {
  public:
-   // Opens the facility `name`, with every level enabled when `allLevels`, else with what the code
-   // or the environment has enabled for that name. Borrows the name.
-   TraceHandle( const char* name, bool allLevels );
+   /// A handle of the facility `name`. Enables every level of it if `allLevels`. Borrows the name.
+   constexpr TraceHandle( const char* name, bool allLevels ) : name_( name ) {
+      if( allLevels ) {
+         levelsIs( allTraceLevels );
+      }
+   }
 
-   // As given to the constructor.
+   /// As given to the constructor.
    [[nodiscard]] const char* name() const { return name_; }
-   // The levels that are enabled for all handles of the name.
-   [[nodiscard]] TraceLevels levels() const { return levels_->load( std::memory_order_relaxed ); }
-   // Enables these levels and no others, for all handles of the name.
-   void levelsIs( TraceLevels levels ) { levels_->store( levels, std::memory_order_relaxed ); }
-   // Whether a level is; `level` is 0 to 31.
+   /// The levels enabled in the facility.
+   [[nodiscard]] TraceLevels levels() const { return shared().load( std::memory_order_relaxed ); }
+   /// Enables these levels of the facility and no others.
+   void levelsIs( TraceLevels levels ) { shared().store( levels, std::memory_order_relaxed ); }
+   /// Returns whether a level, 0 to 31, is enabled.
    [[nodiscard]] bool enabled( int level ) const { return levels() >> level & 1; }
 
  private:
+   // Found by the first use, so that handles can be constants whose creation takes no lock.
+   std::atomic< TraceLevels >& shared() const {
+      auto* const found = shared_.load( std::memory_order_acquire );
+      return found ? *found : find();
+   }
+   TESSEL_EXPORT std::atomic< TraceLevels >& find() const;
+
    const char* name_;
-   std::atomic< TraceLevels >* levels_;
+   mutable std::atomic< std::atomic< TraceLevels >* > shared_ = nullptr;
 };
 
-// Read and set the levels of a facility, which need not have been used yet.
+/// Returns the levels enabled in a facility, which need not have been used yet.
 [[nodiscard]] TESSEL_EXPORT TraceLevels traceLevels( std::string_view facility );
+/// Enables these levels of a facility, which need not have been used yet, and no others.
 TESSEL_EXPORT void traceLevelsIs( std::string_view facility, TraceLevels levels );
 
 } // namespace Orl

@@ -1,50 +1,73 @@
-// The files of each thread, what a fork does to them, and the default handle.
+// The files of each thread, those of threads that have ended, and the default handle.
 #include <platform/trace/FennetHandle.h>
 
 #include <platform/trace/Line.h>
+#include <platform/trace/TraceFile.h>
+#include <platform/value/LockedByForks.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include <pthread.h>
+#include <unistd.h>
 
 namespace Fennet {
-
-constinit thread_local Impl::LastUsed Impl::lastUsed = {};
 
 namespace {
 
 constinit std::atomic< std::uint64_t > lastHandleNumber = 0;
 
-// Changed only in the child of a fork, while it has a single thread.
-constinit unsigned forks = 0;
+// The files that a process keeps of its ended threads.
+struct EndedFiles {
+   std::array< std::string, 64 > paths; // the oldest one stands at `next`
+   std::size_t next = 0;
+   pid_t pid = getpid();
+};
+constinit std::mutex endedMutex;
+[[maybe_unused]] const bool mutexIsLockedByForks = Tessel::Impl::lockedByForks< endedMutex >();
+// Never destroyed: threads may end until the very end of the process.
+EndedFiles& endedFiles = *new EndedFiles;
+
+// Keeps the file of a thread that ends, in the place of the oldest one.
+void keepEnded( std::string path ) {
+   const std::scoped_lock lock( endedMutex );
+   if( endedFiles.pid != getpid() ) {
+      // The files of the parent stay the parent's.
+      endedFiles = {};
+   }
+   std::swap( endedFiles.paths[endedFiles.next], path );
+   endedFiles.next = ( endedFiles.next + 1 ) % endedFiles.paths.size();
+   if( !path.empty() ) {
+      unlink( path.c_str() );
+   }
+}
 
 constinit thread_local bool threadEnds = false;
 
-// This thread's files by the number of their handle; null where none could be made.
+// The files of one thread by the number of their handle; null where none could be created.
 struct ThreadFiles {
    std::vector< std::pair< std::uint64_t, std::unique_ptr< TraceFile > > > files;
+   pid_t pid = 0;
 
    ~ThreadFiles() {
       threadEnds = true;
-      Impl::lastUsed = {};
+      for( const auto& [number, file] : files ) {
+         if( file && pid == getpid() ) {
+            keepEnded( file->path() );
+         }
+      }
    }
 };
 thread_local ThreadFiles threadFiles;
-
-// The files of the parent stay the parent's: the child drops its mappings of them.
-void forgetFilesAfterFork() {
-   ++forks;
-   Impl::lastUsed = {};
-   threadFiles.files.clear();
-}
 
 struct Settings {
    std::string folder;
@@ -72,15 +95,15 @@ std::optional< Settings > parseSettings( std::string_view text ) {
 
 // Never destroyed: threads trace until the very end of the process.
 TraceHandle* handleOfEnvironment() {
-   const char* text = secure_getenv( "FENNET_TRACE" );
+   const char* const text = secure_getenv( "FENNET_TRACE" );
    if( !text ) {
       return nullptr;
    }
    auto settings = parseSettings( text );
    if( !settings ) {
-      Tessel::Impl::report( { "FENNET_TRACE has the malformed value \"", text,
-                              "\" and traces nothing; it is written like "
-                              "\"/var/tmp/traces,1M\"" } );
+      Tessel::Impl::report(
+         std::string( "FENNET_TRACE: ignored malformed value \"" ) + text +
+         "\": expected something like \"/var/tmp/traces,1M\"" );
       return nullptr;
    }
    return new TraceHandle( std::move( settings->folder ), settings->ringSize, true );
@@ -93,8 +116,7 @@ constinit std::atomic< TraceHandle* > defaultFennetHandle = nullptr;
 namespace {
 
 [[maybe_unused]] const bool loaded = [] {
-   pthread_atfork( nullptr, nullptr, forgetFilesAfterFork );
-   // Release: whoever sees the handle sees it whole.
+   // Release: who sees the handle sees it whole.
    defaultFennetHandle.store( handleOfEnvironment(), std::memory_order_release );
    return true;
 }();
@@ -105,44 +127,51 @@ TraceHandle::TraceHandle( std::string folder, std::uint32_t ringSize, bool share
    : number_( lastHandleNumber.fetch_add( 1, std::memory_order_relaxed ) + 1 ),
      folder_( std::move( folder ) ),
      ringSize_( std::bit_ceil( std::clamp( ringSize, minRingSize, maxRingSize ) ) ),
-     shared_( shared ),
-     ownFileForks_( forks - 1 ) {}
+     shared_( shared ) {}
 
-TraceHandle::~TraceHandle() = default;
+TraceHandle::~TraceHandle() {
+   delete ownFile_;
+}
 
-TraceFile* TraceHandle::findTraceFile() {
+TraceFile* TraceHandle::mtTraceFile() {
    if( threadEnds ) {
       return nullptr;
    }
-   TraceFile* file = nullptr;
-   if( shared_ ) {
-      auto& files = threadFiles.files;
-      auto found = std::find_if(
-         files.begin(), files.end(), [&]( const auto& entry ) { return entry.first == number_; } );
-      if( found == files.end() ) {
-         found = files.emplace( files.end(), number_, makeTraceFile() );
+   // A child process, however it was made, drops its mappings of the parent's files.
+   const pid_t pid = getpid();
+   if( !shared_ ) {
+      if( ownFilePid_ != pid ) {
+         delete std::exchange( ownFile_, nullptr );
+         ownFilePid_ = pid;
+         ownFile_ = newTraceFile();
       }
-      file = found->second.get();
-   } else {
-      if( ownFileForks_ != forks ) {
-         ownFile_ = makeTraceFile();
-         ownFileForks_ = forks;
-      }
-      file = ownFile_.get();
+      return ownFile_;
    }
-   Impl::lastUsed = { number_, file };
-   return file;
+   if( threadFiles.pid != pid ) {
+      threadFiles.files.clear();
+      threadFiles.pid = pid;
+   }
+   auto& files = threadFiles.files;
+   auto found = std::find_if(
+      files.begin(), files.end(), [&]( const auto& entry ) { return entry.first == number_; } );
+   if( found == files.end() ) {
+      found = files.emplace( files.end(), number_, std::unique_ptr< TraceFile >() );
+      found->second.reset( newTraceFile() );
+   }
+   return found->second.get();
 }
 
-std::unique_ptr< TraceFile > TraceHandle::makeTraceFile() {
+// Null if no file can be created.
+TraceFile* TraceHandle::newTraceFile() {
    const Tessel::Impl::KeepErrno keepErrno;
    auto file = TraceFile::create( folder_, ringSize_ );
    // Relaxed: only the first to report counts.
    if( !file && !troubleReported_.exchange( true, std::memory_order_relaxed ) ) {
-      Tessel::Impl::report( { "Fennet: no trace file can be made in \"", folder_,
-                              "\": ", strerror( errno ), "; the thread leaves no records" } );
+      Tessel::Impl::report(
+         "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +
+         "; the thread leaves no records" );
    }
-   return file;
+   return file.release();
 }
 
 } // namespace Fennet

@@ -1,13 +1,14 @@
 // The layout of a ring-buffer trace file, shared by its writer and its readers.
 //
-//    header        headerSize bytes, a multiple of the page size
+//    header        headerSize bytes
 //    ring          ringSize bytes, a power of two: the records
 //    descriptions  from there to the end of the file: what each message id means
 //
 // Positions in the ring count bytes since the file's beginning and never wrap; a position's place
-// is its value modulo ringSize. The records from `tail` to `end` are whole; what lies elsewhere in
-// the ring means nothing. Likewise the first `descriptionsSize` bytes of descriptions are whole.
-// Numbers are in the byte order of the machine that wrote them.
+// is its value modulo ringSize. Records lie one behind the other, but none starts in the last
+// maxRecordSize bytes of the ring, so that none has to be split. The records from `tail` to `end`
+// are whole; what lies elsewhere in the ring means nothing. Likewise the first `descriptionsSize`
+// bytes of descriptions are whole. Numbers are in the byte order of the machine that wrote them.
 #pragma once
 
 #include <atomic>
@@ -17,27 +18,25 @@
 namespace Fennet {
 
 // Stored last when a file is made: a file without it holds nothing yet.
-inline constexpr std::uint64_t fileMagic = 0x0a31'5445'4e4e'4546; // "FENNET1\n" where it is native
+inline constexpr std::uint64_t fileMagic = 0x0a32'5445'4e4e'4546; // "FENNET2\n" where it is native
 
 // What a reader may expect, in bytes.
 inline constexpr std::uint32_t minRingSize = 64 << 10;
 inline constexpr std::uint32_t maxRingSize = 1 << 30;
-inline constexpr std::uint32_t maxHeaderSize = 64 << 10;
+inline constexpr std::uint32_t headerSize = 4096;
 inline constexpr std::uint64_t maxDescriptionsSize = 256 << 20;
 
 // No record is longer; it starts at a multiple of the alignment.
 inline constexpr std::uint32_t maxRecordSize = 4096;
 inline constexpr std::uint32_t recordAlignment = 8;
 
-// One moment as three clocks show it. Records carry ticks; two of these moments give the ticks'
-// rate, and the third clock the time of day.
-struct ClockReading {
-   std::uint64_t ticks;    // of the time stamp counter, or nanoseconds where there is none to use
-   std::int64_t monotonic; // nanoseconds
-   std::int64_t realtime;  // nanoseconds since 1970
+// One moment by both clocks, in nanoseconds: what turns the times of records into times of day.
+struct ClockPair {
+   alignas( 8 ) std::int64_t monotonic;
+   alignas( 8 ) std::int64_t realtime; // since 1970
 };
 
-// The head of a trace file.
+// The head of a trace file. The same on every architecture of one byte order.
 struct FileHeader {
    // What the file is, and who writes it.
    std::atomic< std::uint64_t > magic;
@@ -45,34 +44,39 @@ struct FileHeader {
    std::uint32_t ringSize;
    std::int32_t pid;
    std::int32_t tid;
-   char bootId[40];  // ticks of files with the same one can be compared; NUL-terminated
+   char bootId[40];  // times of files with the same one can be compared; NUL-terminated
    char program[64]; // NUL-terminated
 
-   // The earliest reading of the process, and the latest: `recent[ readings % 2 ]`.
-   ClockReading first;
-   ClockReading recent[2];
-   std::atomic< std::uint64_t > readings;
+   // The latest pair is `clocks[ clockPairs % 2 ]`. It is renewed as the ring moves on.
+   ClockPair clocks[2];
+   alignas( 8 ) std::atomic< std::uint64_t > clockPairs;
 
    // What is whole: records by their positions, descriptions by their size in bytes.
    alignas( 64 ) std::atomic< std::uint64_t > tail;
    std::atomic< std::uint64_t > end;
    std::atomic< std::uint64_t > descriptionsSize;
 };
-static_assert( sizeof( FileHeader ) <= 4096 );
+static_assert( sizeof( FileHeader ) == 256 && offsetof( FileHeader, tail ) == 192 );
 static_assert( std::atomic< std::uint64_t >::is_always_lock_free );
 
 // A record: this head, then the arguments in order, with no gaps: a string as its length in 16
 // bits and its characters, a bool as one byte, a number in its own size. Arguments that found no
 // room are missing at the end.
 struct RecordHead {
-   std::uint32_t size;  // with the head, before alignment
-   std::int32_t msgId;  // of the description
-   std::uint64_t ticks; // as in a ClockReading
+   std::uint32_t size;             // with the head, before alignment
+   std::int32_t msgId;             // of the description
+   alignas( 8 ) std::int64_t time; // nanoseconds of CLOCK_MONOTONIC
 };
 
-// The bytes from a record's start to the next one's.
+// The bytes that a record takes.
 constexpr std::uint32_t alignedSize( std::uint32_t size ) {
    return ( size + recordAlignment - 1 ) & ~( recordAlignment - 1 );
+}
+
+// Where the record starts that comes first at this position or behind it.
+constexpr std::uint64_t recordStart( std::uint64_t position, std::uint32_t ringSize ) {
+   const std::uint64_t rest = ringSize - position % ringSize;
+   return rest < maxRecordSize ? position + rest : position;
 }
 
 // Marks, in a string's length, that the string lost its end.

@@ -1,98 +1,99 @@
-// Composing a line and writing it.
+// Escaping texts, and writing lines without the signals that a write can raise.
 #include <platform/trace/Line.h>
 
-#include <algorithm>
-#include <cstddef>
+#include <climits>
 #include <cstdint>
-#include <cstring>
+#include <ctime>
 #include <iterator>
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 namespace Tessel::Impl {
 
 namespace {
 
-bool isControl( char c ) {
-   return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
-}
-
-// Whether one of eight characters is.
-bool hasControl( const char* eight ) {
-   constexpr std::uint64_t ones = 0x0101010101010101;
-   constexpr std::uint64_t tops = ones * 0x80;
-   std::uint64_t word = 0;
-   std::memcpy( &word, eight, sizeof word );
-   // A subtraction borrows a character's top bit where the character is less; only the lowest
-   // such character is certain, which is enough to know that there is one.
-   const std::uint64_t isDelete = word ^ ( ones * 0x7f );
-   const std::uint64_t controls = ( word - ones * 0x20 ) & ~word;
-   const std::uint64_t deletes = ( isDelete - ones ) & ~isDelete;
-   return ( ( controls | deletes ) & tops ) != 0;
-}
-
-// Looks at eight characters at a time: nearly every text has none.
-bool hasControl( std::string_view text ) {
-   constexpr std::size_t step = 8;
-   if( text.size() < step ) {
-      return std::any_of( text.begin(), text.end(), isControl );
+// Returns the length of the printable UTF-8 character at the beginning of the text, which is not
+// empty; 0 if there is none.
+std::size_t printableLength( std::string_view text ) {
+   const auto byte = [&]( std::size_t at ) { return static_cast< unsigned char >( text[at] ); };
+   const std::size_t length = byte( 0 ) < 0x80   ? 1
+                              : byte( 0 ) < 0xe0 ? 2
+                              : byte( 0 ) < 0xf0 ? 3
+                                                 : 4;
+   if( length > text.size() || ( byte( 0 ) >= 0x80 && byte( 0 ) < 0xc0 ) || byte( 0 ) > 0xf7 ) {
+      return 0;
    }
-   // The last eight overlap those before.
-   const char* const last = text.data() + text.size() - step;
-   for( const char* eight = text.data(); eight < last; eight += step ) {
-      if( hasControl( eight ) ) {
-         return true;
+   std::uint32_t character = length == 1 ? byte( 0 ) : byte( 0 ) & ( 0x7fU >> length );
+   for( std::size_t at = 1; at < length; ++at ) {
+      if( ( byte( at ) & 0xc0 ) != 0x80 ) {
+         return 0;
       }
+      character = character << 6 | ( byte( at ) & 0x3fU );
    }
-   return hasControl( last );
+   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 };
+   const bool isValid = character >= least[length - 1] && character <= 0x10ffff &&
+                        ( character < 0xd800 || character > 0xdfff );
+   const bool isControl = character < 0x20 || ( character >= 0x7f && character < 0xa0 );
+   return isValid && !isControl ? length : 0;
 }
 
 } // namespace
 
-void Line::putEscaped( std::string_view text ) noexcept {
-   if( !hasControl( text ) ) {
-      put( text );
-      return;
-   }
-   for( const char c : text ) {
-      if( isControl( c ) ) {
-         constexpr char digits[] = "0123456789abcdef";
-         const auto byte = static_cast< unsigned char >( c );
-         put( '\\', 'x', digits[byte >> 4], digits[byte & 15] );
+std::string escaped( std::string_view text ) {
+   std::string safe;
+   while( !text.empty() ) {
+      if( const std::size_t length = printableLength( text ) ) {
+         safe += text.substr( 0, length );
+         text.remove_prefix( length );
       } else {
-         put( c );
+         fmt::format_to(
+            std::back_inserter( safe ), "\\x{:02x}", static_cast< unsigned char >( text[0] ) );
+         text.remove_prefix( 1 );
       }
    }
+   return safe;
 }
 
-void Line::putWhatFits( std::string_view text ) noexcept {
-   const std::string_view kept = text.substr( 0, capacity - size_ );
-   cut_ = cut_ || kept.size() != text.size();
-   size_ = static_cast< std::size_t >( append( text_ + size_, kept ) - text_ );
+HeldSignal::HeldSignal( int signal ) noexcept {
+   sigset_t pending{};
+   sigpending( &pending );
+   wasPending_ = sigismember( &pending, signal ) == 1;
+   sigemptyset( &signals_ );
+   sigaddset( &signals_, signal );
+   pthread_sigmask( SIG_BLOCK, &signals_, &mask_ );
 }
 
-void Line::putWhatFits( int number ) noexcept {
-   char digits[mostDigits];
-   putWhatFits( std::string_view( digits, append( digits, number ) ) );
-}
-
-void Line::write() noexcept {
-   if( cut_ ) {
-      size_ += cutMark.copy( text_ + size_, cutMark.size() );
-   }
-   text_[size_++] = '\n';
-   // A line that standard error does not take is lost: there is no better place to say so.
-   while( ::write( STDERR_FILENO, text_, size_ ) < 0 && errno == EINTR ) {
-   }
-}
-
-void report( std::initializer_list< std::string_view > pieces ) noexcept {
+HeldSignal::~HeldSignal() {
    const KeepErrno keepErrno;
-   Line line;
-   for( const std::string_view piece : pieces ) {
-      line.putEscaped( piece );
+   if( !wasPending_ ) {
+      const timespec noTime{};
+      while( sigtimedwait( &signals_, nullptr, &noTime ) < 0 && errno == EINTR ) {
+      }
    }
-   line.write();
+   pthread_sigmask( SIG_SETMASK, &mask_, nullptr );
+}
+
+void writeLine( std::string line ) {
+   constexpr std::string_view cutMark = "...";
+   constexpr std::size_t capacity = PIPE_BUF - 1;
+   if( line.size() > capacity ) {
+      // Before the first byte of a character.
+      std::size_t end = capacity - cutMark.size();
+      while( end > 0 && ( line[end] & 0xc0 ) == 0x80 ) {
+         --end;
+      }
+      line.replace( end, std::string::npos, cutMark );
+   }
+   line += '\n';
+   const HeldSignal held( SIGPIPE );
+   while( ::write( STDERR_FILENO, line.data(), line.size() ) < 0 && errno == EINTR ) {
+   }
+}
+
+void report( std::string_view text ) {
+   const KeepErrno keepErrno;
+   writeLine( escaped( text ) );
 }
 
 } // namespace Tessel::Impl

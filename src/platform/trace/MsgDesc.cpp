@@ -1,7 +1,7 @@
 // Message ids and the bytes of a description.
 #include <platform/trace/MsgDesc.h>
 
-#include <cstring>
+#include <platform/value/Assert.h>
 
 namespace Fennet {
 
@@ -11,22 +11,12 @@ namespace {
 constinit std::atomic< int > lastMsgId = 0;
 
 int idOf( std::atomic< int >& msgId ) {
+   // Relaxed: an id carries no other data with it. The loser of a race takes the winner's id, and
+   // the number drawn in vain stays unused.
    int id = msgId.load( std::memory_order_relaxed );
-   if( id == 0 ) {
-      // Relaxed: an id carries no other data with it. The loser of a race takes the winner's id,
-      // and the number drawn in vain stays unused.
-      const int drawn = lastMsgId.fetch_add( 1, std::memory_order_relaxed ) + 1;
-      if( msgId.compare_exchange_strong( // GCOVR_EXCL_BR_LINE: a race
-             id, drawn, std::memory_order_relaxed ) ) {
-         id = drawn;
-      }
-   }
-   return id;
-}
-
-template< typename Value >
-void appendBytes( std::string& bytes, const Value& value ) {
-   bytes.append( reinterpret_cast< const char* >( &value ), sizeof value );
+   const int drawn = id == 0 ? lastMsgId.fetch_add( 1, std::memory_order_relaxed ) + 1 : id;
+   return id != 0 || !msgId.compare_exchange_strong( id, drawn, std::memory_order_relaxed ) ? id
+                                                                                            : drawn;
 }
 
 } // namespace
@@ -39,35 +29,33 @@ void MsgFormatString::put( std::string_view code ) {
 }
 
 MsgDesc::MsgDesc( TraceFile& file, std::atomic< int >& msgId, const char* sourceFile, int line )
-   : file_( file ), msgId_( idOf( msgId ) ), sourceFile_( sourceFile ), line_( line ) {}
-
-void MsgDesc::facilityIs( const char* facility, int level ) {
-   facility_ = facility;
-   level_ = level;
+   : file_( file ), msgId_( idOf( msgId ) ), line_( line ) {
+   TESSEL_ASSERT( msgId_ >= 0, "Fennet::MsgDesc::MsgDesc" );
+   append( sourceFile );
 }
 
-bool MsgDesc::finish() {
-   std::string bytes;
-   DescriptionHead head{ 0, msgId_, line_, level_ };
-   appendBytes( bytes, head );
-   const std::string_view texts[descriptionStrings] = { sourceFile_, formatString_.codes(),
-                                                        tag_,        function_,
-                                                        format_,     facility_ };
-   for( const std::string_view text : texts ) {
-      const std::string_view kept = text.substr( 0, maxDescriptionText );
-      appendBytes( bytes, static_cast< std::uint16_t >( kept.size() ) );
-      bytes += kept;
-   }
-   head.size = static_cast< std::uint32_t >( bytes.size() );
-   std::memcpy( bytes.data(), &head, sizeof head );
-   file_.descriptionIs( msgId_, bytes );
-   return file_.describes( msgId_ );
+void MsgDesc::append( std::string_view text ) {
+   text = text.substr( 0, maxDescriptionText );
+   const auto size = static_cast< std::uint16_t >( text.size() );
+   texts_.append( reinterpret_cast< const char* >( &size ), sizeof size );
+   texts_ += text;
 }
 
 void msgDesc( MsgDesc& description, const char* tag, const char* function, const char* format ) {
-   description.tag_ = tag;
-   description.function_ = function;
-   description.format_ = format;
+   for( const std::string_view text :
+        { std::string_view( description.formatString_.codes() ), std::string_view( tag ),
+          std::string_view( function ), std::string_view( format ) } ) {
+      description.append( text );
+   }
+}
+
+bool MsgDesc::finish( const char* facility, int level ) {
+   append( facility );
+   DescriptionHead head{ 0, msgId_, line_, level };
+   head.size = static_cast< std::uint32_t >( sizeof head + texts_.size() );
+   file_.descriptionIs(
+      msgId_, std::string( reinterpret_cast< const char* >( &head ), sizeof head ) + texts_ );
+   return file_.describes( msgId_ );
 }
 
 } // namespace Fennet

@@ -1,7 +1,6 @@
 // Describing a trace point in a trace file, so that its records need to hold nothing but an id.
 #pragma once
 
-#include <platform/Export.h>
 #include <platform/trace/TraceFile.h>
 
 #include <atomic>
@@ -15,7 +14,7 @@ namespace Fennet {
 class MsgFormatString {
  public:
    // Appends the code of the next argument.
-   TESSEL_EXPORT void put( std::string_view code );
+   void put( std::string_view code );
    // All codes, separated by spaces. Borrowed.
    [[nodiscard]] const std::string& codes() const { return codes_; }
 
@@ -23,39 +22,36 @@ class MsgFormatString {
    std::string codes_;
 };
 
-// The description of one trace point, until it is finished.
+// The description of one trace point while it is composed.
 //
-// Borrows the file and all texts. Thread: the file's.
-class TESSEL_EXPORT MsgDesc {
+// Borrows the file. Thread: the file's.
+class MsgDesc {
  public:
-   // Gives the trace point its id when it has none, whichever thread comes first.
+   // Gives the trace point an id if it has none, whichever thread comes first.
+   //
+   // Ends the process if the id is negative.
    MsgDesc( TraceFile& file, std::atomic< int >& msgId, const char* sourceFile, int line );
 
-   // The codes of the arguments, to be put one by one.
+   // The codes of the arguments, to be put one by one before msgDesc.
    MsgFormatString& formatString() { return formatString_; }
-   // Sets the facility that the trace point stands in, and its level.
-   void facilityIs( const char* facility, int level );
-   // Registers the description in the file; true when the file describes the message now.
-   bool finish();
+   // Registers the description in the file, with the facility that the trace point stands in and
+   // its level. Returns whether the file describes the message now.
+   bool finish( const char* facility, int level );
 
-   friend TESSEL_EXPORT void
+   friend void
    msgDesc( MsgDesc& description, const char* tag, const char* function, const char* format );
 
  private:
+   void append( std::string_view text );
+
    TraceFile& file_;
    const int msgId_;
-   const char* const sourceFile_;
    const int line_;
    MsgFormatString formatString_;
-   const char* tag_ = "";
-   const char* function_ = "";
-   const char* format_ = "";
-   const char* facility_ = "";
-   int level_ = 0;
+   std::string texts_; // as they stand in the file
 };
 
-// Sets what a message says: an own tag, the function it stands in and its format.
-TESSEL_EXPORT void
-msgDesc( MsgDesc& description, const char* tag, const char* function, const char* format );
+// Sets a message's tag, the function it stands in, and its format.
+void msgDesc( MsgDesc& description, const char* tag, const char* function, const char* format );
 
 } // namespace Fennet

@@ -3,77 +3,99 @@
 
 #include <platform/Export.h>
 #include <platform/trace/Facility.h>
-#include <platform/trace/StringFormatter.h>
 
-#include <iterator>
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
 #include <string_view>
+#include <type_traits>
+#include <variant>
 
 namespace Tessel {
 
-// One text trace with its origin. Everything is borrowed for the length of the call.
+/// One text trace with its origin. Borrows everything for the length of the call.
 struct TextTrace {
-   // The facility's name, the level, the place in the source, an own tag or "", and the text.
-   const char* facility;
-   int level;
-   const char* file;
-   const char* function;
-   int line;
-   const char* tag;
-   std::string_view text;
+   const char* facility;  ///< the facility's name
+   int level;             ///< 0 to 31
+   const char* file;      ///< the source file, from src/ on
+   const char* function;  ///< the function's plain name
+   int line;              ///< in the source file
+   const char* tag;       ///< "" for every TRACE
+   std::string_view text; ///< may hold anything, control characters included
 };
 
-// Where text traces go.
+/// Where text traces go.
 class TESSEL_EXPORT TraceSink {
  public:
-   // Takes one trace. What it throws reaches the traced operation.
-   // Thread: called on the tracing thread, by several threads at a time.
+   /// Takes one trace. What it throws reaches the traced operation.
+   ///
+   /// Thread: runs on the tracing thread, on several threads at a time.
    virtual void traceIs( const TextTrace& trace ) = 0;
 
  protected:
    ~TraceSink() = default;
 };
 
-// Sends the text traces that follow to `sink`; null sends them to standard error, one line each:
-//
-//    2026-11-21T02:32:38.123456Z 4711 Sodrel/8 src/Sodrel/Sodrel.cpp:57 managerCall: Call ...
-//
-// with the time in UTC, the thread's id and the facility with the level. Under the journal each
-// line is preceded by its priority. A line longer than PIPE_BUF is cut.
-// Gives the sink until now, null for standard error.
-// Borrows the sink, which must outlive every trace that began before it was replaced.
-// Thread: any.
+/// Sends the text traces that follow to `sink`; null sends them to standard error, one line each:
+///
+///     2026-11-21T02:32:38.123456Z 4711 Sodrel/8 src/Sodrel/Sodrel.cpp:57 managerCall: Call ...
+///
+/// with the time in UTC, the thread's id and the facility with the level. Control characters and
+/// invalid UTF-8 are written as \xHH. Under the journal each line starts with its priority. A line
+/// longer than PIPE_BUF is cut.
+///
+/// Returns the previous sink, null for standard error.
+/// Borrows the sink, which must outlive every trace that began before it was replaced.
+/// Thread: any.
 TESSEL_EXPORT TraceSink* traceSinkIs( TraceSink* sink ) noexcept;
 
 namespace Impl {
 
-// Hands a finished text with its origin to the sink. `origin` is "LEVEL FILE:LINE FUNCTION" where
-// that was joined beforehand, else empty.
-TESSEL_EXPORT void vfmtrace( const TextTrace& trace, std::string_view origin );
+// One argument, whatever its type is in the code. Borrows a string.
+using TraceArg =
+   std::variant< std::string_view, bool, std::int32_t, std::uint32_t, std::int64_t, std::uint64_t >;
+
+template< typename T >
+concept Character = std::same_as< T, char > || std::same_as< T, wchar_t > ||
+   std::same_as< T, char8_t > || std::same_as< T, char16_t > || std::same_as< T, char32_t >;
+
+template< typename T >
+TraceArg traceArg( const T& arg ) {
+   if constexpr( std::convertible_to< const T&, const char* > ) {
+      const char* const text = arg;
+      return std::string_view( text ? text : "" );
+   } else if constexpr( std::convertible_to< const T&, std::string_view > ) {
+      return std::string_view( arg );
+   } else if constexpr( std::same_as< T, bool > ) {
+      return arg;
+   } else {
+      static_assert(
+         std::integral< T > && !Character< T >,
+         "an argument of a trace is a string, a bool or an integer" );
+      constexpr bool narrow = sizeof( T ) <= sizeof( std::int32_t );
+      using Signed = std::conditional_t< narrow, std::int32_t, std::int64_t >;
+      using Unsigned = std::conditional_t< narrow, std::uint32_t, std::uint64_t >;
+      return std::conditional_t< std::is_signed_v< T >, Signed, Unsigned >( arg );
+   }
+}
+
+// Formats the text and hands it with its origin to the sink.
+TESSEL_EXPORT void
+vfmtrace( TextTrace trace, std::string_view format, std::initializer_list< TraceArg > arguments );
 
 } // namespace Impl
 
-// Formats one text trace and hands it to the sink, whether or not its level is enabled. `origin` is
-// "LEVEL FILE:LINE FUNCTION" where that was joined beforehand, else empty.
-//
-// Throws fmt::format_error when the format and the arguments do not fit.
-template< typename... Args >
-void fmtrace(
-   std::string_view origin, const Orl::TraceHandle& handle, int level, const char* file,
-   const char* function, int line, const char* tag, std::string_view format, const Args&... args ) {
-   fmt::memory_buffer text;
-   fmt::vformat_to(
-      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
-      fmt::make_format_args( args... ) );
-   Impl::vfmtrace(
-      { handle.name(), level, file, function, line, tag, { text.data(), text.size() } }, origin );
-}
-
-// Likewise, for a trace whose origin is not joined yet.
+/// Formats one text trace with {fmt} and hands it to the sink, whether or not its level is enabled.
+///
+/// Arguments are strings, bools and integers; a null C string is an empty one.
+/// Throws fmt::format_error if the format and the arguments do not fit.
 template< typename... Args >
 void fmtrace(
    const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
    const char* tag, std::string_view format, const Args&... args ) {
-   fmtrace( "", handle, level, file, function, line, tag, format, args... );
+   Impl::vfmtrace(
+      { handle.name(), level, file, function, line, tag, "" }, format,
+      { Impl::traceArg( args )... } );
 }
 
 } // namespace Tessel

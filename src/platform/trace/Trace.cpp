@@ -1,19 +1,48 @@
-// The first record of a trace point in a file: its description.
+// The record of a trace point, and before the first one in a file its description.
 #include <platform/trace/Trace.h>
 
-#include <platform/value/Assert.h>
+#include <platform/trace/Line.h>
+#include <platform/trace/MsgDesc.h>
+#include <platform/trace/RingBuf.h>
+
+#include <array>
 
 namespace Tessel {
 
-bool TracePoint::describe( Fennet::TraceFile& file, std::span< const char* const > codes ) const {
-   TESSEL_ASSERT( msgId_ >= 0, "bool Tessel::TracePoint::describe" );
-   Fennet::MsgDesc description( file, msgId_, file_, line_ );
-   for( const char* code : codes ) {
-      description.formatString().put( code );
+namespace {
+
+// The codes of the alternatives of an argument, in their order.
+constexpr std::array codes{ "p", "b", "si", "ui", "sl", "ul" };
+static_assert( codes.size() == std::variant_size_v< Impl::TraceArg > );
+
+} // namespace
+
+void TracePoint::record( std::initializer_list< Impl::TraceArg > arguments ) const {
+   const Impl::KeepErrno keepErrno;
+   // Acquire: the handle was published whole.
+   auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire );
+   Fennet::TraceFile* const records = handle ? handle->mtTraceFile() : nullptr;
+   if( !records ) {
+      return;
    }
-   Fennet::msgDesc( description, "", function_, format_ );
-   description.facilityIs( facility_().name(), level_ );
-   return description.finish();
+   if( !records->describes( msgId ) ) {
+      Fennet::MsgDesc description( *records, msgId, file, line );
+      for( const Impl::TraceArg& argument : arguments ) {
+         description.formatString().put( codes.at( argument.index() ) );
+      }
+      Fennet::msgDesc( description, "", function, format );
+      if( !description.finish( facility.name(), level ) ) {
+         return;
+      }
+   }
+   Fennet::RingBuf ring;
+   ring.startMsg( *records, msgId );
+   for( const Impl::TraceArg& argument : arguments ) {
+      if( !std::visit( [&]( const auto& value ) { return put( ring, value ); }, argument ) ) {
+         break;
+      }
+   }
+   ring.endMsg();
 }
 
 } // namespace Tessel

@@ -1,8 +1,7 @@
-// Ring-buffer trace files: what one thread has to say lately, kept in the page cache, so that the
-// end of the process, however sudden, loses no finished record.
+// Ring-buffer trace files: what one thread traced most recently, kept in the page cache, so that
+// the end of the process, however sudden, loses no finished record.
 #pragma once
 
-#include <platform/Export.h>
 #include <platform/trace/FileFormat.h>
 
 #include <array>
@@ -13,84 +12,62 @@
 #include <string_view>
 #include <vector>
 
-#if defined( __x86_64__ )
-#include <x86intrin.h>
-#endif
-
 namespace Fennet {
 
-class RingBuf;
+std::int64_t nanoseconds( clockid_t clock );
 
-namespace Impl {
-
-inline std::int64_t nanoseconds( clockid_t clock ) {
-   timespec now{};
-   clock_gettime( clock, &now );
-   return std::int64_t{ now.tv_sec } * 1'000'000'000 + now.tv_nsec;
-}
-
-} // namespace Impl
-
-// One file with its ring, written by one thread, mapped for as long as the object lives. The file
-// stays behind, readable, when it goes.
+// One file with its ring, written by one thread and mapped as long as the object lives. The file
+// stays behind, readable. Other programs can write to it: nothing is ever read back from it.
 //
 // Thread: one at a time. Not for signal handlers, which could interrupt a record of their thread.
-class TESSEL_EXPORT TraceFile {
+class TraceFile {
  public:
-   // Makes a new file for the calling thread in `folder`, named PID-TID.N.fennet, readable by its
-   // user only. All its space is taken here, so that no later record can lack it.
+   // Creates a file for the calling thread in `folder`, named PID-TID.N.fennet, with mode 0600. All
+   // its space is allocated here, so no later record can run out of space.
    // `ringSize` is a power of two from minRingSize to maxRingSize.
-   // Gives null, with the reason in errno, when the file cannot be made.
+   // Returns null and sets errno if the file cannot be created.
    static std::unique_ptr< TraceFile > create( const std::string& folder, std::uint32_t ringSize );
 
    ~TraceFile();
    TraceFile( const TraceFile& ) = delete;
    TraceFile& operator=( const TraceFile& ) = delete;
 
-   // Whether the file has a place for this trace point's records: true once it is described.
+   [[nodiscard]] const std::string& path() const { return path_; }
+
+   // Returns whether the file can take this trace point's records: true once it is described.
    [[nodiscard]] bool describes( int msgId ) const {
       const auto index = static_cast< std::size_t >( msgId );
-      return index < described_.size() && described_[index] == Described::yes;
+      return index < described_.size() && described_[index];
    }
-
-   // Appends the description of a message that the file does not describe yet. When the disk
-   // takes no more, says so once and describes nothing from then on.
+   // Appends the description of a message that the file does not describe yet. If the disk takes
+   // no more, reports that once and describes nothing from then on.
    void descriptionIs( int msgId, std::string_view description );
 
- private:
-   friend RingBuf;
-   enum class Described : std::uint8_t { no, yes };
+   // Returns maxRecordSize bytes for the next record, after letting the oldest ones go as needed.
+   std::byte* nextRecord();
+   // Makes the next record, of that many bytes, part of the file.
+   void recordIs( std::uint32_t size );
 
-   // The ring is overwritten in pieces: its oldest block goes at once.
+ private:
+   // The ring is overwritten in blocks: the oldest one goes at once.
    static constexpr std::size_t blocks = 32;
 
-   TraceFile( int fd, std::byte* mapping, std::uint32_t headerSize, std::uint32_t ringSize );
-
-   [[nodiscard]] std::uint64_t ticks() const {
-#if defined( __x86_64__ )
-      if( tsc_ ) {
-         return __rdtsc();
-      }
-#endif
-      return static_cast< std::uint64_t >( Impl::nanoseconds( CLOCK_MONOTONIC ) );
-   }
+   TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_t ringSize );
    void makeRoom();
-   void readClocks();
+   void clocksAre();
 
-   FileHeader* header_;
-   std::byte* ring_;         // followed by a second mapping of its beginning
-   std::uint64_t end_ = 0;   // the header's, which is only written
-   std::uint64_t blockEnd_;  // a record that starts there or later needs room made first
-   std::uint64_t clocksDue_; // the ticks after which to read the clocks again
-   std::uint64_t mask_;
-   // The constant's value where compilers cannot see it: knowing the most that a text may have,
-   // some copy it by string instructions, which take longer than all the rest of a record.
-   std::uint32_t recordRoom_ = maxRecordSize;
-   bool tsc_;
-   std::vector< Described > described_;
+   const std::string path_;
+   const int fd_;
+   const std::uint32_t ringSize_;
+   FileHeader* const header_; // only written
+   std::byte* const ring_;
+   std::uint64_t end_ = 0;  // the position behind the last record
+   std::uint64_t blockEnd_; // a record that starts there or later needs room made first
    std::array< std::uint64_t, blocks > blockStarts_ = {};
    std::size_t lastBlock_ = 1; // the one that starts at 0
-   int fd_;
+   std::uint64_t clockPairs_ = 0;
+   std::uint64_t descriptionsSize_ = 0;
+   std::vector< bool > described_; // by message id
    bool full_ = false;
 };
 
