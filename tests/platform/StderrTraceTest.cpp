@@ -1,218 +1,133 @@
 // What a traced process writes to its standard error.
+#include <platform/trace/Line.h>
 #include <platform/trace/Trace.h>
 
-#include "Stderr.h"
+#include "Process.h"
+#include "TraceFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
+#include <climits>
+#include <csignal>
 #include <limits>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-namespace PlatformTest {
+namespace SodrelTest {
 namespace {
 
 TRACE_FACILITY( "StderrTraceTest" );
-
-// What stands for itself in a line whose time, thread and place vary: the thread's id as THREAD.
-std::string withoutTime( const std::string& line ) {
-   const std::size_t start = line.find( 'Z' );
-   return start == std::string::npos ? line : line.substr( start + 1 );
-}
 
 void enable() {
    Orl::traceLevelsIs( "StderrTraceTest", Orl::allTraceLevels );
 }
 
+void traceInFull( const char* facility, const char* file, const std::string& text ) {
+   constexpr int least = std::numeric_limits< int >::min();
+   const Orl::TraceHandle handle( facility, false );
+   Tessel::fmtrace( handle, 31, file, "f", least, "tag", "{}", text );
+}
+
 TEST( ATraceOnStderr, isOneLineWithTimeThreadFacilityPlaceOperationAndText ) {
-   const std::string line = stderrOf( [] {
+   const std::string lines = stderrOf( [] {
       enable();
       TRACE( 8, "Get {}", "Id" );
+      TRACE( 8, "" );
+      traceInFull( "Own", "a.cpp", "text" );
    } );
+   const std::string start =
+      "20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-5][0-9]\\.[0-9]{6}Z [0-9]+ ";
+   const std::string place = "StderrTraceTest/8 .*StderrTraceTest\\.cpp:[0-9]+ operator\\(\\)";
    EXPECT_THAT(
-      line,
-      testing::MatchesRegex( "20[0-9][0-9]-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-5][0-9]"
-                             "\\.[0-9]{6}Z [0-9]+ StderrTraceTest/8 .*StderrTraceTest\\.cpp:[0-9]+ "
-                             "operator\\(\\): Get Id\n" ) );
+      lines, testing::MatchesRegex(
+                start + place + ": Get Id\n" + start + place + "\n" + start +
+                "Own/31 a\\.cpp:-2147483648 f \\[tag\\]: text\n" ) );
 }
 
 TEST( ATraceOnStderr, namesTheThreadOfAForkedChild ) {
-   const std::string texts = stderrOf( [] {
-      enable();
-      TRACE( 8, "parent {}", gettid() );
-      const pid_t child = fork();
-      if( child == 0 ) {
-         TRACE( 8, "child {}", gettid() );
-         _exit( 0 );
-      }
-      waitpid( child, nullptr, 0 );
-   } );
-   EXPECT_THAT(
-      texts, testing::ContainsRegex( "Z ([0-9]+) [^\n]*: parent [0-9]+\n.*Z ([0-9]+) .*child" ) );
-   for( std::size_t at = 0; at < texts.size(); at = texts.find( '\n', at ) + 1 ) {
-      const std::string line = withoutTime( texts.substr( at, texts.find( '\n', at ) - at ) );
-      const std::string shown = line.substr( 1, line.find( ' ', 1 ) - 1 );
-      EXPECT_EQ( shown, line.substr( line.rfind( ' ' ) + 1 ) );
-   }
-}
-
-TEST( ATraceOnStderr, hasTheTimeOfItsCall ) {
-   const auto now = [] {
-      timespec time{};
-      clock_gettime( CLOCK_REALTIME, &time );
-      char text[40];
-      std::strftime( text, sizeof text, "%Y-%m-%dT%H:%M:%S.", std::gmtime( &time.tv_sec ) );
-      const std::string micros = std::to_string( 1'000'000 + time.tv_nsec / 1000 );
-      return text + micros.substr( 1 ) + "Z";
-   };
-   // Often enough to meet all parts of a second.
-   for( int i = 0; i < 20; ++i ) {
-      const std::string before = now();
-      const std::string line = stderrOf( [] {
-         enable();
-         TRACE( 8, "" );
-      } );
-      const std::string time = line.substr( 0, line.find( ' ' ) );
-      EXPECT_GE( time, before );
-      EXPECT_LE( time, now() );
-   }
-}
-
-TEST( ATraceOnStderr, showsNoTextPartForAnEmptyFormat ) {
-   const std::string line = stderrOf( [] {
+   const std::string lines = stderrOf( [&] {
       enable();
       TRACE( 8, "" );
+      EXPECT_EQ( statusOf( [] { TRACE( 8, "{} is the child", gettid() ); } ), 0 );
    } );
-   EXPECT_THAT( line, testing::EndsWith( " operator()\n" ) );
+   const std::string line = lines.substr( lines.find( '\n' ) + 1 );
+   const std::string thread = line.substr( line.find( ' ' ) + 1 );
+   const std::string text = line.substr( line.rfind( ": " ) + 2 );
+   EXPECT_EQ( thread.substr( 0, thread.find( ' ' ) ), text.substr( 0, text.find( ' ' ) ) );
 }
 
-TEST( ATraceOnStderr, showsAnOwnTag ) {
-   const std::string line = stderrOf( [] {
-      const Orl::TraceHandle handle( "Own", false );
-      Tessel::fmtrace( handle, 3, "a.cpp", "f", 7, "tag", "text" );
-   } );
-   EXPECT_THAT( line, testing::MatchesRegex( ".*Z [0-9]+ Own/3 a\\.cpp:7 f \\[tag\\]: text\n" ) );
+TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
+   const std::pair< std::string, std::string > texts[]{
+      { "", "" },
+      { "a\nb\t\x1b[2J\x7f", "a\\x0ab\\x09\\x1b[2J\\x7f" },
+      { std::string( 1, '\0' ), "\\x00" },
+      { " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80" },
+      // The first and last characters of each length, and what lies beside them.
+      { "\xc2\x80 \xc2\x9b \xc2\x9f \xc2\xa0", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f \xc2\xa0" },
+      { "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf", "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf" },
+      { "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf" },
+      { "\xc1\xbf", "\\xc1\\xbf" },
+      { "\xe0\x9f\xbf", "\\xe0\\x9f\\xbf" },
+      { "\xf0\x8f\xbf\xbf", "\\xf0\\x8f\\xbf\\xbf" },
+      { "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80" },
+      { "\xed\x9f\xbf\xed\xa0\x80\xed\xbf\xbf\xee\x80\x80",
+        "\xed\x9f\xbf\\xed\\xa0\\x80\\xed\\xbf\\xbf\xee\x80\x80" },
+      // Bytes that begin nothing, and characters that lack their end.
+      { "\x80 \x9b \xbf \xf8 \xff", "\\x80 \\x9b \\xbf \\xf8 \\xff" },
+      { "\xc3", "\\xc3" },
+      { "\xe2\x82", "\\xe2\\x82" },
+      { "\xe2\x82x\xc3x", "\\xe2\\x82x\\xc3x" },
+   };
+   for( const auto& [text, shown] : texts ) {
+      EXPECT_EQ( Tessel::Impl::escaped( text ), shown );
+   }
 }
 
-TEST( ATraceOnStderr, showsEachNumberWhole ) {
-   const std::string line = stderrOf( [] {
-      const Orl::TraceHandle handle( "Own", false );
-      constexpr int least = std::numeric_limits< int >::min();
-      Tessel::fmtrace( handle, least, "a.cpp", "f", least, "", "text" );
-   } );
-   EXPECT_THAT( line, testing::EndsWith( " Own/-2147483648 a.cpp:-2147483648 f: text\n" ) );
-}
-
-TEST( ATraceOnStderr, writesControlCharactersAsNumbers ) {
+TEST( ATraceOnStderr, isEscaped ) {
    const std::string line = stderrOf( [] {
       enable();
-      TRACE( 8, "{}", "a\nb\x1b[2J\x7f\xc3\xa9" );
+      TRACE( 8, "{}", "a\n\xc2\x9b\x9b\xc3\xa9" );
    } );
-   EXPECT_THAT( line, testing::EndsWith( ": a\\x0ab\\x1b[2J\\x7f\xc3\xa9\n" ) );
-}
-
-struct Control {
-   char character;
-   const char* shown;
-
-   friend void PrintTo( const Control& control, std::ostream* stream ) { *stream << control.shown; }
-};
-class AControlCharacter : public testing::TestWithParam< Control > {};
-
-TEST_P( AControlCharacter, isWrittenAsANumberWhereverItStands ) {
-   constexpr std::size_t mostSize = 20;
-   const std::string lines = stderrOf( [] {
-      enable();
-      for( std::size_t size = 1; size <= mostSize; ++size ) {
-         for( std::size_t at = 0; at < size; ++at ) {
-            std::string text( size, 'b' );
-            text[at] = GetParam().character;
-            TRACE( 8, "{}", text );
-         }
-      }
-   } );
-   Texts expected;
-   for( std::size_t size = 1; size <= mostSize; ++size ) {
-      for( std::size_t at = 0; at < size; ++at ) {
-         expected.push_back(
-            std::string( at, 'b' ) + GetParam().shown + std::string( size - at - 1, 'b' ) );
-      }
-   }
-   EXPECT_EQ( lastWords( lines ), expected );
-}
-
-INSTANTIATE_TEST_SUITE_P(
-   , AControlCharacter, testing::Values( Control{ '\t', "\\x09" }, Control{ '\x7f', "\\x7f" } ) );
-
-TEST( ATraceOnStderr, writesEachControlCharacterAndInvalidByteAsANumberAndNoOther ) {
-   const std::string lines = stderrOf( [] {
-      enable();
-      for( int code = 1; code < 256; ++code ) {
-         TRACE( 8, "<xxxxxxxxxx{}xxxxxxxxxx>", std::string( 1, static_cast< char >( code ) ) );
-      }
-   } );
-   std::string expected;
-   for( int code = 1; code < 256; ++code ) {
-      char number[5];
-      snprintf( number, sizeof number, "\\x%02x", static_cast< unsigned >( code ) );
-      expected += "<xxxxxxxxxx";
-      expected += code < 32 || code >= 127 ? number : std::string( 1, static_cast< char >( code ) );
-      expected += "xxxxxxxxxx>\n";
-   }
-   std::string texts;
-   for( std::size_t at = 0; ( at = lines.find( ": <xxx", at ) ) != std::string::npos; ++at ) {
-      texts += lines.substr( at + 2, lines.find( '\n', at ) - 1 - at );
-   }
-   EXPECT_EQ( texts, expected );
+   EXPECT_THAT( line, testing::EndsWith( ": a\\x0a\\xc2\\x9b\\x9b\xc3\xa9\n" ) );
 }
 
 TEST( ATraceOnStderr, isCutWhereAPipeTakesNoMoreAtOnce ) {
-   const std::string line = stderrOf( [] {
-      enable();
-      TRACE( 8, "{}", std::string( 10'000, 'x' ) );
-   } );
-   EXPECT_EQ( line.size(), std::size_t{ PIPE_BUF } );
-   EXPECT_THAT( line, testing::EndsWith( "xxx...\n" ) );
-}
-
-TEST( ATraceOnStderr, isCutWhicheverPartIsTooLong ) {
    static const std::string tooLong( PIPE_BUF, 'x' );
-   static const std::string manyControls( PIPE_BUF, '\n' );
    const auto lineOf = []( const char* facility, const char* file, const std::string& text ) {
-      const std::string line = stderrOf( [&] {
-         const Orl::TraceHandle handle( facility, false );
-         Tessel::fmtrace( handle, 31, file, "f", 7, "tag", "{}", text );
-      } );
-      EXPECT_EQ( line.size(), std::size_t{ PIPE_BUF } );
-      return withoutTime( line );
+      return stderrOf( [&] { traceInFull( facility, file, text ); } );
    };
-   const std::string ofFacility = lineOf( tooLong.c_str(), "a.cpp", "text" );
-   EXPECT_THAT( ofFacility, testing::MatchesRegex( " [0-9]+ x+\\.\\.\\.\n" ) );
-   const std::string ofFile = lineOf( "Own", tooLong.c_str(), "text" );
-   EXPECT_THAT( ofFile, testing::MatchesRegex( " [0-9]+ Own/31 x+\\.\\.\\.\n" ) );
-   const std::string ofText = lineOf( "Own", "a.cpp", manyControls );
-   EXPECT_THAT(
-      ofText,
-      testing::MatchesRegex( " [0-9]+ Own/31 a\\.cpp:7 f \\[tag\\]: [x0a\\\\]+\\.\\.\\.\n" ) );
+   const std::string start = "20[^ ]*Z [0-9]+ ";
+   for( const auto& [line, shape] : {
+           std::pair( lineOf( tooLong.c_str(), "a.cpp", "text" ), start + "x+\\.\\.\\.\n" ),
+           std::pair( lineOf( "Own", tooLong.c_str(), "text" ), start + "Own/31 x+\\.\\.\\.\n" ),
+           std::pair( lineOf( "Own", "a", tooLong ), start + "Own/31 a:.* f .tag.: x+\\.\\.\\.\n" ),
+        } ) {
+      EXPECT_EQ( line.size(), std::size_t{ PIPE_BUF } );
+      EXPECT_THAT( line, testing::MatchesRegex( shape ) );
+   }
+   // Before a character, not within it.
+   std::string characters;
+   while( characters.size() < PIPE_BUF ) {
+      characters += "\xe2\x82\xac";
+   }
+   for( const char* file : { "a", "ab", "abc" } ) {
+      const std::string line = lineOf( "Own", file, characters );
+      EXPECT_THAT( line, testing::EndsWith( "\xe2\x82\xac...\n" ) );
+      EXPECT_GT( line.size(), std::size_t{ PIPE_BUF - 3 } );
+   }
 }
 
 TEST( ATraceOnStderr, isNeverTornByAnotherThread ) {
    constexpr int threads = 4;
    constexpr int traces = 250;
-   const std::string texts = stderrOf( [] {
+   const std::string lines = stderrOf( [] {
       enable();
-      std::vector< std::thread > tracing;
+      std::vector< std::jthread > tracing;
       for( int thread = 0; thread < threads; ++thread ) {
          tracing.emplace_back( [thread] {
             const std::string text( 1000, static_cast< char >( 'a' + thread ) );
@@ -221,56 +136,102 @@ TEST( ATraceOnStderr, isNeverTornByAnotherThread ) {
             }
          } );
       }
-      for( std::thread& thread : tracing ) {
-         thread.join();
-      }
    } );
-   int lines = 0;
-   for( std::size_t at = 0; at < texts.size(); ++lines ) {
-      const std::size_t end = texts.find( '\n', at );
+   int count = 0;
+   for( std::size_t at = 0; at < lines.size(); ++count ) {
+      const std::size_t end = lines.find( '\n', at );
       ASSERT_NE( end, std::string::npos );
-      const std::string text = texts.substr( end - 1000, 1000 );
+      const std::string text = lines.substr( end - 1000, 1000 );
       ASSERT_EQ( text, std::string( 1000, text.front() ) );
       at = end + 1;
    }
-   EXPECT_EQ( lines, threads * traces );
+   EXPECT_EQ( count, threads * traces );
 }
 
-TEST( ATraceOnStderr, isPrecededByItsPriorityUnderTheJournal ) {
-   const std::string texts = stderrOf( [] {
-      struct stat status {};
-      fstat( STDERR_FILENO, &status );
-      const std::string stream =
-         std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
-      setenv( "JOURNAL_STREAM", stream.c_str(), 1 );
+// The lines of a process that is told that the journal reads this stream.
+std::string linesWithJournal( const std::function< std::string() >& stream ) {
+   return stderrOf( [&] {
+      setenv( "JOURNAL_STREAM", stream().c_str(), 1 );
       setenv( "TESSEL_TRACE", "TracedProcess=*", 1 );
       execl( TRACED_PROCESS, TRACED_PROCESS, static_cast< char* >( nullptr ) );
    } );
+}
+
+TEST( ATraceOnStderr, isPrecededByItsPriorityUnderTheJournal ) {
+   const std::string lines = linesWithJournal( [] {
+      struct stat status {};
+      fstat( STDERR_FILENO, &status );
+      return std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
+   } );
    EXPECT_THAT(
-      texts, testing::MatchesRegex( "<5>20[^\n]*\n<5>20[^\n]*\n<7>20[^\n]*\n<7>20[^\n]*\n" ) );
+      lines, testing::MatchesRegex(
+                "<5>20[^\n]* zero\n<5>20[^\n]* five\n<6>20[^\n]* six\n<7>20[^\n]* eight\n"
+                "<7>20[^\n]* thirty-one\n" ) );
 }
 
 TEST( ATraceOnStderr, hasNoPriorityWhereStderrIsNotTheJournal ) {
-   const std::string texts = stderrOf( [] {
-      setenv( "JOURNAL_STREAM", "1:1", 1 );
-      enable();
-      TRACE( 8, "" );
-   } );
-   EXPECT_THAT( texts, testing::StartsWith( "20" ) );
+   EXPECT_THAT( linesWithJournal( [] { return "1:1"; } ), testing::StartsWith( "20" ) );
+   EXPECT_EQ(
+      linesWithJournal( [] {
+         close( STDERR_FILENO );
+         return "1:1";
+      } ),
+      "" );
 }
 
-TEST( ATraceOnStderr, isLostWhereStderrIsClosed ) {
-   const std::string texts = stderrOf( [] {
-      const int saved = dup( STDERR_FILENO );
-      close( STDERR_FILENO );
-      setenv( "JOURNAL_STREAM", "1:1", 1 );
+class AProcessWithoutAReader : public testing::Test {
+ protected:
+   // Leads standard error into a pipe that nobody reads.
+   static void loseTheReader() {
+      int ends[2] = {};
+      ASSERT_EQ( pipe( ends ), 0 );
+      close( ends[0] );
+      dup2( ends[1], STDERR_FILENO );
       enable();
-      TRACE( 8, "lost" );
-      dup2( saved, STDERR_FILENO );
-      TRACE( 8, "" );
-   } );
-   EXPECT_THAT( texts, testing::MatchesRegex( "20[^\n]* operator\\(\\)\n" ) );
+   }
+   static bool isPending() {
+      sigset_t pending{};
+      sigpending( &pending );
+      return sigismember( &pending, SIGPIPE ) == 1;
+   }
+};
+
+TEST_F( AProcessWithoutAReader, outlivesItsTraces ) {
+   EXPECT_EQ(
+      statusOf( [] {
+         loseTheReader();
+         TRACE( 8, "lost" );
+         EXPECT_FALSE( isPending() );
+      } ),
+      0 );
+}
+
+TEST_F( AProcessWithoutAReader, keepsASignalThatWasPendingBefore ) {
+   EXPECT_EQ(
+      statusOf( [] {
+         loseTheReader();
+         sigset_t pipeSignal{};
+         sigemptyset( &pipeSignal );
+         sigaddset( &pipeSignal, SIGPIPE );
+         pthread_sigmask( SIG_BLOCK, &pipeSignal, nullptr );
+         TRACE( 8, "lost" );
+         EXPECT_FALSE( isPending() );
+         raise( SIGPIPE );
+         TRACE( 8, "lost" );
+         EXPECT_TRUE( isPending() );
+      } ),
+      0 );
+}
+
+TEST_F( AProcessWithoutAReader, isStillEndedByItsOwnWrites ) {
+   EXPECT_EQ(
+      statusOf( [] {
+         loseTheReader();
+         TRACE( 8, "lost" );
+         EXPECT_EQ( write( STDERR_FILENO, "x", 1 ), -1 );
+      } ),
+      128 + SIGPIPE );
 }
 
 } // namespace
-} // namespace PlatformTest
+} // namespace SodrelTest

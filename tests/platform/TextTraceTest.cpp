@@ -1,21 +1,23 @@
 // Text traces: levels, sinks, and what a trace does with its arguments.
+#include <platform/trace/StringFormatter.h>
 #include <platform/trace/Trace.h>
-#include <platform/value/String.h>
+
+#include "TraceFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+namespace SodrelTest {
 namespace {
 
-using Orl::TraceLevels;
-
-constexpr TraceLevels level8 = 1U << 8;
+constexpr Orl::TraceLevels level8 = 1U << 8;
 
 TRACE_FACILITY( "TextTraceTest" );
 
@@ -31,7 +33,7 @@ class Capture final : public Tessel::TraceSink {
       last = trace;
    }
 
-   std::vector< std::string > texts;
+   Texts texts;
    Tessel::TextTrace last{};
 
  private:
@@ -49,9 +51,9 @@ class ATextTrace : public testing::Test {
 
 TEST_F( ATextTrace, isFormattedWithItsArgumentsInOrder ) {
    const Tessel::String method = "ReloadUnit";
-   TRACE( 8, "Call {} {}, async={}", method, "a.service", true );
-   EXPECT_EQ(
-      capture.texts, std::vector< std::string >{ "Call ReloadUnit a.service, async=true" } );
+   const char* const nothing = nullptr;
+   TRACE( 8, "Call {} {}, async={}, <{}>", method, "a.service", true, nothing );
+   EXPECT_EQ( capture.texts, Texts{ "Call ReloadUnit a.service, async=true, <>" } );
 }
 
 TEST_F( ATextTrace, carriesItsOrigin ) {
@@ -65,41 +67,27 @@ TEST_F( ATextTrace, carriesItsOrigin ) {
    EXPECT_STREQ( capture.last.tag, "" );
 }
 
-TEST_F( ATextTrace, isEmittedForAnEmptyFormat ) {
+TEST_F( ATextTrace, isEmittedForAnEmptyFormatAndWritesDoubledBracesAsOne ) {
    TRACE( 8, "" );
-   EXPECT_EQ( capture.texts, std::vector< std::string >{ "" } );
-}
-
-TEST_F( ATextTrace, writesDoubledBracesAsOne ) {
    TRACE( 8, "{{{}}}", 1 );
-   EXPECT_EQ( capture.texts, std::vector< std::string >{ "{1}" } );
-}
-
-TEST_F( ATextTrace, takesANullCStringForAnEmptyOne ) {
-   const char* const nothing = nullptr;
-   TRACE( 8, "<{}>", nothing );
-   EXPECT_EQ( capture.texts, std::vector< std::string >{ "<>" } );
+   EXPECT_EQ( capture.texts, ( Texts{ "", "{1}" } ) );
 }
 
 TEST_F( ATextTrace, sharesItsLineWithAnother ) {
    // clang-format off
    TRACE( 8, "first" ); TRACE( 8, "second" );
    // clang-format on
-   EXPECT_EQ( capture.texts, ( std::vector< std::string >{ "first", "second" } ) );
+   EXPECT_EQ( capture.texts, ( Texts{ "first", "second" } ) );
 }
 
-TEST_F( ATextTrace, isLeftOutWhenOnlyOtherLevelsAreEnabled ) {
+TEST_F( ATextTrace, isLeftOutUnlessItsLevelIsEnabled ) {
    TRACE( 7, "seven" );
    TRACE( 9, "nine" );
-   EXPECT_TRUE( capture.texts.empty() );
-}
-
-TEST_F( ATextTrace, followsALevelThatChangesBetweenTwoTraces ) {
    for( const bool on : { true, false, true } ) {
       Orl::traceLevelsIs( "TextTraceTest", on ? level8 : 0 );
       TRACE( 8, "{}", on );
    }
-   EXPECT_EQ( capture.texts, ( std::vector< std::string >{ "true", "true" } ) );
+   EXPECT_EQ( capture.texts, ( Texts{ "true", "true" } ) );
 }
 
 TEST_F( ATextTrace, evaluatesAnArgumentOnceWhetherOnOrOff ) {
@@ -135,7 +123,7 @@ TEST_F( ATextTrace, leavesErrnoAlone ) {
 TEST_F( ATextTrace, comesWholeFromEachOfManyThreads ) {
    constexpr int threads = 4;
    constexpr int traces = 200;
-   std::vector< std::thread > tracing;
+   std::vector< std::jthread > tracing;
    for( int thread = 0; thread < threads; ++thread ) {
       tracing.emplace_back( [] {
          for( int trace = 0; trace < traces; ++trace ) {
@@ -143,16 +131,14 @@ TEST_F( ATextTrace, comesWholeFromEachOfManyThreads ) {
          }
       } );
    }
-   for( std::thread& thread : tracing ) {
-      thread.join();
-   }
-   EXPECT_EQ( capture.texts, std::vector< std::string >( threads * traces, "text" ) );
+   tracing.clear();
+   EXPECT_EQ( capture.texts, Texts( threads * traces, "text" ) );
 }
 
 TEST_F( ATextTrace, followsLevelsThatAnotherThreadChangesMeanwhile ) {
    std::atomic< bool > done = false;
    std::thread changing( [&] {
-      for( TraceLevels levels = 0; !done; levels ^= level8 ) {
+      for( Orl::TraceLevels levels = 0; !done; levels ^= level8 ) {
          Orl::traceLevelsIs( "TextTraceTest", levels );
       }
    } );
@@ -165,19 +151,23 @@ TEST_F( ATextTrace, followsLevelsThatAnotherThreadChangesMeanwhile ) {
    }
    done = true;
    changing.join();
-   EXPECT_EQ( capture.texts.back(), "text" );
 }
 
-TEST( AFacility, hasNoLevelAtFirst ) {
-   const Orl::TraceHandle handle( "AFacility.first", false );
-   EXPECT_EQ( handle.levels(), 0U );
+TEST_F( ATextTrace, givesATagToTheSink ) {
+   const Orl::TraceHandle handle( "Own", false );
+   Tessel::fmtrace( handle, 5, "file", "function", 7, "tag", "{}-{}", 1, Tessel::String( "x" ) );
+   EXPECT_EQ( capture.texts, Texts{ "1-x" } );
+   EXPECT_STREQ( capture.last.tag, "tag" );
 }
 
-TEST( AFacility, hasEveryLevelWhenOpenedSo ) {
-   const Orl::TraceHandle handle( "AFacility.all", true );
-   EXPECT_EQ( handle.levels(), Orl::allTraceLevels );
-   EXPECT_TRUE( handle.enabled( 0 ) );
-   EXPECT_TRUE( handle.enabled( 31 ) );
+TEST( AFacility, hasNoLevelAtFirstAndEveryOneWhenOpenedSo ) {
+   const Orl::TraceHandle first( "AFacility.first", false );
+   EXPECT_STREQ( first.name(), "AFacility.first" );
+   EXPECT_EQ( first.levels(), 0U );
+   const Orl::TraceHandle all( "AFacility.all", true );
+   EXPECT_EQ( all.levels(), Orl::allTraceLevels );
+   EXPECT_TRUE( all.enabled( 0 ) );
+   EXPECT_TRUE( all.enabled( 31 ) );
 }
 
 TEST( AFacility, takesLevelsSetBeforeItsFirstUse ) {
@@ -198,16 +188,12 @@ TEST( AFacility, sharesItsLevelsBetweenHandlesOfOneName ) {
 TEST( AFacility, isOpenedByManyThreadsAtOnce ) {
    std::atomic< int > enabled = 0;
    Orl::traceLevelsIs( "AFacility.threads", level8 );
-   std::vector< std::thread > opening;
+   const Orl::TraceHandle handle( "AFacility.threads", false );
+   std::vector< std::jthread > opening;
    for( int thread = 0; thread < 4; ++thread ) {
-      opening.emplace_back( [&] {
-         const Orl::TraceHandle handle( "AFacility.threads", false );
-         enabled += handle.enabled( 8 );
-      } );
+      opening.emplace_back( [&] { enabled += handle.enabled( 8 ); } );
    }
-   for( std::thread& thread : opening ) {
-      thread.join();
-   }
+   opening.clear();
    EXPECT_EQ( enabled, 4 );
 }
 
@@ -222,12 +208,9 @@ TEST( ThePlaceholdersOfAFormat, areCountedWithoutBracesThatStandForThemselves ) 
    }
 }
 
-TEST( ATextTraceCall, givesItsTagToTheSink ) {
-   Capture capture;
-   const Orl::TraceHandle handle( "ATextTraceCall", false );
-   Tessel::fmtrace( handle, 5, "file", "function", 7, "tag", "{}-{}", 1, Tessel::String( "x" ) );
-   EXPECT_EQ( capture.texts, std::vector< std::string >{ "1-x" } );
-   EXPECT_STREQ( capture.last.tag, "tag" );
+TEST( TheFormatterOfStrings, printsTheirText ) {
+   EXPECT_EQ( fmt::format( "<{}>", Tessel::String( "text" ) ), "<text>" );
 }
 
 } // namespace
+} // namespace SodrelTest

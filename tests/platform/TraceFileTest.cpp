@@ -1,6 +1,9 @@
-// What a trace file says about its origin, and what its end gives back.
+// Trace files: their format, what they say about their origin, and the times of their records.
+#include <platform/trace/Trace.h>
 #include <platform/trace/TraceFile.h>
 
+#include "Process.h"
+#include "ScriptedSystem.h"
 #include "TraceFolder.h"
 
 #include <gtest/gtest.h>
@@ -12,15 +15,20 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <unistd.h>
 
+namespace SodrelTest {
 namespace {
 
 using Fennet::FileHeader;
 using Fennet::TraceFile;
-using Fennet::TraceFolder;
+
+TRACE_FACILITY( "TraceFileTest" );
+
+constexpr std::int64_t second = 1'000'000'000;
 
 // Files are also read by tools of another release: a change of these needs another magic.
 TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
@@ -42,9 +50,17 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( sizeof( Fennet::DescriptionHead ), 16U );
 }
 
-TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
-   const TraceFolder folder;
-   const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+class ATraceFile : public testing::Test {
+ protected:
+   std::unique_ptr< TraceFile > create() const {
+      return TraceFile::create( folder.path(), Fennet::minRingSize );
+   }
+
+   TraceFolder folder;
+};
+
+TEST_F( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
+   const auto file = create();
    const auto header = folder.header();
    EXPECT_EQ( header->magic, Fennet::fileMagic );
    EXPECT_EQ( header->ringSize, Fennet::minRingSize );
@@ -56,39 +72,132 @@ TEST( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
    EXPECT_EQ( header->bootId, boot );
 }
 
-TEST( ATraceFile, keepsTheStartOfALongName ) {
-   const TraceFolder folder;
+TEST_F( ATraceFile, keepsTheStartOfALongName ) {
    std::string name( 100, 'n' );
    char* const before = std::exchange( program_invocation_short_name, name.data() );
-   const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
+   const auto file = create();
    program_invocation_short_name = before;
    EXPECT_EQ( folder.header()->program, std::string( 63, 'n' ) );
 }
 
-TEST( ATraceFile, isClosedAtItsEnd ) {
-   const auto openFiles = [] {
-      const std::filesystem::directory_iterator files( "/proc/self/fd" );
-      return std::distance( begin( files ), end( files ) );
-   };
-   // Lines of the process's mappings that are of trace files.
-   const auto mappings = [] {
-      std::ifstream maps( "/proc/self/maps" );
-      int count = 0;
-      for( std::string line; std::getline( maps, line ); ) {
-         count += line.find( ".fennet" ) != std::string::npos ? 1 : 0;
-      }
-      return count;
-   };
-   const TraceFolder folder;
-   const auto filesBefore = openFiles();
-   const int mappingsBefore = mappings();
+TEST_F( ATraceFile, isClosedAtItsEnd ) {
+   const OpenFiles before;
    for( int round = 0; round < 2; ++round ) {
-      const auto file = TraceFile::create( folder.path(), Fennet::minRingSize );
-      EXPECT_EQ( openFiles(), filesBefore + 1 );
-      EXPECT_EQ( mappings(), mappingsBefore + 1 );
+      const auto file = create();
+      EXPECT_NE( OpenFiles(), before );
    }
-   EXPECT_EQ( openFiles(), filesBefore );
-   EXPECT_EQ( mappings(), mappingsBefore );
+   EXPECT_EQ( OpenFiles(), before );
+}
+
+// Whatever another program writes to it, a file is only written by its process.
+TEST_F( ATraceFile, doesNotMindAnotherWriter ) {
+   EXPECT_EQ(
+      statusOf( [&] {
+         const DefaultHandle handle( folder );
+         std::thread( [&] {
+            const auto traceLong = []( int number ) {
+               TRACE( 8, "{} {}", std::string( 1000, 'x' ), number );
+            };
+            for( int number = 0; number < 1000; ++number ) {
+               traceLong( number );
+               if( number % 10 == 0 ) {
+                  const auto path = folder.files().at( 0 );
+                  const std::string bytes( std::filesystem::file_size( path ), '\xff' );
+                  std::fstream( path ) << bytes;
+               }
+            }
+            TRACE( 8, "described later" );
+         } ).join();
+      } ),
+      0 );
+}
+
+// The standard streams that a program has closed; others may be open.
+class AClosedStandardStream : public ATraceFile,
+                              public testing::WithParamInterface< std::vector< int > > {};
+
+TEST_P( AClosedStandardStream, isNotWhereATraceFileIsOpened ) {
+   EXPECT_EQ(
+      statusOf( [&] {
+         const DefaultHandle handle( folder );
+         for( const int stream : GetParam() ) {
+            close( stream );
+         }
+         std::thread( [&] {
+            TRACE( 8, "first" );
+            const std::string bytes( 5000, '\xff' );
+            for( const int stream : GetParam() ) {
+               if( write( stream, bytes.data(), bytes.size() ) != -1 ) {
+                  _exit( 1 );
+               }
+            }
+            TRACE( 8, "second" );
+         } ).join();
+      } ),
+      0 );
+   EXPECT_EQ( folder.texts(), ( Texts{ "first", "second" } ) );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   , AClosedStandardStream,
+   testing::Values(
+      std::vector{ 0 }, std::vector{ 1 }, std::vector{ 2 }, std::vector{ 0, 1, 2 } ) );
+
+class AClock : public testing::Test {
+ protected:
+   AClock() { scripted.clocks.emplace(); }
+   ~AClock() override { scripted = {}; }
+
+   static void clocksAre( std::int64_t monotonic, timespec realtime ) {
+      scripted.clocks = { monotonic, realtime };
+   }
+   static std::string timeOfALine( std::time_t seconds, long nanoseconds ) {
+      clocksAre( 0, { seconds, nanoseconds } );
+      Orl::traceLevelsIs( "TraceFileTest", Orl::allTraceLevels );
+      testing::internal::CaptureStderr();
+      TRACE( 8, "" );
+      Orl::traceLevelsIs( "TraceFileTest", 0 );
+      const std::string line = testing::internal::GetCapturedStderr();
+      return line.substr( 0, line.find( ' ' ) );
+   }
+};
+
+TEST_F( AClock, isShownInLinesToTheMicrosecond ) {
+   constexpr std::time_t day = 86'400;
+   EXPECT_EQ( timeOfALine( 0, 999 ), "1970-01-01T00:00:00.000000Z" );
+   EXPECT_EQ( timeOfALine( 1, 1'000 ), "1970-01-01T00:00:01.000001Z" );
+   EXPECT_EQ( timeOfALine( 61, 99'999 ), "1970-01-01T00:01:01.000099Z" );
+   EXPECT_EQ( timeOfALine( 3'600, 10'000'000 ), "1970-01-01T01:00:00.010000Z" );
+   EXPECT_EQ( timeOfALine( day, 123'456'789 ), "1970-01-02T00:00:00.123456Z" );
+   EXPECT_EQ( timeOfALine( 365 * day, 999'999'999 ), "1971-01-01T00:00:00.999999Z" );
+}
+
+TEST_F( AClock, isReadForAFileAtItsBeginningAndWheneverARingsThirtySecondIsFull ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   const auto traceAt = []( std::int64_t monotonic, timespec realtime ) {
+      clocksAre( monotonic, realtime );
+      TRACE( 8, "" );
+   };
+   traceAt( second, { 1'000'000'000, 7 } );
+   EXPECT_EQ( folder.header()->clockPairs, 1U );
+   EXPECT_EQ( folder.header()->clocks[1].monotonic, second );
+   EXPECT_EQ( folder.header()->clocks[1].realtime, 1'000'000'000 * second + 7 );
+   EXPECT_EQ( folder.records().at( 0 ).time, 1'000'000'000 * second + 7 );
+   // 16 bytes each.
+   for( int record = 1; record < 128; ++record ) {
+      traceAt( 2 * second, { 2'000'000'000, 0 } );
+   }
+   EXPECT_EQ( folder.header()->clockPairs, 1U );
+   traceAt( 3 * second, { 2'000'000'000, 0 } );
+   const auto header = folder.header();
+   EXPECT_EQ( header->clockPairs, 2U );
+   EXPECT_EQ( header->clocks[0].monotonic, 3 * second );
+   EXPECT_EQ( header->clocks[0].realtime, 2'000'000'000 * second );
+   EXPECT_EQ( header->clocks[1].monotonic, second );
+   // The latest pair serves all records.
+   EXPECT_EQ( folder.records().at( 0 ).time, 1'999'999'998 * second );
 }
 
 } // namespace
+} // namespace SodrelTest

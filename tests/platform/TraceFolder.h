@@ -9,16 +9,18 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
-namespace Fennet {
+namespace SodrelTest {
+
+using Texts = std::vector< std::string >;
 
 inline std::string contentOf( const std::filesystem::path& path ) {
    std::ostringstream content;
@@ -47,23 +49,25 @@ class TraceFolder {
    }
 
    // The header of the folder's first file.
-   std::unique_ptr< FileHeader > header() const {
-      auto header = std::make_unique< FileHeader >();
+   std::unique_ptr< Fennet::FileHeader > header() const {
+      auto header = std::make_unique< Fennet::FileHeader >();
       std::ifstream( files().at( 0 ), std::ios::binary )
-         .read( reinterpret_cast< char* >( header.get() ), sizeof( FileHeader ) );
+         .read( reinterpret_cast< char* >( header.get() ), sizeof *header );
       return header;
    }
 
    // All records of the folder in the order of time; fails the test when a file is damaged.
-   std::vector< TimedRecord > records() const {
-      TraceSet traces( []( const std::string& complaint ) { ADD_FAILURE() << complaint; } );
+   std::vector< Fennet::TimedRecord > records() const {
+      std::vector< Fennet::TimedRecord > records;
+      Fennet::TraceSet traces( []( const std::string& text ) { ADD_FAILURE() << text; } );
       traces.add( path_ );
-      return traces.read();
+      traces.read( [&]( const Fennet::TimedRecord& record ) { records.push_back( record ); } );
+      return records;
    }
 
-   std::vector< std::string > texts() const {
-      std::vector< std::string > texts;
-      for( const TimedRecord& record : records() ) {
+   Texts texts() const {
+      Texts texts;
+      for( const Fennet::TimedRecord& record : records() ) {
          texts.push_back( textOf( record.record ) );
       }
       return texts;
@@ -77,17 +81,15 @@ class TraceFolder {
 class DefaultHandle {
  public:
    explicit DefaultHandle( const TraceFolder& folder, bool shared = true )
-      : handle_( folder.path(), minRingSize, shared ) {
-      defaultFennetHandle = &handle_;
+      : handle_( folder.path(), Fennet::minRingSize, shared ) {
+      Fennet::defaultFennetHandle = &handle_;
    }
-   ~DefaultHandle() { defaultFennetHandle = nullptr; }
+   ~DefaultHandle() { Fennet::defaultFennetHandle = nullptr; }
    DefaultHandle( const DefaultHandle& ) = delete;
    DefaultHandle& operator=( const DefaultHandle& ) = delete;
 
-   TraceHandle& operator*() { return handle_; }
-
  private:
-   TraceHandle handle_;
+   Fennet::TraceHandle handle_;
 };
 
-} // namespace Fennet
+} // namespace SodrelTest

@@ -1,27 +1,25 @@
-// The handles of ring-buffer traces, and the operations that a trace point consists of.
+// Handles of ring-buffer traces: their files, threads that end, and child processes.
 #include <platform/trace/MsgDesc.h>
 #include <platform/trace/RingBuf.h>
 #include <platform/trace/Trace.h>
 
+#include "Process.h"
 #include "TraceFolder.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <csignal>
-#include <cstdint>
+#include <cstdlib>
+#include <ostream>
+#include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+namespace SodrelTest {
 namespace {
-
-using Fennet::DefaultHandle;
-using Fennet::TraceFolder;
-using Texts = std::vector< std::string >;
 
 TRACE_FACILITY( "TraceHandleTest" );
 
@@ -32,40 +30,11 @@ void traceNumber( int number ) {
 
 TEST( AHandleOfOneThread, hasOneFile ) {
    const TraceFolder folder;
-   DefaultHandle handle( folder, false );
+   const DefaultHandle handle( folder, false );
    traceNumber( 1 );
    std::thread( traceNumber, 2 ).join();
    EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2" } ) );
    EXPECT_EQ( folder.files().size(), 1U );
-}
-
-TEST( AHandleOfOneThread, hasAnotherFileAfterAFork ) {
-   const TraceFolder folder;
-   DefaultHandle handle( folder, false );
-   traceNumber( 1 );
-   const pid_t child = fork();
-   if( child == 0 ) {
-      traceNumber( 2 );
-      _exit( 0 );
-   }
-   waitpid( child, nullptr, 0 );
-   EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2" } ) );
-   EXPECT_EQ( folder.files().size(), 2U );
-}
-
-TEST( AHandle, hasFilesOfItsOwnBesideAnother ) {
-   const TraceFolder one;
-   const TraceFolder other;
-   {
-      const DefaultHandle handle( one );
-      traceNumber( 1 );
-   }
-   {
-      const DefaultHandle handle( other );
-      traceNumber( 2 );
-   }
-   EXPECT_EQ( one.texts(), Texts{ "number 1" } );
-   EXPECT_EQ( other.texts(), Texts{ "number 2" } );
 }
 
 TEST( AHandle, keepsItsFileWhenAnotherTakesTurnsWithIt ) {
@@ -75,12 +44,123 @@ TEST( AHandle, keepsItsFileWhenAnotherTakesTurnsWithIt ) {
    Fennet::TraceHandle otherHandle( other.path(), Fennet::minRingSize, true );
    Fennet::TraceFile* const file = handle.mtTraceFile();
    Fennet::TraceFile* const otherFile = otherHandle.mtTraceFile();
-   EXPECT_NE( file, nullptr );
-   EXPECT_NE( otherFile, nullptr );
+   ASSERT_NE( file, nullptr );
+   ASSERT_NE( otherFile, nullptr );
    EXPECT_EQ( handle.mtTraceFile(), file );
    EXPECT_EQ( otherHandle.mtTraceFile(), otherFile );
    EXPECT_EQ( one.files().size(), 1U );
    EXPECT_EQ( other.files().size(), 1U );
+}
+
+TEST( AnAbsentHandle, takesNothing ) {
+   EXPECT_EQ( Fennet::defaultFennetHandle.load(), nullptr );
+   traceNumber( 1 );
+}
+
+// The ways to make a child process that C libraries know about, and one that they do not.
+struct Fork {
+   const char* name;
+   pid_t ( *make )();
+   friend void PrintTo( const Fork& fork, std::ostream* stream ) { *stream << fork.name; }
+};
+class AChildProcess : public testing::TestWithParam< Fork > {};
+
+TEST_P( AChildProcess, writesToAFileOfItsOwn ) {
+   for( const bool shared : { true, false } ) {
+      const TraceFolder folder;
+      const DefaultHandle handle( folder, shared );
+      traceNumber( 1 );
+      const pid_t child = GetParam().make();
+      if( child == 0 ) {
+         traceNumber( 2 );
+         _exit( 0 );
+      }
+      EXPECT_EQ( statusOf( child ), 0 );
+      traceNumber( 3 );
+
+      EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2", "number 3" } ) );
+      const auto records = folder.records();
+      ASSERT_EQ( records.size(), 3U );
+      EXPECT_EQ( records[0].origin->pid, getpid() );
+      EXPECT_EQ( records[1].origin->pid, child );
+      EXPECT_EQ( records[2].origin->pid, getpid() );
+      EXPECT_EQ( folder.files().size(), 2U );
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   , AChildProcess,
+   testing::Values(
+      Fork{ "fork", fork }, Fork{ "_Fork", _Fork },
+      Fork{ "clone",
+            [] { return static_cast< pid_t >( syscall( SYS_clone, SIGCHLD, 0, 0, 0, 0 ) ); } } ) );
+
+// Traces, and in a child process too, when its thread's files have been closed.
+struct LateTracer {
+   ~LateTracer() {
+      traceNumber( 2 );
+      EXPECT_EQ( statusOf( [] { traceNumber( 3 ); } ), 0 );
+   }
+};
+
+TEST( AThreadThatIsEnding, leavesNoMoreRecords ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   std::thread( [] {
+      thread_local const LateTracer tracer; // goes last, because it comes before the first trace
+      traceNumber( 1 );
+   } ).join();
+   EXPECT_EQ( folder.texts(), Texts{ "number 1" } );
+   EXPECT_EQ( folder.files().size(), 1U );
+}
+
+TEST( AProcessThatIsEnding, mayForkInItsExitHandlers ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   EXPECT_EQ(
+      statusOf( [&] {
+         std::atexit( [] { _exit( statusOf( [] { traceNumber( 3 ); } ) ); } );
+         traceNumber( 1 );
+         std::exit( 1 );
+      } ),
+      0 );
+   EXPECT_EQ( folder.texts(), Texts{ "number 1" } );
+}
+
+class ThreadsThatHaveEnded : public testing::Test {
+ protected:
+   static void endThreads( int count ) {
+      for( int number = 0; number < count; ++number ) {
+         std::thread( traceNumber, number ).join();
+      }
+   }
+   std::set< std::string > texts() const {
+      const Texts all = folder.texts();
+      return { all.begin(), all.end() };
+   }
+
+   TraceFolder folder;
+   DefaultHandle handle{ folder };
+};
+
+TEST_F( ThreadsThatHaveEnded, leaveTheLatest64Files ) {
+   traceNumber( -1 ); // the file of a living thread stays
+   endThreads( 100 );
+   EXPECT_EQ( folder.files().size(), 65U );
+   std::set< std::string > expected{ "number -1" };
+   for( int number = 36; number < 100; ++number ) {
+      expected.insert( "number " + std::to_string( number ) );
+   }
+   EXPECT_EQ( texts(), expected );
+}
+
+TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfOtherProcessesAlone ) {
+   endThreads( 64 );
+   const auto ofParent = folder.files();
+   EXPECT_EQ( statusOf( [] { endThreads( 70 ); } ), 0 );
+   const auto files = folder.files();
+   EXPECT_EQ( files.size(), 128U );
+   EXPECT_TRUE( std::includes( files.begin(), files.end(), ofParent.begin(), ofParent.end() ) );
 }
 
 // The operations that a trace point consists of, one by one.
@@ -98,7 +178,7 @@ TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    EXPECT_TRUE( file.describes( msgId ) );
 
    const int id = msgId;
-   Fennet::MsgDesc again( file, msgId, "a.cpp", 7 );
+   const Fennet::MsgDesc again( file, msgId, "a.cpp", 7 );
    EXPECT_EQ( msgId, id );
 
    Fennet::RingBuf ring;
@@ -110,45 +190,29 @@ TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
    EXPECT_EQ( folder.records().at( 0 ).record.description->tag, "tag" );
 }
 
-TEST( ARecord, takesNothingMoreOnceAnArgumentWasRefused ) {
+TEST( AMessageDescription, losesTheEndOfALongText ) {
    const TraceFolder folder;
-   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
-   Fennet::TraceFile& file = *handle.mtTraceFile();
-   Fennet::RingBuf ring;
-   ring.startMsg( file, 1 );
-   EXPECT_TRUE( Fennet::put( ring, std::string( Fennet::maxRecordSize - 24, 'x' ) ) );
-   EXPECT_EQ( ring.room(), 6U );
-   EXPECT_FALSE( Fennet::put( ring, std::int64_t{ 1 } ) );
-   EXPECT_FALSE( Fennet::put( ring, true ) );
-   EXPECT_FALSE( Fennet::put( ring, "" ) );
-}
-
-TEST( ARecord, takesNothingMoreOnceATextWasRefused ) {
-   const TraceFolder folder;
-   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
-   Fennet::RingBuf ring;
-   ring.startMsg( *handle.mtTraceFile(), 1 );
-   EXPECT_TRUE( Fennet::put( ring, std::string( ring.room() - 3, 'x' ) ) );
-   EXPECT_EQ( ring.room(), 1U );
-   EXPECT_FALSE( Fennet::put( ring, "" ) );
-   EXPECT_FALSE( Fennet::put( ring, true ) );
+   const DefaultHandle handle( folder );
+   const std::string tooLong( Fennet::maxDescriptionText + 1, 'x' );
+   std::atomic< int > msgId = 0;
+   const Tessel::TracePoint point{ "a.cpp", 7, tooLong.c_str(), "", 8, traceFacility, msgId };
+   point.trace();
+   EXPECT_EQ(
+      folder.records().at( 0 ).record.description->function,
+      std::string( Fennet::maxDescriptionText, 'x' ) );
 }
 
 TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
-   const TraceFolder folder;
-   const DefaultHandle handle( folder );
    std::atomic< int > msgId = -1;
    const Tessel::TracePoint point{ "a.cpp", 7, "f", "", 8, traceFacility, msgId };
+   point.trace(); // no record needs the id
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
    EXPECT_EXIT(
       point.trace(), testing::KilledBySignal( SIGABRT ),
       "^src/platform/trace/MsgDesc\\.cpp:[0-9]+: Fennet::MsgDesc::MsgDesc: "
       "Assertion `msgId_ >= 0' failed\\.\n$" );
 }
 
-TEST( ATracePoint, toleratesANegativeIdWhereNoRecordNeedsIt ) {
-   std::atomic< int > msgId = -1;
-   const Tessel::TracePoint point{ "a.cpp", 7, "f", "", 8, traceFacility, msgId };
-   point.trace();
-}
-
 } // namespace
+} // namespace SodrelTest

@@ -1,17 +1,50 @@
-// A process whose traces the environment alone turns on, of two threads.
+// A process whose traces the environment alone turns on, of two threads. With an argument, it forks
+// while the other thread begins its first trace.
 #include <platform/trace/Trace.h>
 
+#include <atomic>
 #include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
 TRACE_FACILITY( "TracedProcess" );
 
+int forkDuringTheFirstTrace() {
+   std::atomic< bool > begins = false;
+   std::thread first( [&] {
+      begins = true;
+      TRACE( 0, "zero" );
+   } );
+   while( !begins ) {
+   }
+   int failed = 0;
+   for( int fork = 0; fork < 20; ++fork ) {
+      const pid_t child = ::fork();
+      if( child == 0 ) {
+         alarm( 20 );
+         TRACE( 5, "five" );
+         _exit( 0 );
+      }
+      int status = -1;
+      waitpid( child, &status, 0 );
+      failed += status != 0 ? 1 : 0;
+   }
+   first.join();
+   return failed;
+}
+
 } // namespace
 
-int main() {
+int main( int argc, char** ) {
+   if( argc > 1 ) {
+      return forkDuringTheFirstTrace();
+   }
    TRACE( 0, "zero" );
    TRACE( 5, "five" );
+   TRACE( 6, "six" );
    TRACE( 8, "eight" );
    std::thread( [] { TRACE( 31, "thirty-one" ); } ).join();
 }

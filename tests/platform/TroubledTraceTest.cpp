@@ -2,109 +2,22 @@
 #include <platform/trace/Trace.h>
 #include <platform/trace/TraceFile.h>
 
+#include "Process.h"
+#include "ScriptedSystem.h"
 #include "TraceFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
-#include <string_view>
 #include <thread>
-#include <vector>
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/syscall.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+namespace SodrelTest {
 namespace {
-
-// Which call of a system function fails next, counted from 1; 0 for none.
-struct Failing {
-   int posixFallocate = 0;
-   int pwrite = 0;
-   bool pwriteShort = false;
-   int mmap = 0;
-   int openOfTheBootId = 0;
-   int writeToStderr = 0;
-   int writeError = 0;
-} failing;
-
-// What mmap has given and munmap has not yet taken back.
-std::size_t bytesMapped = 0;
-
-bool fails( int& calls ) {
-   return calls > 0 && --calls == 0;
-}
-
-} // namespace
-
-// These stand for the C library's throughout this program.
-
-extern "C" int posix_fallocate( int fd, off_t offset, off_t length ) {
-   if( fails( failing.posixFallocate ) ) {
-      return ENOSPC;
-   }
-   return fallocate( fd, 0, offset, length ) == 0 ? 0 : errno;
-}
-
-extern "C" ssize_t pwrite( int fd, const void* bytes, size_t size, off_t offset ) {
-   if( fails( failing.pwrite ) ) {
-      if( failing.pwriteShort ) {
-         return syscall( SYS_pwrite64, fd, bytes, size / 2, offset );
-      }
-      errno = ENOSPC;
-      return -1;
-   }
-   return syscall( SYS_pwrite64, fd, bytes, size, offset );
-}
-
-// The linker leads calls of these here; the sanitizers have some of the same names.
-extern "C" {
-
-void* __real_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset );
-void* __wrap_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) {
-   if( fails( failing.mmap ) ) {
-      errno = ENOMEM;
-      return MAP_FAILED;
-   }
-   bytesMapped += ( kind & MAP_FIXED ) != 0 ? 0 : size;
-   return __real_mmap( where, size, access, kind, fd, offset );
-}
-
-int __real_munmap( void* where, size_t size );
-int __wrap_munmap( void* where, size_t size ) {
-   bytesMapped -= size;
-   return __real_munmap( where, size );
-}
-
-ssize_t __real_write( int fd, const void* bytes, size_t size );
-ssize_t __wrap_write( int fd, const void* bytes, size_t size ) {
-   if( fd == STDERR_FILENO && fails( failing.writeToStderr ) ) {
-      errno = failing.writeError;
-      return -1;
-   }
-   return __real_write( fd, bytes, size );
-}
-
-int __real_open( const char* path, int flags, mode_t mode );
-int __wrap_open( const char* path, int flags, mode_t mode ) {
-   if( std::string_view( path ).ends_with( "/boot_id" ) && fails( failing.openOfTheBootId ) ) {
-      errno = ENOENT;
-      return -1;
-   }
-   return __real_open( path, flags, mode );
-}
-
-} // extern "C"
-
-namespace {
-
-using Fennet::DefaultHandle;
-using Fennet::TraceFolder;
-using Texts = std::vector< std::string >;
 
 TRACE_FACILITY( "TroubledTraceTest" );
 
@@ -114,167 +27,169 @@ void traceNumber( int number ) {
 
 class ATroubledRingTrace : public testing::Test {
  protected:
-   ~ATroubledRingTrace() override { failing = {}; }
+   ~ATroubledRingTrace() override { scripted = {}; }
 
-   std::string noFileCanBeMade( const std::string& reason ) const {
+   std::string cannotCreate( const std::string& reason ) const {
       return "Fennet: cannot create a trace file in \"" + folder.path().string() + "\": " + reason +
              "; the thread leaves no records\n";
    }
+   std::filesystem::path fileOfThread( int number ) const {
+      return folder.path() / ( std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." +
+                               std::to_string( number ) + ".fennet" );
+   }
+   template< typename Body >
+   static std::string stderrOfThis( Body body ) {
+      testing::internal::CaptureStderr();
+      body();
+      return testing::internal::GetCapturedStderr();
+   }
 
+   const std::string noMoreDescriptions =
+      "Fennet: a trace file takes no more descriptions: No space left on device; records without "
+      "one are left out\n";
    TraceFolder folder;
    DefaultHandle handle{ folder };
 };
 
 TEST_F( ATroubledRingTrace, isLeftOutWithOneWordWhereTheFolderIsMissing ) {
    std::filesystem::remove( folder.path() );
-   testing::internal::CaptureStderr();
-   traceNumber( 1 );
-   traceNumber( 2 );
-   std::thread( traceNumber, 3 ).join();
    EXPECT_EQ(
-      testing::internal::GetCapturedStderr(), noFileCanBeMade( "No such file or directory" ) );
+      stderrOfThis( [] {
+         traceNumber( 1 );
+         traceNumber( 2 );
+         std::thread( traceNumber, 3 ).join();
+      } ),
+      cannotCreate( "No such file or directory" ) );
 }
 
 TEST_F( ATroubledRingTrace, goesOnInItsFileWhenTheFolderVanishes ) {
    traceNumber( 1 );
    std::filesystem::remove_all( folder.path() );
-   testing::internal::CaptureStderr();
-   for( int number = 0; number < 10'000; ++number ) {
-      traceNumber( number );
-   }
-   TRACE( 8, "a description that is new" );
-   EXPECT_EQ( testing::internal::GetCapturedStderr(), "" );
+   EXPECT_EQ(
+      stderrOfThis( [] {
+         for( int number = 0; number < 10'000; ++number ) {
+            traceNumber( number );
+         }
+         TRACE( 8, "a description that is new" );
+      } ),
+      "" );
 }
 
 TEST_F( ATroubledRingTrace, leavesAPlantedLinkAndItsTargetAlone ) {
-   const std::string name = std::to_string( getpid() ) + "-" + std::to_string( gettid() );
    const auto target = folder.path() / "target";
    std::ofstream( target ) << "precious";
-   std::filesystem::create_symlink( target, folder.path() / ( name + ".0.fennet" ) );
-   std::filesystem::create_symlink( "nowhere", folder.path() / ( name + ".1.fennet" ) );
+   std::filesystem::create_symlink( target, fileOfThread( 0 ) );
+   std::filesystem::create_symlink( "nowhere", fileOfThread( 1 ) );
    traceNumber( 1 );
-   EXPECT_EQ( std::filesystem::file_size( target ), std::string( "precious" ).size() );
+   EXPECT_EQ( contentOf( target ), "precious" );
    EXPECT_FALSE( std::filesystem::exists( folder.path() / "nowhere" ) );
-   EXPECT_TRUE( std::filesystem::is_regular_file( folder.path() / ( name + ".2.fennet" ) ) );
-}
-
-TEST_F( ATroubledRingTrace, leavesNoFileBehindWhenTheDiskIsFull ) {
-   failing.posixFallocate = 1;
-   testing::internal::CaptureStderr();
-   traceNumber( 1 );
-   EXPECT_EQ(
-      testing::internal::GetCapturedStderr(), noFileCanBeMade( "No space left on device" ) );
-   EXPECT_TRUE( folder.files().empty() );
-   traceNumber( 2 );
-   EXPECT_TRUE( folder.files().empty() );
-}
-
-TEST_F( ATroubledRingTrace, isWrittenByAnotherThreadOnceThereIsSpace ) {
-   failing.posixFallocate = 1;
-   testing::internal::CaptureStderr();
-   traceNumber( 1 );
-   std::thread( traceNumber, 2 ).join();
-   EXPECT_EQ(
-      testing::internal::GetCapturedStderr(), noFileCanBeMade( "No space left on device" ) );
-   EXPECT_EQ( folder.texts(), Texts{ "number 2" } );
+   EXPECT_TRUE( std::filesystem::is_regular_file( fileOfThread( 2 ) ) );
 }
 
 TEST_F( ATroubledRingTrace, isLeftOutWhereAThousandFilesOfTheThreadAreAlready ) {
-   const std::string start =
-      folder.path() / ( std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." );
-   for( int number = 0; number < 1000; ++number ) {
-      std::ofstream( start + std::to_string( number ) + ".fennet" );
+   for( int number = 0; number < 999; ++number ) {
+      std::ofstream( fileOfThread( number ) ).flush();
    }
-   testing::internal::CaptureStderr();
-   traceNumber( 1 );
-   EXPECT_EQ( testing::internal::GetCapturedStderr(), noFileCanBeMade( "File exists" ) );
+   EXPECT_NE( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
+   EXPECT_EQ( stderrOfThis( [] { traceNumber( 1 ); } ), cannotCreate( "File exists" ) );
    EXPECT_EQ( folder.files().size(), 1000 );
 }
 
-TEST_F( ATroubledRingTrace, tellsNoBootWhereTheKernelDoesNot ) {
-   failing.openOfTheBootId = 1;
-   traceNumber( 1 );
-   EXPECT_EQ( failing.openOfTheBootId, 0 );
-   const std::vector< Fennet::TimedRecord > records = folder.records();
-   ASSERT_EQ( records.size(), 1 );
-   EXPECT_EQ( records[0].origin->bootId, "" );
+TEST_F( ATroubledRingTrace, leavesNothingBehindWhenTheDiskOrTheMemoryIsFull ) {
+   for( int* const call : { &scripted.posixFallocate, &scripted.mmap } ) {
+      const OpenFiles before;
+      *call = 1;
+      EXPECT_EQ( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
+      EXPECT_EQ( errno, call == &scripted.mmap ? ENOMEM : ENOSPC );
+      EXPECT_EQ( *call, 0 );
+      EXPECT_EQ( OpenFiles(), before );
+      EXPECT_TRUE( folder.files().empty() );
+   }
 }
 
-class AFileThatIsNotMapped : public ATroubledRingTrace,
-                             public testing::WithParamInterface< int > {};
+TEST_F( ATroubledRingTrace, isWrittenByAnotherThreadOnceThereIsSpace ) {
+   scripted.posixFallocate = 1;
+   EXPECT_EQ(
+      stderrOfThis( [] {
+         traceNumber( 1 );
+         traceNumber( 2 );
+         std::thread( traceNumber, 3 ).join();
+      } ),
+      cannotCreate( "No space left on device" ) );
+   EXPECT_EQ( folder.texts(), Texts{ "number 3" } );
+}
 
-TEST_P( AFileThatIsNotMapped, isNotLeftBehind ) {
-   failing.mmap = GetParam();
-   testing::internal::CaptureStderr();
+TEST_F( ATroubledRingTrace, tellsNoBootWhereTheKernelDoesNot ) {
+   scripted.openOfTheBootId = 1;
    traceNumber( 1 );
-   EXPECT_EQ( testing::internal::GetCapturedStderr(), noFileCanBeMade( "Cannot allocate memory" ) );
-   EXPECT_EQ( failing.mmap, 0 );
+   EXPECT_EQ( scripted.openOfTheBootId, 0 );
+   EXPECT_EQ( folder.records().at( 0 ).origin->bootId, "" );
+}
+
+TEST_F( ATroubledRingTrace, isLeftOutIfItCannotBeDescribed ) {
+   for( const bool isShort : { false, true } ) {
+      const TraceFolder another;
+      const DefaultHandle itsHandle( another );
+      traceNumber( 1 );
+      scripted.pwrite = 1;
+      scripted.pwriteShort = isShort;
+      EXPECT_EQ(
+         stderrOfThis( [] {
+            for( int time = 0; time < 3; ++time ) {
+               TRACE( 8, "undescribed" );
+            }
+            TRACE( 8, "undescribed, too" );
+         } ),
+         noMoreDescriptions );
+      traceNumber( 2 );
+      EXPECT_EQ( another.texts(), ( Texts{ "number 1", "number 2" } ) );
+   }
+}
+
+// The sizes of files that a process may write, which SIGXFSZ defends.
+class ALimitedProcess : public ATroubledRingTrace {
+ protected:
+   template< typename Body >
+   static std::string stderrWithLimit( std::size_t size, Body body ) {
+      return stderrOf( [&] {
+         const rlimit limit{ size, size };
+         setrlimit( RLIMIT_FSIZE, &limit );
+         body();
+      } );
+   }
+};
+
+TEST_F( ALimitedProcess, leavesNoRecordsIfARingIsTooLarge ) {
+   EXPECT_EQ(
+      stderrWithLimit( Fennet::minRingSize, [] { traceNumber( 1 ); } ),
+      cannotCreate( "File too large" ) );
    EXPECT_TRUE( folder.files().empty() );
 }
 
-std::size_t openFiles() {
-   const std::filesystem::directory_iterator files( "/proc/self/fd" );
-   return static_cast< std::size_t >( std::distance( begin( files ), end( files ) ) );
-}
-
-TEST_P( AFileThatIsNotMapped, leavesNothingOpenOrMapped ) {
-   EXPECT_NE( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
-   const std::size_t filesBefore = openFiles();
-   const std::size_t bytesBefore = bytesMapped;
-   failing.mmap = GetParam();
-   EXPECT_EQ( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
-   EXPECT_EQ( openFiles(), filesBefore );
-   EXPECT_EQ( bytesMapped, bytesBefore );
-}
-
-TEST_F( ATroubledRingTrace, isWrittenWhereAllButTheLastOfAThousandFilesAreAlready ) {
-   const std::string start =
-      folder.path() / ( std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." );
-   for( int number = 0; number < 999; ++number ) {
-      std::ofstream( start + std::to_string( number ) + ".fennet" );
-   }
-   traceNumber( 1 );
-   EXPECT_TRUE( std::filesystem::exists( start + "999.fennet" ) );
-}
-
-INSTANTIATE_TEST_SUITE_P(, AFileThatIsNotMapped, testing::Values( 1 ) );
-
-class AFileThatTakesNoDescription : public ATroubledRingTrace,
-                                    public testing::WithParamInterface< bool > {};
-
-TEST_P( AFileThatTakesNoDescription, takesRecordsOfThoseItHas ) {
-   traceNumber( 1 );
-   failing.pwrite = 1;
-   failing.pwriteShort = GetParam();
-   testing::internal::CaptureStderr();
-   for( int time = 0; time < 3; ++time ) {
-      TRACE( 8, "undescribed" );
-   }
-   TRACE( 8, "undescribed, too" );
+TEST_F( ALimitedProcess, leavesNoRecordsWhoseDescriptionsAreTooLarge ) {
+   const std::string tooLarge =
+      "Fennet: a trace file takes no more descriptions: File too large; records without one are "
+      "left out\n";
    EXPECT_EQ(
-      testing::internal::GetCapturedStderr(),
-      "Fennet: a trace file takes no more descriptions: No space left on device; records without "
-      "one are left out\n" );
-   traceNumber( 2 );
-   EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2" } ) );
+      stderrWithLimit( Fennet::headerSize + Fennet::minRingSize, [] { traceNumber( 1 ); } ),
+      tooLarge );
+   EXPECT_EQ( folder.texts(), Texts{} );
 }
-
-INSTANTIATE_TEST_SUITE_P(, AFileThatTakesNoDescription, testing::Bool() );
 
 class ATroubledTextTrace : public testing::Test {
  protected:
-   ~ATroubledTextTrace() override { failing = {}; }
+   ~ATroubledTextTrace() override { scripted = {}; }
 
-   // The first write of the trace fails; gives what is written, and leaves errno as it finds it.
+   // The first write of the trace fails; returns what is written.
    static std::string writtenAfter( int error ) {
-      failing.writeToStderr = 1;
-      failing.writeError = error;
+      scripted.writeToStderr = 1;
+      scripted.writeError = error;
       testing::internal::CaptureStderr();
       const Orl::TraceHandle handle( "ATroubledTextTrace", false );
-      errno = 0;
+      errno = EXDEV;
       Tessel::fmtrace( handle, 3, "a.cpp", "f", 7, "", "text" );
-      EXPECT_EQ( errno, 0 );
-      EXPECT_EQ( failing.writeToStderr, 0 );
+      EXPECT_EQ( errno, EXDEV );
+      EXPECT_EQ( scripted.writeToStderr, 0 );
       return testing::internal::GetCapturedStderr();
    }
 };
@@ -289,3 +204,4 @@ TEST_F( ATroubledTextTrace, isLostWhereStandardErrorTakesNothing ) {
 }
 
 } // namespace
+} // namespace SodrelTest

@@ -3,14 +3,12 @@
 
 #include "Output.h"
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <string>
 #include <string_view>
 #include <system_error>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -20,19 +18,13 @@ namespace Fennet {
 
 namespace {
 
-constexpr std::uint32_t packetMagic = 0xc1fc1fc1;
-
 // A string literal of the metadata language.
 std::string literal( std::string_view text ) {
    std::string quoted = "\"";
    for( const char c : text ) {
-      const auto byte = static_cast< unsigned char >( c );
-      if( byte < 0x20 || byte >= 0x7f ) {
-         quoted += '?';
-      } else {
-         quoted += c == '"' || c == '\\' ? "\\" : "";
-         quoted += c;
-      }
+      const bool isPrintable = c >= ' ' && c <= '~';
+      quoted += c == '"' || c == '\\' ? "\\" : "";
+      quoted += isPrintable ? c : '?';
    }
    return quoted + '"';
 }
@@ -46,120 +38,127 @@ std::string_view typeOf( std::string_view code ) {
                          : "uint64_t";
 }
 
-// The kinds of events, numbered as they first come.
-class Events {
- public:
-   std::uint32_t idOf( const std::shared_ptr< const Description >& description ) {
-      const auto [found, isNew] = ids_.try_emplace( description, std::uint32_t( ids_.size() ) );
-      if( isNew ) {
-         declare( *description, found->second );
-      }
-      return found->second;
+template< typename Value >
+void append( std::string& bytes, Value value ) {
+   bytes.append( reinterpret_cast< const char* >( &value ), sizeof value );
+}
+
+void appendText( std::string& bytes, std::string text ) {
+   // A string of the format ends with its first NUL.
+   std::replace( text.begin(), text.end(), '\0', '?' );
+   bytes += text + '\0';
+}
+
+void appendNumber( std::string& bytes, std::uint64_t number, std::string_view code ) {
+   if( code == "b" ) {
+      append( bytes, static_cast< std::uint8_t >( number ) );
+   } else if( code == "si" || code == "ui" ) {
+      append( bytes, static_cast< std::uint32_t >( number ) );
+   } else {
+      append( bytes, number );
    }
+}
 
-   [[nodiscard]] const std::string& declarations() const { return declarations_; }
+// What a packet starts with; its size is not known before its end.
+std::string packetHead(
+   std::int64_t begin, std::int64_t end, std::uint64_t size, const TraceReader::Origin& origin ) {
+   std::string head;
+   append( head, std::uint32_t{ 0xc1fc1fc1 } ); // what marks a packet
+   append( head, std::uint32_t{ 0 } );          // the stream's class
+   append( head, begin );
+   append( head, end );
+   append( head, size * 8 ); // bits of content
+   append( head, size * 8 ); // with padding, of which there is none
+   append( head, origin.pid );
+   append( head, origin.tid );
+   appendText( head, origin.program );
+   return head;
+}
 
- private:
-   void declare( const Description& description, std::uint32_t id ) {
+void check( const std::ofstream& file, const std::filesystem::path& path ) {
+   if( !file ) {
+      throw std::system_error( errno, std::generic_category(), path.string() );
+   }
+}
+
+} // namespace
+
+CtfExport::CtfExport( std::filesystem::path folder ) : folder_( std::move( folder ) ) {
+   if( !std::filesystem::create_directory( folder_ ) ) {
+      throw std::system_error( EEXIST, std::generic_category(), folder_.string() );
+   }
+}
+
+CtfExport::Stream& CtfExport::streamOf( const TimedRecord& record ) {
+   const auto [found, isNew] = streams_.try_emplace( record.origin );
+   Stream& stream = found->second;
+   if( isNew ) {
+      stream.path = folder_ / fmt::format( "stream-{}", streams_.size() - 1 );
+      stream.file.open( stream.path, std::ios::binary );
+      stream.file << packetHead( 0, 0, 0, *record.origin );
+      stream.begin = record.time;
+   }
+   stream.end = record.time;
+   return stream;
+}
+
+// The kinds of events are numbered as they first come.
+std::uint32_t CtfExport::eventOf( const std::shared_ptr< const Description >& description ) {
+   const auto [found, isNew] =
+      events_.try_emplace( description, static_cast< std::uint32_t >( events_.size() ) );
+   if( isNew ) {
       std::string fields = "string text;";
-      for( std::size_t at = 0; at < description.codes.size(); ++at ) {
-         fields += fmt::format( " {} arg{};", typeOf( description.codes[at] ), at + 1 );
+      for( std::size_t at = 0; at < description->codes.size(); ++at ) {
+         fields += fmt::format( " {} arg{};", typeOf( description->codes[at] ), at + 1 );
       }
-      declarations_ += fmt::format(
+      eventDeclarations_ += fmt::format(
          "event {{ name = {}; id = {}; stream_id = 0; fields := struct {{ {} }}; }};\n",
          literal( fmt::format(
-            "{}/{} {}:{} {}", description.facility, description.level, description.sourceFile,
-            description.line, description.function ) ),
-         id, fields );
+            "{}/{} {}:{} {}", description->facility, description->level, description->sourceFile,
+            description->line, description->function ) ),
+         found->second, fields );
    }
+   return found->second;
+}
 
-   std::map< std::shared_ptr< const Description >, std::uint32_t > ids_;
-   std::string declarations_;
-};
-
-// One stream: a single packet with all records of a thread.
-class Stream {
- public:
-   void add( const TimedRecord& timed, std::uint32_t eventId ) {
-      begin_ = events_.empty() ? timed.time : begin_;
-      end_ = timed.time;
-      append( events_, eventId );
-      append( events_, timed.time );
-      appendText( textOf( timed.record ) );
-      const Record& record = timed.record;
-      for( std::size_t at = 0; at < record.description->codes.size(); ++at ) {
-         const std::string_view code = record.description->codes[at];
-         // An argument that was cut is an empty text or zero; the text shows that it is missing.
-         const Argument argument = at < record.arguments.size() ? record.arguments[at]
-                                   : code == "p"                ? Argument( std::string() )
-                                                                : Argument( std::uint64_t{} );
-         appendArgument( argument, code );
-      }
-   }
-
-   [[nodiscard]] std::string packet( const TraceReader::Origin& origin ) const {
-      std::string context;
-      append( context, std::int32_t{ origin.pid } );
-      append( context, std::int32_t{ origin.tid } );
-      context.append( origin.program ).push_back( '\0' );
-
-      std::string packet;
-      append( packet, packetMagic );
-      append( packet, std::uint32_t{ 0 } ); // the stream's class
-      append( packet, begin_ );
-      append( packet, end_ );
-      const std::uint64_t bytes =
-         packet.size() + 2 * sizeof( std::uint64_t ) + context.size() + events_.size();
-      append( packet, bytes * 8 ); // of content
-      append( packet, bytes * 8 ); // with padding, of which there is none
-      return packet + context + events_;
-   }
-
- private:
-   template< typename Value >
-   static void append( std::string& bytes, Value value ) {
-      bytes.append( reinterpret_cast< const char* >( &value ), sizeof value );
-   }
-
-   void appendText( std::string_view text ) {
-      // A string of the format ends with its first NUL.
-      for( const char c : text ) {
-         events_ += c == '\0' ? '?' : c;
-      }
-      events_ += '\0';
-   }
-
-   void appendArgument( const Argument& argument, std::string_view code ) {
-      if( const auto* text = std::get_if< std::string >( &argument ) ) {
-         appendText( *text );
-         return;
-      }
-      const auto number = std::visit(
-         []< typename T >( const T& value ) {
-            if constexpr( std::is_same_v< T, std::string > ) {
-               return std::uint64_t{};
+void CtfExport::add( const TimedRecord& timed ) {
+   const Record& record = timed.record;
+   std::string event;
+   append( event, eventOf( record.description ) );
+   append( event, timed.time );
+   appendText( event, textOf( record ) );
+   // An argument that was cut is an empty text or zero; the text shows that it is missing.
+   for( std::size_t at = 0; at < record.description->codes.size(); ++at ) {
+      const std::string_view code = record.description->codes[at];
+      const Argument argument = at < record.arguments.size() ? record.arguments[at]
+                                : code == "p"                ? Argument( std::string() )
+                                                             : Argument( std::uint64_t{} );
+      std::visit(
+         [&]< typename Value >( const Value& value ) {
+            if constexpr( std::is_same_v< Value, std::string > ) {
+               appendText( event, value );
             } else {
-               return static_cast< std::uint64_t >( value );
+               appendNumber( event, static_cast< std::uint64_t >( value ), code );
             }
          },
          argument );
-      if( code == "b" ) {
-         append( events_, static_cast< std::uint8_t >( number ) );
-      } else if( code == "si" || code == "ui" ) {
-         append( events_, static_cast< std::uint32_t >( number ) );
-      } else {
-         append( events_, number );
-      }
    }
+   Stream& stream = streamOf( timed );
+   stream.file << event;
+   check( stream.file, stream.path );
+}
 
-   std::int64_t begin_ = 0;
-   std::int64_t end_ = 0;
-   std::string events_;
-};
-
-std::string metadata( const Events& events ) {
+void CtfExport::finish() {
+   for( auto& [origin, stream] : streams_ ) {
+      const auto size = static_cast< std::uint64_t >( stream.file.tellp() );
+      stream.file.seekp( 0 );
+      stream.file << packetHead( stream.begin, stream.end, size, *origin );
+      stream.file.close();
+      check( stream.file, stream.path );
+   }
    const std::string_view byteOrder = std::endian::native == std::endian::little ? "le" : "be";
-   return fmt::format(
+   std::ofstream metadata( folder_ / "metadata" );
+   metadata << fmt::format(
       R"(/* CTF 1.8 */
 typealias integer {{ size = 8; align = 8; signed = false; }} := uint8_t;
 typealias integer {{ size = 32; align = 8; signed = false; }} := uint32_t;
@@ -181,34 +180,9 @@ stream {{
    event.header := struct {{ uint32_t id; time_t timestamp; }};
 }};
 {})",
-      byteOrder, events.declarations() );
-}
-
-void writeFile( const std::filesystem::path& path, const std::string& bytes ) {
-   std::ofstream file( path, std::ios::binary );
-   file << bytes;
-   file.close();
-   if( !file ) {
-      throw std::system_error( errno, std::generic_category(), path.string() );
-   }
-}
-
-} // namespace
-
-void exportCtf( const std::vector< TimedRecord >& records, const std::filesystem::path& folder ) {
-   if( !std::filesystem::create_directory( folder ) ) {
-      throw std::system_error( EEXIST, std::generic_category(), folder.string() );
-   }
-   Events events;
-   std::map< std::shared_ptr< const TraceReader::Origin >, Stream > streams;
-   for( const TimedRecord& record : records ) {
-      streams[record.origin].add( record, events.idOf( record.record.description ) );
-   }
-   writeFile( folder / "metadata", metadata( events ) );
-   std::size_t number = 0;
-   for( const auto& [origin, stream] : streams ) {
-      writeFile( folder / fmt::format( "stream-{}", number++ ), stream.packet( *origin ) );
-   }
+      byteOrder, eventDeclarations_ );
+   metadata.close();
+   check( metadata, folder_ / "metadata" );
 }
 
 } // namespace Fennet

@@ -3,16 +3,16 @@
 #include "Output.h"
 #include "TraceSet.h"
 
-#include <algorithm>
+#include <platform/trace/Line.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include <getopt.h>
+#include <argp.h>
 #include <regex.h>
 #include <unistd.h>
 
@@ -20,43 +20,27 @@ namespace {
 
 using Fennet::TimedRecord;
 
-constexpr const char* usage =
-   "Usage: fennet-read [OPTION]... FILE|FOLDER...\n"
-   "Prints the records of ring-buffer trace files in the order of time.\n"
-   "\n"
-   "   --facility NAME    only records of this facility\n"
-   "   --operation NAME   only records of this operation\n"
-   "   --since TIME       only records of this time or later, as in 2026-11-21T02:32:38.5\n"
-   "   --until TIME       only records of this time or earlier\n"
-   "   --grep REGEX       only records whose text matches the extended regular expression\n"
-   "   --follow           go on with what living processes add\n"
-   "   --json             print one JSON object per record\n"
-   "   --ctf FOLDER       write the Common Trace Format into a new folder instead\n"
-   "   --colour WHEN      auto, always or never\n"
-   "   --help             print this text\n";
-
-struct WrongUse {
-   std::string reason;
-};
-
 // An extended regular expression of the C library.
 class Pattern {
  public:
-   explicit Pattern( const char* text ) {
-      if( regcomp( &regex_, text, REG_EXTENDED | REG_NOSUB ) != 0 ) {
-         throw WrongUse{ std::string( "no regular expression: " ) + text };
+   explicit Pattern( const char* text )
+      : isValid_( regcomp( &regex_, text, REG_EXTENDED | REG_NOSUB ) == 0 ) {}
+   ~Pattern() {
+      if( isValid_ ) {
+         regfree( &regex_ );
       }
    }
-   ~Pattern() { regfree( &regex_ ); }
    Pattern( const Pattern& ) = delete;
    Pattern& operator=( const Pattern& ) = delete;
 
+   [[nodiscard]] bool isValid() const { return isValid_; }
    [[nodiscard]] bool matches( const std::string& text ) const {
       return regexec( &regex_, text.c_str(), 0, nullptr, 0 ) == 0;
    }
 
  private:
    regex_t regex_{};
+   bool isValid_;
 };
 
 struct Options {
@@ -69,80 +53,95 @@ struct Options {
    bool follow = false;
    bool json = false;
    bool colours = isatty( STDOUT_FILENO ) && !std::getenv( "NO_COLOR" );
-   bool help = false;
    std::vector< std::string > paths;
 };
 
-std::int64_t timeOption( const char* text ) {
+// No character, so that there are no short options.
+enum Key { facility = 256, operation, since, until, grep, follow, json, ctf, colour };
+
+constexpr argp_option known[] = {
+   { "facility", facility, "NAME", 0, "Print only records of this facility", 0 },
+   { "operation", operation, "NAME", 0, "Print only records of this operation", 0 },
+   { "since", since, "TIME", 0,
+     "Print only records of this UTC time or later, "
+     "YYYY-MM-DD[THH:MM[:SS]]",
+     0 },
+   { "until", until, "TIME", 0, "Print only records of this time or earlier", 0 },
+   { "grep", grep, "REGEX", 0,
+     "Print only records whose text matches this extended regular "
+     "expression",
+     0 },
+   { "follow", follow, nullptr, 0, "Keep printing what living processes add", 0 },
+   { "json", json, nullptr, 0, "Print one JSON object per record", 0 },
+   { "ctf", ctf, "FOLDER", 0, "Write the Common Trace Format into a new folder instead", 0 },
+   { "colour", colour, "WHEN", 0, "Use colours auto, always or never", 0 },
+   {}
+};
+
+std::int64_t timeOption( const char* text, const argp_state* state ) {
    const auto time = Fennet::parseTime( text );
    if( !time ) {
-      throw WrongUse{ std::string( "no time: " ) + text };
+      argp_error( state, "invalid time '%s': expected YYYY-MM-DD[THH:MM[:SS]]", text );
    }
-   return *time;
+   return time.value();
 }
 
-bool colourOption( std::string_view when, bool automatic ) {
+bool colourOption( const std::string& when, bool automatic, const argp_state* state ) {
    if( when != "auto" && when != "always" && when != "never" ) {
-      throw WrongUse{ "--colour is auto, always or never" };
+      argp_error( state, "invalid colour '%s': expected auto, always or never", when.c_str() );
    }
    return when == "always" || ( when == "auto" && automatic );
 }
 
-void parse( int argc, char** argv, Options& options ) {
-   constexpr option known[] = { { "facility", required_argument, nullptr, 'f' },
-                                { "operation", required_argument, nullptr, 'o' },
-                                { "since", required_argument, nullptr, 's' },
-                                { "until", required_argument, nullptr, 'u' },
-                                { "grep", required_argument, nullptr, 'g' },
-                                { "follow", no_argument, nullptr, 'F' },
-                                { "json", no_argument, nullptr, 'j' },
-                                { "ctf", required_argument, nullptr, 'c' },
-                                { "colour", required_argument, nullptr, 'C' },
-                                { "help", no_argument, nullptr, 'h' },
-                                {} };
-   for( int found = 0; ( found = getopt_long( argc, argv, "", known, nullptr ) ) != -1; ) {
-      switch( found ) {
-      case 'f':
-         options.facility = optarg;
-         break;
-      case 'o':
-         options.operation = optarg;
-         break;
-      case 's':
-         options.since = timeOption( optarg );
-         break;
-      case 'u':
-         options.until = timeOption( optarg );
-         break;
-      case 'g':
-         options.grep.emplace( optarg );
-         break;
-      case 'F':
-         options.follow = true;
-         break;
-      case 'j':
-         options.json = true;
-         break;
-      case 'c':
-         options.ctf = optarg;
-         break;
-      case 'C':
-         options.colours = colourOption( optarg, options.colours );
-         break;
-      case 'h':
-         options.help = true;
-         break;
-      default:
-         throw WrongUse{}; // getopt_long has said why
+// Every argp_error ends the program.
+error_t parse( int key, char* text, argp_state* state ) {
+   Options& options = *static_cast< Options* >( state->input );
+   switch( key ) {
+   case facility:
+      options.facility = text;
+      break;
+   case operation:
+      options.operation = text;
+      break;
+   case since:
+      options.since = timeOption( text, state );
+      break;
+   case until:
+      options.until = timeOption( text, state );
+      break;
+   case grep:
+      options.grep.emplace( text );
+      if( !options.grep->isValid() ) {
+         argp_error( state, "invalid regular expression '%s'", text );
       }
+      break;
+   case follow:
+      options.follow = true;
+      break;
+   case json:
+      options.json = true;
+      break;
+   case ctf:
+      options.ctf = text;
+      break;
+   case colour:
+      options.colours = colourOption( text, options.colours, state );
+      break;
+   case ARGP_KEY_ARG:
+      options.paths.emplace_back( text );
+      break;
+   case ARGP_KEY_END:
+      if( options.paths.empty() ) {
+         argp_error( state, "no input given: expected a trace file or a folder" );
+      }
+      if( options.follow && options.ctf ) {
+         argp_error( state, "--follow and --ctf cannot be combined" );
+      }
+      break;
+   default:
+      return ARGP_ERR_UNKNOWN;
    }
-   options.paths.assign( argv + optind, argv + argc );
-   if( options.paths.empty() && !options.help ) {
-      throw WrongUse{ "no file and no folder is named" };
-   }
-   if( options.follow && options.ctf ) {
-      throw WrongUse{ "--follow and --ctf do not go together" };
-   }
+   return 0;
 }
 
 bool isWanted( const TimedRecord& timed, const Options& options ) {
@@ -154,47 +153,43 @@ bool isWanted( const TimedRecord& timed, const Options& options ) {
           ( !options.grep || options.grep->matches( Fennet::textOf( timed.record ) ) );
 }
 
-std::vector< TimedRecord > readWanted( Fennet::TraceSet& traces, const Options& options ) {
-   auto records = traces.read();
-   std::erase_if(
-      records, [&]( const TimedRecord& record ) { return !isWanted( record, options ); } );
-   return records;
-}
-
-// False once nobody reads what is printed.
-bool print( const std::vector< TimedRecord >& records, const Options& options ) {
-   for( const TimedRecord& record : records ) {
-      const std::string line =
-         options.json ? Fennet::jsonOf( record ) : Fennet::lineOf( record, options.colours );
-      std::fwrite( line.data(), 1, line.size(), stdout );
-      std::fputc( '\n', stdout );
-   }
-   return std::fflush( stdout ) == 0;
-}
-
-// Gives the exit status: 0, or 1 when a file could not be read whole.
+// Returns the exit status: 0, or 1 if a file could not be read whole.
 int run( const Options& options ) {
    int status = EXIT_SUCCESS;
    Fennet::TraceSet traces( [&]( const std::string& complaint ) {
-      std::fprintf( stderr, "fennet-read: %s\n", complaint.c_str() );
+      std::fprintf( stderr, "fennet-read: %s\n", Tessel::Impl::escaped( complaint ).c_str() );
       status = EXIT_FAILURE;
    } );
    for( const std::string& path : options.paths ) {
       traces.add( path );
    }
    if( options.ctf ) {
-      Fennet::exportCtf( readWanted( traces, options ), *options.ctf );
+      Fennet::CtfExport ctf( *options.ctf );
+      traces.read( [&]( const TimedRecord& record ) {
+         if( isWanted( record, options ) ) {
+            ctf.add( record );
+         }
+      } );
+      ctf.finish();
       return status;
    }
-   bool last = !options.follow;
-   while( print( readWanted( traces, options ), options ) && !last ) {
-      // Whoever has ended by now has its last records read once more. A mapped file tells nobody
-      // that it has changed, so it is looked at from time to time.
-      last = !traces.mayGrow();
+   const auto print = [&]( const TimedRecord& record ) {
+      if( isWanted( record, options ) ) {
+         std::puts(
+            ( options.json ? jsonOf( record ) : lineOf( record, options.colours ) ).c_str() );
+      }
+   };
+   for( bool more = options.follow;; ) {
+      traces.read( print );
+      if( std::fflush( stdout ) != 0 || !more ) {
+         return std::ferror( stdout ) ? EXIT_FAILURE : status;
+      }
+      // The records of a process that has ended by now are read once more. A mapped file tells
+      // nobody that it has changed, so it is looked at from time to time.
+      more = traces.mayGrow();
       constexpr useconds_t pause = 100'000;
-      usleep( last ? 0 : pause );
+      usleep( more ? pause : 0 );
    }
-   return std::ferror( stdout ) ? EXIT_FAILURE : status;
 }
 
 } // namespace
@@ -202,18 +197,16 @@ int run( const Options& options ) {
 int main( int argc, char** argv ) {
    try {
       Options options;
-      parse( argc, argv, options );
-      if( options.help ) {
-         std::fputs( usage, stdout );
-         return EXIT_SUCCESS;
-      }
+      argp_err_exit_status = 2;
+      constexpr argp syntax{ known,
+                             parse,
+                             "FILE|FOLDER...",
+                             "Prints the records of ring-buffer trace files in the order of time.",
+                             nullptr,
+                             nullptr,
+                             nullptr };
+      argp_parse( &syntax, argc, argv, 0, nullptr, &options );
       return run( options );
-   } catch( const WrongUse& use ) {
-      if( !use.reason.empty() ) {
-         std::fprintf( stderr, "fennet-read: %s\n", use.reason.c_str() );
-      }
-      std::fputs( usage, stderr );
-      return 2;
    } catch( const std::exception& error ) {
       std::fprintf( stderr, "fennet-read: %s\n", error.what() );
       return EXIT_FAILURE;

@@ -6,22 +6,23 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace Fennet {
 
-// The record's format with its arguments, "..." for what was cut, control characters as \xHH.
+// The record's format with its arguments, "..." for what was cut. Control characters and what is
+// not UTF-8 are written as \xHH.
 std::string textOf( const Record& record );
 
-// "2026-11-21T02:32:38.123456789Z", and back: nanoseconds since 1970, where digits and the letter
-// may be missing at the end of the fraction. Nothing when the text is no such time.
+// "2026-11-21T02:32:38.123456789Z".
 std::string formatTime( std::int64_t time );
-std::optional< std::int64_t > parseTime( std::string_view text );
+// Nanoseconds since 1970 of a time YYYY-MM-DD[THH:MM[:SS]] in UTC, which may have a fraction and a
+// Z; nothing if the text is not such a time.
+std::optional< std::int64_t > parseTime( const std::string& text );
 
 // A line like that of a text trace; `colours` for a terminal.
 std::string lineOf( const TimedRecord& record, bool colours );
 
-// A JSON object on one line.
+// A JSON object on one line, in ASCII.
 std::string jsonOf( const TimedRecord& record );
 
 } // namespace Fennet

@@ -1,6 +1,7 @@
-// Reading one ring-buffer trace file, of a process that lives or has ended.
+// Reading one ring-buffer trace file, of a living process or one that has ended.
 //
-// A file may come from anywhere: every field is checked before it is used.
+// A file may come from anywhere: every field is checked before it is used, and a file costs no more
+// memory than a piece of its ring and the descriptions that it really holds.
 #pragma once
 
 #include <platform/trace/FileFormat.h>
@@ -10,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -47,13 +49,21 @@ struct Record {
 // Where a file's bytes come from: reads up to `size` bytes at `offset`, fewer only at the end.
 using ReadAt = std::function< std::size_t( std::uint64_t offset, char* to, std::size_t size ) >;
 
-// The bytes of the file at `path`. Throws std::system_error when it cannot be opened or read.
+// The bytes of the file at `path`. Throws std::system_error if it cannot be opened or read.
 ReadAt bytesOf( const std::string& path );
 
 // Reads a file from its oldest record on, and what its process adds.
+//
+// Every operation throws Damage, naming the place, if the file cannot be read any further; no call
+// may follow.
 class TraceReader {
  public:
    explicit TraceReader( ReadAt readAt );
+
+   // Finds out what the process has added. Returns whether the file has begun: before that, there
+   // is no origin, and there are no clocks and no records.
+   bool refresh();
+   [[nodiscard]] bool begun() const { return ringSize_ != 0; }
 
    struct Origin {
       std::int32_t pid = 0;
@@ -61,37 +71,36 @@ class TraceReader {
       std::string bootId;
       std::string program;
    };
-   // Known, like the clocks, once the file has begun.
-   [[nodiscard]] bool begun() const { return ringSize_ != 0; }
    [[nodiscard]] const Origin& origin() const { return origin_; }
    // The latest pair of clock readings.
    [[nodiscard]] const ClockPair& clocks() const { return clocks_; }
 
-   // Hands every record finished since the last call to `take`, the oldest first. Records that the
-   // process has overwritten meanwhile are left out.
-   // Throws Damage, naming the place; the records before it have been taken. No call may follow.
+   // Returns the next of the records that were finished at the last refresh, the oldest first;
+   // nothing after the last one. Records that the process has overwritten meanwhile are left out.
+   std::optional< Record > next();
+
+   // Refreshes and hands all records to `take`.
    void read( const std::function< void( Record ) >& take );
 
  private:
-   struct State {
-      std::uint64_t tail = 0;
-      std::uint64_t end = 0;
-      std::uint64_t descriptionsSize = 0;
-   };
-
-   bool readHeader( State& state );
+   bool readHeader( FileHeader& header );
    void readDescriptions( std::uint64_t size );
-   std::string readRing( std::uint64_t from, std::uint64_t to );
-   std::string readExactly( std::uint64_t offset, std::uint64_t size );
-   [[nodiscard]] Record parseRecord( std::string_view bytes, std::uint64_t place ) const;
+   void readPiece();
+   std::string readExactly( std::uint64_t offset, std::size_t size );
+   [[nodiscard]] Record parseRecord( const RecordHead& head, std::string_view arguments ) const;
+   // Where the record at `position_` stands in the file.
+   [[nodiscard]] std::uint64_t place() const { return headerSize + position_ % ringSize_; }
 
    ReadAt readAt_;
    std::uint32_t ringSize_ = 0;
    Origin origin_;
    ClockPair clocks_{};
    std::map< std::int32_t, std::shared_ptr< const Description > > descriptions_;
-   std::uint64_t descriptionsRead_ = 0;
-   std::uint64_t position_ = 0;
+   std::uint64_t descriptionsSize_ = 0; // of those that were read
+   std::uint64_t end_ = 0;              // at the last refresh
+   std::uint64_t position_ = 0;         // of the next record
+   std::string piece_;                  // a part of the ring
+   std::uint64_t pieceStart_ = 0;       // its position
 };
 
 } // namespace Fennet

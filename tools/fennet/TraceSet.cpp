@@ -1,9 +1,11 @@
-// Merging files: one clock for all files of a boot, so that their order is that of their ticks.
+// Merging files: one clock for all files of a boot, so that records keep the monotonic order.
 #include "TraceSet.h"
 
 #include <algorithm>
+#include <functional>
 #include <limits>
 #include <map>
+#include <queue>
 #include <system_error>
 #include <utility>
 
@@ -44,78 +46,94 @@ void TraceSet::addFile( const std::filesystem::path& path ) {
       return;
    }
    try {
-      files_.push_back( { path, TraceReader( bytesOf( path ) ) } );
+      files_.push_back( { path, TraceReader( bytesOf( path ) ), nullptr } );
    } catch( const std::system_error& error ) {
       complain_( error.what() );
    }
 }
 
 void TraceSet::addFolder( const std::filesystem::path& folder ) {
-   std::error_code error;
-   std::filesystem::directory_iterator entries( folder, error );
    std::set< std::filesystem::path > paths; // in the order of their names
-   while( !error && entries != std::filesystem::directory_iterator() ) {
-      if( entries->path().extension() == ".fennet" ) {
-         paths.insert( entries->path() );
+   try {
+      for( const auto& entry : std::filesystem::directory_iterator( folder ) ) {
+         if( entry.path().extension() == ".fennet" ) {
+            paths.insert( entry.path() );
+         }
       }
-      entries.increment( error );
-   }
-   if( error ) {
-      complain_( folder.string() + ": " + error.message() );
+   } catch( const std::filesystem::filesystem_error& error ) {
+      complain_( folder.string() + ": " + error.code().message() );
    }
    for( const auto& path : paths ) {
       addFile( path );
    }
 }
 
-std::vector< TimedRecord > TraceSet::read() {
+// Runs `read` on the file's reader; gives the file up if that fails.
+template< typename Read >
+void TraceSet::attempt( File& file, const Read& read ) {
+   if( file.damaged ) {
+      return;
+   }
+   try {
+      read( file.reader );
+   } catch( const Damage& damage ) {
+      file.damaged = true;
+      complain_( file.path + ": " + damage.what() );
+   } catch( const std::system_error& error ) {
+      file.damaged = true;
+      complain_( error.what() );
+   }
+}
+
+void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
    for( const auto& folder : folders_ ) {
       addFolder( folder );
    }
-   std::vector< TimedRecord > records;
-   // By boot: its latest pair of clock readings serves all its files, so that their records keep
-   // the order of the monotonic clock.
+   // By boot: its latest pair of clock readings serves all its files.
    std::map< std::string, ClockPair > clocks;
    for( File& file : files_ ) {
-      if( file.damaged ) {
-         continue;
-      }
-      std::shared_ptr< const TraceReader::Origin > origin;
-      try {
-         file.reader.read( [&]( Record record ) {
-            if( !origin ) {
-               origin = std::make_shared< const TraceReader::Origin >( file.reader.origin() );
-            }
-            records.push_back( { 0, origin, std::move( record ) } );
-         } );
-      } catch( const Damage& damage ) {
-         file.damaged = true;
-         complain_( file.path + ": " + damage.what() );
-      } catch( const std::system_error& error ) {
-         file.damaged = true;
-         complain_( error.what() );
-      }
-      if( file.reader.begun() ) {
-         ClockPair& latest =
-            clocks.try_emplace( file.reader.origin().bootId, file.reader.clocks() ).first->second;
-         if( file.reader.clocks().monotonic > latest.monotonic ) {
-            latest = file.reader.clocks();
+      attempt( file, [&]( TraceReader& reader ) {
+         if( !reader.refresh() ) {
+            return;
          }
-      }
+         if( !file.origin ) {
+            file.origin = std::make_shared< const TraceReader::Origin >( reader.origin() );
+         }
+         ClockPair& latest =
+            clocks.try_emplace( file.origin->bootId, reader.clocks() ).first->second;
+         if( reader.clocks().monotonic > latest.monotonic ) {
+            latest = reader.clocks();
+         }
+      } );
    }
-   for( TimedRecord& record : records ) {
-      record.time = timeOfDay( record.record.time, clocks[record.origin->bootId] );
+   // The next record of each file, and their files by time; the earlier file first.
+   std::vector< Record > records( files_.size() );
+   using Entry = std::pair< std::int64_t, std::size_t >;
+   std::priority_queue< Entry, std::vector< Entry >, std::greater<> > order;
+   const auto advance = [&]( std::size_t index ) {
+      File& file = files_[index];
+      attempt( file, [&]( TraceReader& reader ) {
+         if( auto record = reader.next() ) {
+            order.emplace( timeOfDay( record->time, clocks[file.origin->bootId] ), index );
+            records[index] = *std::move( record );
+         }
+      } );
+   };
+   for( std::size_t index = 0; index < files_.size(); ++index ) {
+      advance( index );
    }
-   std::stable_sort(
-      records.begin(), records.end(),
-      []( const TimedRecord& left, const TimedRecord& right ) { return left.time < right.time; } );
-   return records;
+   while( !order.empty() ) {
+      const auto [time, index] = order.top();
+      order.pop();
+      take( { time, files_[index].origin, std::move( records[index] ) } );
+      advance( index );
+   }
 }
 
 bool TraceSet::mayGrow() const {
    return !folders_.empty() || std::any_of( files_.begin(), files_.end(), []( const File& file ) {
-      const pid_t pid = file.reader.origin().pid;
-      return !file.damaged && ( !file.reader.begun() || kill( pid, 0 ) == 0 || errno == EPERM );
+      return !file.damaged &&
+             ( !file.origin || kill( file.origin->pid, 0 ) == 0 || errno == EPERM );
    } );
 }
 

@@ -22,28 +22,32 @@ struct TimedRecord {
 
 class TraceSet {
  public:
-   // `complain` is told what is wrong with a file; the file is given up, the others go on.
+   // `complain` is told what is wrong with a file; that file is given up, the others go on.
    explicit TraceSet( std::function< void( const std::string& ) > complain );
 
    // Adds a file, or the trace files of a folder: those whose names end in ".fennet", and with
    // every `read` those that are new.
    void add( const std::filesystem::path& path );
 
-   // All records finished since the last call, in the order of time.
-   std::vector< TimedRecord > read();
+   // Hands every record finished since the last call to `take`, in the order of time. Holds one
+   // record of each file at a time.
+   void read( const std::function< void( const TimedRecord& ) >& take );
 
-   // Whether a process that writes to one of the files may still live.
+   // Returns whether a process that writes to one of the files may still live.
    [[nodiscard]] bool mayGrow() const;
 
  private:
    struct File {
       std::string path;
       TraceReader reader;
+      std::shared_ptr< const TraceReader::Origin > origin; // null until the file has begun
       bool damaged = false;
    };
 
    void addFile( const std::filesystem::path& path );
    void addFolder( const std::filesystem::path& folder );
+   template< typename Read >
+   void attempt( File& file, const Read& read );
 
    std::function< void( const std::string& ) > complain_;
    std::vector< std::filesystem::path > folders_;

@@ -94,5 +94,8 @@ struct DescriptionHead {
 // What a description holds behind its head.
 inline constexpr std::size_t descriptionStrings = 6;
 inline constexpr std::size_t maxDescriptionText = 8 << 10; // a longer text loses its end
+inline constexpr std::size_t maxDescriptionSize =
+   sizeof( DescriptionHead ) +
+   descriptionStrings * ( sizeof( std::uint16_t ) + maxDescriptionText );
 
 } // namespace Fennet

@@ -1,0 +1,54 @@
+// Processes of a test's own: how they end, and what they write to standard error.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace SodrelTest {
+
+// The exit status of a process; 128 and the number of the signal that ended it, as in shells.
+inline int statusOf( pid_t process ) {
+   int status = 0;
+   EXPECT_EQ( waitpid( process, &status, 0 ), process );
+   return WIFSIGNALED( status ) ? 128 + WTERMSIG( status ) : WEXITSTATUS( status );
+}
+
+// How a process ends that runs the body; its status is 0 unless the body fails the test.
+inline int statusOf( const std::function< void() >& body ) {
+   const pid_t child = fork();
+   if( child == 0 ) {
+      body();
+      _exit( testing::Test::HasFailure() );
+   }
+   return statusOf( child );
+}
+
+// What a process writes to standard error that runs the body and ends well.
+inline std::string stderrOf( const std::function< void() >& body ) {
+   int ends[2] = {};
+   EXPECT_EQ( pipe( ends ), 0 );
+   const pid_t child = fork();
+   if( child == 0 ) {
+      dup2( ends[1], STDERR_FILENO );
+      close( ends[0] );
+      close( ends[1] );
+      body();
+      _exit( testing::Test::HasFailure() );
+   }
+   close( ends[1] );
+   std::string text;
+   char piece[4096];
+   for( ssize_t size = 0; ( size = read( ends[0], piece, sizeof piece ) ) > 0; ) {
+      text.append( piece, static_cast< std::size_t >( size ) );
+   }
+   close( ends[0] );
+   EXPECT_EQ( statusOf( child ), 0 );
+   return text;
+}
+
+} // namespace SodrelTest

@@ -1,0 +1,111 @@
+// Stands between the traces and the C library.
+#include "ScriptedSystem.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace SodrelTest {
+
+ScriptedSystem scripted;
+
+namespace {
+
+// What mmap has given and munmap has not yet taken back.
+std::size_t mappedBytes = 0;
+
+bool fails( int& calls ) {
+   return calls > 0 && --calls == 0;
+}
+
+} // namespace
+
+OpenFiles::OpenFiles() : mappedBytes( SodrelTest::mappedBytes ) {
+   for( const auto& entry : std::filesystem::directory_iterator( "/proc/self/fd" ) ) {
+      std::error_code gone;
+      descriptors.insert( std::filesystem::read_symlink( entry.path(), gone ).string() );
+   }
+}
+
+} // namespace SodrelTest
+
+using SodrelTest::fails;
+using SodrelTest::scripted;
+
+extern "C" {
+
+// These stand for the C library's throughout this program.
+
+int posix_fallocate( int fd, off_t offset, off_t length ) {
+   if( fails( scripted.posixFallocate ) ) {
+      return ENOSPC;
+   }
+   return fallocate( fd, 0, offset, length ) == 0 ? 0 : errno;
+}
+
+ssize_t pwrite( int fd, const void* bytes, size_t size, off_t offset ) {
+   if( fails( scripted.pwrite ) ) {
+      if( scripted.pwriteShort ) {
+         return syscall( SYS_pwrite64, fd, bytes, size / 2, offset );
+      }
+      errno = ENOSPC;
+      return -1;
+   }
+   return syscall( SYS_pwrite64, fd, bytes, size, offset );
+}
+
+// The linker leads calls of these here; the sanitizers have some of the same names.
+
+void* __real_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset );
+void* __wrap_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) {
+   if( fails( scripted.mmap ) ) {
+      errno = ENOMEM;
+      return MAP_FAILED;
+   }
+   SodrelTest::mappedBytes += fd < 0 ? 0 : size;
+   return __real_mmap( where, size, access, kind, fd, offset );
+}
+
+int __real_munmap( void* where, size_t size );
+int __wrap_munmap( void* where, size_t size ) {
+   SodrelTest::mappedBytes -= size;
+   return __real_munmap( where, size );
+}
+
+ssize_t __real_write( int fd, const void* bytes, size_t size );
+ssize_t __wrap_write( int fd, const void* bytes, size_t size ) {
+   if( fd == STDERR_FILENO && fails( scripted.writeToStderr ) ) {
+      errno = scripted.writeError;
+      return -1;
+   }
+   return __real_write( fd, bytes, size );
+}
+
+int __real_open( const char* path, int flags, mode_t mode );
+int __wrap_open( const char* path, int flags, mode_t mode ) {
+   if( std::string_view( path ).ends_with( "/boot_id" ) && fails( scripted.openOfTheBootId ) ) {
+      errno = ENOENT;
+      return -1;
+   }
+   return __real_open( path, flags, mode );
+}
+
+int __real_clock_gettime( clockid_t clock, timespec* time );
+int __wrap_clock_gettime( clockid_t clock, timespec* time ) {
+   if( !scripted.clocks ) {
+      return __real_clock_gettime( clock, time );
+   }
+   constexpr std::int64_t second = 1'000'000'000;
+   const std::int64_t monotonic = scripted.clocks->monotonic;
+   *time = clock == CLOCK_MONOTONIC ? timespec{ static_cast< std::time_t >( monotonic / second ),
+                                                static_cast< long >( monotonic % second ) }
+                                    : scripted.clocks->realtime;
+   return 0;
+}
+
+} // extern "C"
