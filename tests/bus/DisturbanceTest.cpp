@@ -1,21 +1,18 @@
 // Operations under POSIX signals, across a fork, and blocked in a wait when the bus dies.
 #include <csignal>
-#include <functional>
 #include <optional>
 #include <ostream>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <sys/time.h>
 
 #include <support/ChildProcess.h>
 
-#include "BusWitness.h"
 #include "LibraryFixture.h"
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -45,147 +42,112 @@ class Interruptions {
    }
 };
 
-struct Disturbed {
-   const char* name;
-   std::function< Tessel::String( Sdbus& ) > run;
-   std::string result;
-   // How the texts of its calls, its match and its wait begin, if it has them.
-   std::vector< std::string > failures;
-};
+const std::string interrupted = ": Interrupted system call";
 
-void PrintTo( const Disturbed& operation, std::ostream* stream ) {
-   *stream << operation.name;
-}
+struct Disturbed {
+   std::string operation;
+   std::string result;
+   // How the texts of its calls and of its match begin, if it has them.
+   Texts failures;
+   // The monitor whose wait it is, if any.
+   std::string monitor = {};
+
+   friend void PrintTo( const Disturbed& disturbed, std::ostream* stream ) {
+      *stream << disturbed.operation;
+   }
+};
 
 class AnInterruptedOperation : public ALibraryClient,
                                public testing::WithParamInterface< Disturbed > {};
 
-TEST_P( AnInterruptedOperation, succeedsOrSaysThatItWasInterrupted ) {
-   const std::string why = ": Interrupted system call";
-   std::set< std::string > outcomes{
-      GetParam().result, "Sodrel::NoSdbusException: Sdbus::sdbus, failed to initialize sd-bus" + why
-   };
-   for( const std::string& failure : GetParam().failures ) {
-      outcomes.insert( failure + why );
+TEST_P( AnInterruptedOperation, succeedsOrReportsTheInterruption ) {
+   const Disturbed& operation = GetParam();
+   std::set< std::string > outcomes{ operation.result, notOpened + interrupted };
+   for( const std::string& failure : operation.failures ) {
+      outcomes.insert( failure + interrupted );
    }
-   // A renewal between a monitor and its wait leaves the monitor behind.
-   if( GetParam().failures.size() > 2 ) {
-      std::string closed = GetParam().failures.back();
-      closed.replace( closed.rfind( "sd_bus_wait" ), 11, "sd_bus_process" );
-      outcomes.insert( closed + ": Connection reset by peer" );
+   if( !operation.monitor.empty() ) {
+      const std::string wait = syncFailed + operation.monitor + "::wait, ";
+      outcomes.insert( wait + "sd_bus_wait failed" + interrupted );
+      // A renewal between a monitor and its wait leaves the monitor behind.
+      outcomes.insert( wait + "sd_bus_process failed" + reset );
    }
    const Tessel::Ptr< Sdbus > subscriber = sdbusFactory();
    subscriber->managerCall( "Subscribe", true );
-   const auto run = [&] { return outcomeOf( [&] { return GetParam().run( *client ); } ); };
+   manager.onEveryCall(
+      "ReloadUnit", { replyJob( 7 ), activeState( "web.service", "reloading" ),
+                      activeState( "web.service", "active" ) } );
    {
       const Interruptions interruptions;
       const int before = Interruptions::count;
       while( Interruptions::count < before + 50 ) {
-         EXPECT_THAT( outcomes, testing::Contains( run() ) );
+         EXPECT_THAT( outcomes, testing::Contains( outcomeOf( operation.operation ) ) );
       }
    }
-   EXPECT_EQ( run(), GetParam().result );
-}
-
-const std::string callFailed = "Sodrel::SdbusCallException: Sdbus::";
-const std::string syncFailed = "Sodrel::SdbusSyncException: ";
-
-Tessel::String onlyPath( const Tessel::String& job ) {
-   return text( job ).substr( 0, 30 ).c_str();
+   EXPECT_EQ( outcomeOf( operation.operation ), operation.result );
 }
 
 const Disturbed disturbed[]{
-   { "managerPropertyS",
-     []( Sdbus& client ) { return client.managerPropertyS( "Version" ); },
-     "252.39",
-     { callFailed + "managerPropertyS, manager property Version read failed" } },
-   { "managerPropertyB",
-     []( Sdbus& client ) {
-        return Tessel::String( client.managerPropertyB( "ShowStatus" ) ? "true" : "false" );
-     },
-     "true",
-     { callFailed + "managerPropertyB, manager property ShowStatus read failed" } },
-   { "unitPropertyS",
-     []( Sdbus& client ) { return client.unitPropertyS( "web.service", "ActiveState" ); },
+   { "managerPropertyS Version", "252.39", { failureOf( "managerPropertyS Version" ) } },
+   { "managerPropertyB ShowStatus", "true", { failureOf( "managerPropertyB ShowStatus" ) } },
+   { "unitPropertyS web.service ActiveState",
      "active",
-     { callFailed + "asyncManagerCallSO, sd-bus call GetUnit web.service failed",
-       callFailed + "unitPropertyS, read failed for property ActiveState of web.service" } },
-   { "creation",
-     []( Sdbus& ) { return Tessel::String( Creation().client() ? "created" : "null" ); },
-     "created",
-     { callFailed + "managerPropertyS, manager property SystemState read failed" } },
-   { "managerCall",
-     []( Sdbus& client ) {
-        client.managerCall( "Reload", false );
-        return Tessel::String( "reloaded" );
-     },
-     "reloaded",
-     { callFailed + "asyncManagerCall, sd-bus call Reload failed",
+     { failureOf( "asyncManagerCallSO GetUnit web.service" ),
+       failureOf( "unitPropertyS web.service ActiveState" ) } },
+   { "creation", "created", { failureOf( "managerPropertyS SystemState" ) } },
+   { "managerCall Reload",
+     "called",
+     { failureOf( "asyncManagerCall Reload" ),
        syncFailed +
-          "DaemonReloadingMonitor::handleInitialized, failed to register Reloading monitor",
-       syncFailed + "DaemonReloadingMonitor::wait, sd_bus_wait failed" } },
-   { "reloadUnit",
-     []( Sdbus& client ) {
-        return onlyPath( client.managerCallSsO( "ReloadUnit", "web.service", "replace", false ) );
-     },
-     "/org/freedesktop/systemd1/job/",
-     { callFailed + "asyncManagerCallSO, sd-bus call GetUnit web.service failed",
-       callFailed + "asyncManagerCallSsO, sd-bus call ReloadUnit web.service replace failed",
+          "DaemonReloadingMonitor::handleInitialized, failed to register Reloading monitor" },
+     "DaemonReloadingMonitor" },
+   { "managerCallSsO ReloadUnit web.service replace",
+     jobOf( 7 ),
+     { failureOf( "asyncManagerCallSO GetUnit web.service" ),
+       failureOf( "asyncManagerCallSsO ReloadUnit web.service replace" ),
        syncFailed +
           "UnitReloadingMonitor::handleInitialized, failed to register PropertiesChanged monitor "
           "for " +
-          unitPath( "web.service" ),
-       syncFailed + "UnitReloadingMonitor::wait, sd_bus_wait failed" } },
+          unitPath( "web.service" ) },
+     "UnitReloadingMonitor" },
 };
 
 INSTANTIATE_TEST_SUITE_P(
    OfEach, AnInterruptedOperation, testing::ValuesIn( disturbed ),
-   []( const auto& operation ) { return operation.param.name; } );
-
-// The wait's texts contain the job's path, which differs from call to call.
-struct AnInterruptedWait : ALibraryClient {};
-
-TEST_F( AnInterruptedWait, forAJobEndsWithItsResultOrSaysThatItWasInterrupted ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ), hold( "Go" ), jobRemoved( 7, "done" ) } );
-   manager.onEveryCall( "Go", { reply() } );
-   BusWitness witness( bus );
-   std::optional< Interruptions > interruptions;
-   // Only the wait is interrupted, and the signal comes after ten readings of the clock, if the
-   // wait lives through as many interruptions.
-   moments.atReading( 1, [&] { interruptions.emplace(); } );
-   moments.atReading( 10, [&] {
-      interruptions.reset();
-      witness.call( "Go" );
-   } );
-   const Tessel::String outcome = call( "StartUnit" );
-   interruptions.reset();
-   EXPECT_THAT(
-      outcome, testing::AnyOf(
-                  jobOf( 7 ), "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, sd_bus_wait "
-                              "failed: Interrupted system call" ) );
-   witness.call( "Go" );
-   EXPECT_EQ( systemState(), "running" );
-}
+   []( const auto& operation ) { return nameOf( operation.param.operation ); } );
 
 struct ABlockedWait : ALibraryClient {};
 
+TEST_F( ABlockedWait, endsWithTheResultOrReportsThatItWasInterrupted ) {
+   std::optional< Interruptions > interruptions;
+   // Only the wait is interrupted, and the signal comes after ten readings of the clock, if the
+   // wait survives as many interruptions.
+   moments.atReading( 1, [&] { interruptions.emplace(); } );
+   moments.atReading( 10, [&] {
+      interruptions.reset();
+      manager.runSoon( { jobRemoved( 7, "done" ) } );
+   } );
+   const std::string outcome = callScripted( "StartUnit", { replyJob( 7 ) } );
+   interruptions.reset();
+   EXPECT_THAT(
+      outcome,
+      testing::AnyOf(
+         jobOf( 7 ), syncFailed + "JobRemovedMonitor::wait, sd_bus_wait failed" + interrupted ) );
+   EXPECT_EQ( systemState(), "running" );
+}
+
 // The second reading of the clock comes just before the wait blocks.
 TEST_F( ABlockedWait, endsWhenTheBusDies ) {
-   const std::pair< const char*, const char* > waits[]{ { "StartUnit", "JobRemovedMonitor" },
+   const std::pair< std::string, std::string > waits[]{ { "StartUnit", "JobRemovedMonitor" },
                                                         { "ReloadUnit", "UnitReloadingMonitor" },
                                                         { "Reload", "DaemonReloadingMonitor" } };
    for( const auto& [method, monitor] : waits ) {
-      BusWitness witness( bus );
-      const bool ofAUnit = method != std::string( "Reload" );
-      manager.onCall(
-         method, { ofAUnit ? reply( jobPath( 7 ) ) : reply(), hold( "Die" ), killBus() } );
       moments.clear();
-      moments.atReading( 2, [&] { witness.call( "Die" ); } );
+      moments.atReading( 2, [&] { manager.runSoon( { killBus( bus ) } ); } );
       EXPECT_EQ(
-         ofAUnit ? call( method ) : reload(),
-         std::string( "Sodrel::SdbusSyncException: " ) + monitor +
-            "::wait, sd_bus_process failed: Connection reset by peer" );
-      witness.awaitEndOfBus();
+         callScripted( method, { method == "Reload" ? reply() : replyJob( 7 ) } ),
+         syncFailed + monitor + "::wait, sd_bus_process failed" + reset );
+      manager.run( {} );
       bus.start();
       manager.run( { connect() } );
       EXPECT_EQ( systemState(), "running" );
@@ -197,6 +159,7 @@ struct AFork : ALibraryClient {};
 TEST_F( AFork, leavesTheParentsConnectionAloneWhateverTheChildDoes ) {
    sd_bus* const connection = client->sdbus();
    moments.clear();
+   manager.run( {} );
    ChildProcess child( [&] {
       // The first operation finds that the connection belongs to another process.
       const bool works = systemState() == "running" && call( "StartUnit" ) == jobOf( 1 );
@@ -211,21 +174,19 @@ TEST_F( AFork, leavesTheParentsConnectionAloneWhateverTheChildDoes ) {
    EXPECT_EQ( moments.lines().size(), 5U );
 }
 
-TEST_F( AFork, inTheMidstOfAWaitLeavesTheParentsMonitorAlone ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ), hold( "Go" ), jobRemoved( 7, "done" ) } );
-   manager.onEveryCall( "Go", { reply() } );
-   BusWitness witness( bus );
+TEST_F( AFork, inTheMiddleOfAWaitLeavesTheParentsMonitorAlone ) {
    moments.atReading( 2, [&] {
+      manager.run( {} );
       ChildProcess child( [&] {
          client = nullptr;
          return 7;
       } );
       EXPECT_EQ( child.wait(), 7 );
-      witness.call( "Go" );
+      manager.runSoon( { jobRemoved( 7, "done" ) } );
    } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+   EXPECT_EQ( callScripted( "StartUnit", { replyJob( 7 ) } ), jobOf( 7 ) );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,102 +1,80 @@
-// Waits for the end of a job, against a manager that says things which systemd would not.
+// Waits for the end of a job, against a manager that says what systemd would not.
 #include <string>
 #include <vector>
 
 #include "LibraryFixture.h"
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
-const std::string waiting = "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, ";
+const std::string waiting = syncFailed + "JobRemovedMonitor::wait, ";
 
-Script withReply( Script script ) {
-   script.insert( script.begin(), reply( jobPath( 7 ) ) );
-   return script;
-}
+struct AWaitForAJob : ALibraryClient {
+   std::string whenSaid( const Script& script ) { return callScripted( "StartUnit", script ); }
 
-struct AWaitForAJob : ALibraryClient {};
+   static std::string endedIn( const std::string& result ) {
+      return jobFailed + "wait, job " + jobOf( 7 ) + " result: " + result;
+   }
+};
 
 // What is said before the reply is there when the wait begins; what is said after it may come
 // later.
-TEST_F( AWaitForAJob, endsWithTheResultWhereverTheReplyStands ) {
-   manager.onCall( "StartUnit", { jobRemoved( 7, "done" ), reply( jobPath( 7 ) ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ), jobRemoved( 7, "done" ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
-   manager.onCall( "StartUnit", { jobRemoved( 7, "failed" ), reply( jobPath( 7 ) ) } );
+TEST_F( AWaitForAJob, endsWithTheLastResultWhereverTheReplyStands ) {
+   EXPECT_EQ( whenSaid( { jobRemoved( 7, "done" ), replyJob( 7 ) } ), jobOf( 7 ) );
+   EXPECT_EQ( whenSaid( { replyJob( 7 ), jobRemoved( 7, "done" ) } ), jobOf( 7 ) );
+   EXPECT_EQ( whenSaid( { jobRemoved( 7, "failed" ), replyJob( 7 ) } ), endedIn( "failed" ) );
    EXPECT_EQ(
-      call( "StartUnit" ),
-      "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " + jobOf( 7 ) + " result: failed" );
+      whenSaid( { jobRemoved( 7, "done" ), jobRemoved( 7, "failed" ), replyJob( 7 ) } ),
+      endedIn( "failed" ) );
+   // An empty result is none.
+   EXPECT_EQ(
+      whenSaid( { replyJob( 7 ), jobRemoved( 7, "" ), jobRemoved( 7, "done" ) } ), jobOf( 7 ) );
 }
 
 TEST_F( AWaitForAJob, succeedsWhenItWasDoneOrSkippedAndNamesAnyOtherResult ) {
    for( const std::string result : { "done", "skipped" } ) {
-      manager.onCall( "StartUnit", withReply( { jobRemoved( 7, result ) } ) );
-      EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+      EXPECT_EQ( whenSaid( { replyJob( 7 ), jobRemoved( 7, result ) } ), jobOf( 7 ) );
    }
    for( const std::string result :
         { "canceled", "timeout", "failed", "dependency", "invalid", "assert", "unsupported",
           "collected", "once", "frozen", "concurrency", "Done", "done ", " ", "\u00fc{}%s" } ) {
-      manager.onCall( "StartUnit", withReply( { jobRemoved( 7, result ) } ) );
-      EXPECT_EQ(
-         call( "StartUnit" ), "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " +
-                                 jobOf( 7 ) + " result: " + result );
+      EXPECT_EQ( whenSaid( { replyJob( 7 ), jobRemoved( 7, result ) } ), endedIn( result ) );
    }
-}
-
-TEST_F( AWaitForAJob, goesOnWhileTheResultIsEmpty ) {
-   manager.onCall( "StartUnit", withReply( { jobRemoved( 7, "" ), jobRemoved( 7, "done" ) } ) );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
 }
 
 TEST_F( AWaitForAJob, ignoresTheJobsOfOthers ) {
-   manager.onCall(
-      "StartUnit",
-      { jobRemoved( 6, "failed" ), jobRemoved( 0, "failed" ), reply( jobPath( 7 ) ),
-        jobRemoved( 8, "failed" ), jobRemoved( 77, "failed" ), jobRemoved( 7, "done" ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+   EXPECT_EQ(
+      whenSaid( { jobRemoved( 6, "failed" ), jobRemoved( 0, "failed" ), replyJob( 7 ),
+                  jobRemoved( 8, "failed" ), jobRemoved( 77, "failed" ),
+                  jobRemoved( 7, "done" ) } ),
+      jobOf( 7 ) );
 }
 
 TEST_F( AWaitForAJob, knowsItsJobByTheNumberAlone ) {
-   manager.onCall(
-      "StartUnit",
-      withReply( { signal( "JobRemoved", body( "uoss", 7, "/elsewhere", "", "done" ) ) } ) );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
-}
-
-TEST_F( AWaitForAJob, takesTheLastWordOfSeveralInOnePass ) {
-   manager.onCall(
-      "StartUnit", { jobRemoved( 7, "done" ), jobRemoved( 7, "failed" ), reply( jobPath( 7 ) ) } );
-   EXPECT_EQ(
-      call( "StartUnit" ),
-      "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " + jobOf( 7 ) + " result: failed" );
-}
-
-TEST_F( AWaitForAJob, acceptsTheSmallestAndTheLargestNumber ) {
+   for( const Body& content : { body( "uoss", 7, "/elsewhere", "", "done" ),
+                                body( "uossu", 7, "/more", "web.service", "done", 1 ) } ) {
+      EXPECT_EQ( whenSaid( { replyJob( 7 ), signal( "JobRemoved", content ) } ), jobOf( 7 ) );
+   }
    for( const uint32_t id : { 0U, 4294967295U } ) {
-      manager.onCall( "StartUnit", { reply( jobPath( id ) ), jobRemoved( id, "done" ) } );
-      EXPECT_EQ( call( "StartUnit" ), jobOf( id ) );
+      EXPECT_EQ( whenSaid( { replyJob( id ), jobRemoved( id, "done" ) } ), jobOf( id ) );
    }
 }
 
-TEST_F( AWaitForAJob, refusesAReplyThatNamesNoJob ) {
+TEST_F( AWaitForAJob, refusesAReplyThatNamesNeitherAJobNorAUnit ) {
    for( const std::string path :
         { "/", "/org/freedesktop/systemd1/job", "/org/freedesktop/systemd1/job/x",
           "/org/freedesktop/systemd1/job/4294967296", "/org/freedesktop/systemd1/units/a" } ) {
-      manager.onCall( "StartUnit", { reply( body( "o", path ) ), jobRemoved( 7, "done" ) } );
       EXPECT_EQ(
-         call( "StartUnit" ),
-         "Sodrel::SdbusJobException: JobRemovedMonitor::parseJobId, failed to parse job: " + path );
+         whenSaid( { reply( body( "o", path ) ), jobRemoved( 7, "done" ) } ),
+         jobFailed + "parseJobId, failed to parse job: " + path );
    }
+   // But there is nothing to wait for if it names a unit.
+   const std::string unit = unitPath( "web.service" );
+   EXPECT_EQ( whenSaid( { reply( body( "o", unit ) ) } ), unit );
 }
 
-TEST_F( AWaitForAJob, isNoneWhereTheReplyNamesAUnit ) {
-   manager.onCall( "StartUnit", { reply( body( "o", unitPath( "web.service" ) ) ) } );
-   EXPECT_EQ( call( "StartUnit" ), unitPath( "web.service" ) );
-}
-
-TEST_F( AWaitForAJob, failsWhereASignalCannotBeReadWhateverTheJobDid ) {
+TEST_F( AWaitForAJob, failsIfASignalCannotBeReadWhateverTheJobDid ) {
    for( const Body& odd : std::vector< Body >{
            {},
            body( "s", "done" ),
@@ -109,73 +87,35 @@ TEST_F( AWaitForAJob, failsWhereASignalCannotBeReadWhateverTheJobDid ) {
            body( "as", 1, "done" ),
         } ) {
       SCOPED_TRACE( odd.signature );
-      manager.onCall(
-         "StartUnit",
-         { signal( "JobRemoved", odd ), jobRemoved( 7, "done" ), reply( jobPath( 7 ) ) } );
-      EXPECT_EQ( call( "StartUnit" ), waiting + "callback handling failed for " + jobOf( 7 ) );
+      EXPECT_EQ(
+         whenSaid( { signal( "JobRemoved", odd ), jobRemoved( 7, "done" ), replyJob( 7 ) } ),
+         waiting + "callback handling failed for " + jobOf( 7 ) );
    }
-}
-
-TEST_F( AWaitForAJob, readsASignalThatHoldsMoreThanItNeeds ) {
-   manager.onCall(
-      "StartUnit",
-      withReply( { signal( "JobRemoved", body( "uossu", 7, "/a", "web.service", "done", 1 ) ) } ) );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
 }
 
 TEST_F( AWaitForAJob, hearsNobodyButTheManagerAndItsObject ) {
    const Body failed = body( "uoss", 7, jobOf( 7 ), "web.service", "failed" );
-   manager.onCall(
-      "StartUnit",
-      { byStranger( jobRemoved( 7, "failed" ) ), byStranger( signal( "JobRemoved", {} ) ),
-        signal( "/elsewhere", managerInterface, "JobRemoved", failed ),
-        signal( managerPath, unitInterface, "JobRemoved", failed ), signal( "JobNew", failed ),
-        jobRemoved( 7, "done" ), reply( jobPath( 7 ) ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+   EXPECT_EQ(
+      whenSaid( { byStranger( jobRemoved( 7, "failed" ) ), byStranger( signal( "JobRemoved", {} ) ),
+                  signal( "/elsewhere", managerInterface, "JobRemoved", failed ),
+                  signal( managerPath, unitInterface, "JobRemoved", failed ),
+                  signal( "JobNew", failed ), jobRemoved( 7, "done" ), replyJob( 7 ) } ),
+      jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAJob, runsOutOfTimeWhereNobodySpeaksOfTheJob ) {
-   manager.onCall( "StartUnit", withReply( { jobRemoved( 8, "done" ) } ) );
+TEST_F( AWaitForAJob, timesOutIfNobodyMentionsTheJob ) {
    moments.hurryWaits( true );
-   EXPECT_EQ( call( "StartUnit" ), waiting + "600.000000 timeout for " + jobOf( 7 ) );
+   EXPECT_EQ(
+      whenSaid( { replyJob( 7 ), jobRemoved( 8, "done" ) } ),
+      waiting + "600.000000 timeout for " + jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAJob, wakesUpWhenTheSignalComes ) {
-   manager.onCall( "StartUnit", withReply( { hold( "Go" ), jobRemoved( 7, "done" ) } ) );
-   const Tessel::Ptr< Sdbus > other = sdbusFactory();
-   manager.onCall( "Go", { reply() } );
+TEST_F( AWaitForAJob, wakesUpWhenTheSignalArrives ) {
    // The first pass has found nothing by the second reading.
-   moments.atReading( 2, [&] { other->asyncManagerCall( "Go" ); } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
-}
-
-TEST_F( AWaitForAJob, isNotDisturbedByAReplyThatComesAfterTheTimeLimitOfItsCall ) {
-   manager.onCall( "StartUnit", { hold( "late" ), reply( jobPath( 6 ) ) } );
-   sd_bus_set_method_call_timeout( client->sdbus(), 250'000 );
-   EXPECT_EQ(
-      call( "StartUnit" ),
-      "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSsO, sd-bus call StartUnit web.service "
-      "replace failed: Connection timed out" );
-   sd_bus_set_method_call_timeout( client->sdbus(), 0 );
-
-   manager.onCall(
-      "StartUnit", { raise( "late" ), jobRemoved( 6, "failed" ), reply( jobPath( 7 ) ),
-                     jobRemoved( 7, "done" ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
-}
-
-TEST_F( AWaitForAJob, followsAMethodWithOneStringToo ) {
-   const auto cancel = [&] {
-      return outcomeOf( [&] { return client->managerCallSO( "Mark", "x", false ); } );
-   };
-   manager.onCall( "Mark", { reply( jobPath( 7 ) ), jobRemoved( 7, "done" ) } );
-   EXPECT_EQ( cancel(), jobOf( 7 ) );
-   manager.onCall( "Mark", { reply( jobPath( 7 ) ), jobRemoved( 7, "canceled" ) } );
-   EXPECT_EQ(
-      cancel(), "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " + jobOf( 7 ) +
-                   " result: canceled" );
+   moments.atReading( 2, [&] { manager.runSoon( { jobRemoved( 7, "done" ) } ); } );
+   EXPECT_EQ( whenSaid( { replyJob( 7 ) } ), jobOf( 7 ) );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

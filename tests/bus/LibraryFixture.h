@@ -2,74 +2,49 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 
 #include <Sodrel/Sodrel.h>
 #include <support/PrivateBus.h>
 #include <support/ScriptedManager.h>
+#include <support/SystemdNames.h>
 
 #include "Moments.h"
 
-// Null unless the process runs with a leak sanitizer.
-extern "C" [[gnu::weak]] void __lsan_disable(); // NOLINT(bugprone-reserved-identifier)
-extern "C" [[gnu::weak]] void __lsan_enable();  // NOLINT(bugprone-reserved-identifier)
+namespace SodrelTest {
 
-namespace Sodrel::Test {
+using Sodrel::Sdbus;
+using Sodrel::sdbusFactory;
 
-inline bool leaksAreLookedFor() {
-   return __lsan_disable != nullptr;
-}
+using Texts = std::vector< std::string >;
 
-// The creation of a client that may fail. It then leaves its connection open by design, so that no
-// leak is looked for meanwhile.
-class Creation {
- public:
-   Creation() {
-      if( leaksAreLookedFor() ) {
-         __lsan_disable();
-      }
-   }
-   Creation( const Creation& ) = delete;
-   Creation& operator=( const Creation& ) = delete;
-   ~Creation() {
-      if( leaksAreLookedFor() ) {
-         __lsan_enable();
-      }
-   }
+// Whether the process runs with a leak sanitizer.
+bool leaksAreLookedFor();
 
-   // By this name valgrind knows the same: tests/memcheck.supp.
-   [[gnu::noinline]] Tessel::Ptr< Sdbus > client() {
-      Tessel::Ptr< Sdbus > client = sdbusFactory();
-      made_ = static_cast< bool >( client ); // so that this frame is there while the client is made
-      return client;
-   }
+// The words of an operation as the name of a test.
+std::string nameOf( std::string operation );
 
- private:
-   bool made_ = false;
-};
+// The beginnings of texts of exceptions.
+inline const std::string callFailed = "Sodrel::SdbusCallException: Sdbus::";
+inline const std::string syncFailed = "Sodrel::SdbusSyncException: ";
+inline const std::string jobFailed = "Sodrel::SdbusJobException: JobRemovedMonitor::";
+inline const std::string notOpened =
+   "Sodrel::NoSdbusException: Sdbus::sdbus, failed to initialize sd-bus";
 
-inline std::string text( const Tessel::String& string ) {
-   return std::string( string );
-}
+// Causes, as the texts end in them.
+inline const std::string reset = ": Connection reset by peer";
+inline const std::string nameIsGone = ": The name org.freedesktop.systemd1 was not provided by any "
+                                      ".service files";
 
-// What an operation returns, or the exception that it throws as "class: text".
-template< typename Operation >
-std::string outcomeOf( const Operation& operation ) {
-   try {
-      return text( operation() );
-   } catch( const Tessel::Exception& exception ) {
-      return std::string( exception.name() ) + ": " + exception.what();
-   }
-}
+// What a process writes that a second reload without a start has ended.
+testing::Matcher< const std::string& > assertionOfReload();
 
-inline std::string creation() {
-   return outcomeOf( [] { return Tessel::String( Creation().client() ? "created" : "null" ); } );
-}
-
-inline std::string jobOf( uint32_t id ) {
-   return jobPath( id ).values.front();
-}
+// The call that an operation makes, as the scripted manager names it, and how the text begins if it
+// fails; of "unitPropertyS" it is the second one.
+std::string callOf( const std::string& operation );
+std::string failureOf( const std::string& operation );
 
 // The reply that keeps the client's connection.
 inline Action alive() {
@@ -78,35 +53,38 @@ inline Action alive() {
 
 class ALibraryClient : public testing::Test {
  protected:
-   // "Reload", waited for.
-   std::string reload() {
-      return outcomeOf( [&]() -> Tessel::String {
-         client->managerCall( "Reload", false );
-         return "reloaded";
-      } );
+   // Returns what an operation of the client returns, or what it throws as "class: text". The
+   // operation is given by its words, as in "managerCallSsO StartUnit web.service replace", with
+   // "async" as the last one if it is not to wait; "creation" is that of another client.
+   std::string outcomeOf( const std::string& operation );
+
+   // The same for a unit method with the mode "replace", waited for.
+   std::string call( const std::string& method, const std::string& unit = "web.service" ) {
+      return outcomeOf( "managerCallSsO " + method + " " + unit + " replace" );
    }
 
-   // A unit method with the mode "replace", waited for or not.
-   std::string
-   call( const std::string& method, const std::string& unit = "web.service", bool async = false ) {
-      return outcomeOf(
-         [&] { return client->managerCallSsO( method.c_str(), unit.c_str(), "replace", async ); } );
-   }
+   // The outcome of a call whose script this is.
+   std::string callScripted( const std::string& method, const Script& script );
 
-   std::string systemState() {
-      return outcomeOf( [&] { return client->managerPropertyS( "SystemState" ); } );
-   }
-
+   std::string reload() { return outcomeOf( "managerCall Reload" ); }
+   std::string systemState() { return outcomeOf( "managerPropertyS SystemState" ); }
    void subscribe() { client->managerCall( "Subscribe", true ); }
 
    PrivateBus bus;
-   ScriptedManager manager{ bus,
-                            {
-                               { .name = "web.service", .activeState = "active" },
-                               { .name = "idle.service" },
-                            } };
+   ScriptedManager manager{
+      bus,
+      {
+         { .name = "web.service", .activeState = "active" },
+         { .name = "idle.service" },
+         { .name = "simple.service",
+           .activeState = "active",
+           .canReload = false,
+           .announcesStart = false },
+         { .name = "crashed.service", .activeState = "failed", .startFails = true },
+      }
+   };
    Moments moments;
    Tessel::Ptr< Sdbus > client = sdbusFactory();
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

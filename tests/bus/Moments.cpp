@@ -6,12 +6,13 @@
 
 #include <platform/trace/Trace.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 constexpr long limit = 600'000'000'000;
 constexpr unsigned lastReading = 5;
+constexpr unsigned outsideOfWaits = 0;
 
 Moments* current = nullptr;
 
@@ -19,14 +20,6 @@ long realTime() {
    timespec real{};
    clock_gettime( CLOCK_MONOTONIC, &real );
    return real.tv_sec * 1'000'000'000 + real.tv_nsec;
-}
-
-template< typename Key >
-void doOnce( std::map< Key, Moments::Action >& actions, const Key& moment ) {
-   const auto action = actions.extract( moment );
-   if( action ) {
-      action.mapped()();
-   }
 }
 
 } // namespace
@@ -46,48 +39,57 @@ Moments::~Moments() {
 }
 
 void Moments::atTrace( unsigned number, Action action ) {
-   traceActions[static_cast< unsigned >( collected.size() ) + number] = std::move( action );
+   actions_[{ outsideOfWaits, static_cast< unsigned >( collected_.size() ) + number }] =
+      std::move( action );
 }
 
 void Moments::atReading( unsigned number, Action action, unsigned wait ) {
-   readingActions[{ wait, number }] = std::move( action );
+   actions_[{ wait, number }] = std::move( action );
 }
 
 void Moments::hurryWaits( bool hurry ) {
-   hurried = hurry;
+   hurried_ = hurry;
 }
 
 void Moments::clear() {
-   collected.clear();
-   traceActions.clear();
-   readingActions.clear();
-   waits = 0;
+   collected_.clear();
+   actions_.clear();
+   waits_ = 0;
 }
 
 void Moments::traceIs( const Tessel::TextTrace& trace ) {
    const std::string operation = trace.function;
    if( operation == "wait" ) {
-      ++waits;
-      readings = 0;
+      ++waits_;
+      readings_ = 0;
    }
-   collected.push_back(
+   collected_.push_back(
       operation + '/' + std::to_string( trace.level ) + ": " + std::string( trace.text ) );
-   doOnce( traceActions, static_cast< unsigned >( collected.size() ) );
+   reach( outsideOfWaits, static_cast< unsigned >( collected_.size() ) );
 }
 
 long Moments::read() {
-   ++readings;
-   doOnce( readingActions, { waits, readings } );
-   if( !hurried ) {
+   ++readings_;
+   if( waits_ > 0 ) {
+      reach( waits_, readings_ );
+   }
+   if( !hurried_ ) {
       return realTime();
    }
-   const long microsecondsLeft = readings < lastReading ? lastReading - readings : 0;
-   return readings == 1 ? 0 : limit - microsecondsLeft * 1'000;
+   const long microsecondsLeft = readings_ < lastReading ? lastReading - readings_ : 0;
+   return readings_ == 1 ? 0 : limit - microsecondsLeft * 1'000;
 }
 
-} // namespace Sodrel::Test
+void Moments::reach( unsigned wait, unsigned number ) {
+   const auto action = actions_.extract( { wait, number } );
+   if( action ) {
+      action.mapped()();
+   }
+}
+
+} // namespace SodrelTest
 
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
-   using Sodrel::Test::current;
-   return time_point( nanoseconds( current ? current->read() : Sodrel::Test::realTime() ) );
+   using SodrelTest::current;
+   return time_point( nanoseconds( current ? current->read() : SodrelTest::realTime() ) );
 }

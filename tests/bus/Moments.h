@@ -9,7 +9,7 @@
 
 #include <platform/trace/TextTrace.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // Collects the library's text traces, and acts at chosen ones and at readings of the clock.
 //
@@ -29,25 +29,27 @@ class Moments : public Tessel::TraceSink {
    void atTrace( unsigned number, Action action );
    // Does something once, before the n-th reading in the m-th wait since the last clear.
    void atReading( unsigned number, Action action, unsigned wait = 1 );
-   void hurryWaits( bool hurried );
+   void hurryWaits( bool hurry );
 
    // Forgets the actions that are left, the waits and the traces.
    void clear();
 
    // The traces so far, as "operation/level: text".
-   const std::vector< std::string >& lines() const { return collected; }
+   const std::vector< std::string >& lines() const { return collected_; }
 
    void traceIs( const Tessel::TextTrace& trace ) override;
    // The nanoseconds that the steady clock shows.
    long read();
 
  private:
-   std::vector< std::string > collected;
-   std::map< unsigned, Action > traceActions;
-   std::map< std::pair< unsigned, unsigned >, Action > readingActions;
-   unsigned waits = 0;
-   unsigned readings = 0;
-   bool hurried = false;
+   std::vector< std::string > collected_;
+   void reach( unsigned wait, unsigned number );
+
+   // By the wait and the number of the reading in it, or by 0 and the number of the trace.
+   std::map< std::pair< unsigned, unsigned >, Action > actions_;
+   unsigned waits_ = 0;
+   unsigned readings_ = 0;
+   bool hurried_ = false;
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

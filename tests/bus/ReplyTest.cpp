@@ -1,5 +1,4 @@
-// Replies that systemd would not give: of the wrong shape, as bare errors, too late, or never.
-#include <functional>
+// Replies that systemd would not send: of the wrong shape, as bare errors, too late, or never.
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,80 +7,51 @@
 
 #include "LibraryFixture.h"
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 const std::string unreadable = ": No such device or address";
+const std::string timedOut = ": Connection timed out";
+
+const std::string textRead = "managerPropertyS Version";
+const std::string flagRead = "managerPropertyB ShowStatus";
+const std::string unitRead = "unitPropertyS web.service Id";
+const std::string plainCall = "asyncManagerCall Halt";
+const std::string loadCall = "asyncManagerCallSO LoadUnit x";
+const std::string startCall = "asyncManagerCallSsO StartUnit x replace";
 
 class AReply : public ALibraryClient {
  protected:
-   std::string stringProperty() {
-      return outcomeOf( [&] { return client->managerPropertyS( "Version" ); } );
+   std::string outcome( const std::string& operation, const Script& script ) {
+      manager.onCall( callOf( operation ), script );
+      return outcomeOf( operation );
    }
-   std::string boolProperty() {
-      return outcomeOf( [&] {
-         return Tessel::String( client->managerPropertyB( "ShowStatus" ) ? "true" : "false" );
-      } );
-   }
-   std::string unitProperty() {
-      return outcomeOf( [&] { return client->unitPropertyS( "web.service", "Id" ); } );
-   }
-   std::string plainCall() {
-      return outcomeOf( [&]() -> Tessel::String {
-         client->asyncManagerCall( "Halt" );
-         return "called";
-      } );
-   }
-   std::string callWithOneString() {
-      return outcomeOf( [&] { return client->asyncManagerCallSO( "LoadUnit", "a b" ); } );
-   }
-   std::string callWithTwoStrings() { return call( "StartUnit", "x", true ); }
 };
 
-const std::string stringFailure = "Sodrel::SdbusCallException: Sdbus::managerPropertyS, "
-                                  "manager property Version read failed";
-const std::string boolFailure = "Sodrel::SdbusCallException: Sdbus::managerPropertyB, "
-                                "manager property ShowStatus read failed";
-const std::string unitFailure = "Sodrel::SdbusCallException: Sdbus::unitPropertyS, "
-                                "read failed for property Id of web.service";
-const std::string plainFailure =
-   "Sodrel::SdbusCallException: Sdbus::asyncManagerCall, sd-bus call Halt failed";
-const std::string oneStringFailure =
-   "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSO, sd-bus call LoadUnit a b failed";
-const std::string twoStringsFailure = "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSsO, "
-                                      "sd-bus call StartUnit x replace failed";
-
-TEST_F( AReply, withTheRightTypeGivesItsValueAsItIs ) {
-   manager.onCall( "Get Version", { reply( body( "v", "s", "" ) ) } );
-   EXPECT_EQ( stringProperty(), "" );
-   manager.onCall( "Get Version", { reply( body( "v", "s", "\u00fc{}%s\n" ) ) } );
-   EXPECT_EQ( stringProperty(), "\u00fc{}%s\n" );
-   manager.onCall( "Get Id", { reply( body( "v", "s", std::string( 30'000, 'x' ) ) ) } );
-   EXPECT_EQ( unitProperty(), std::string( 30'000, 'x' ) );
-   for( const bool value : { true, false } ) {
-      manager.onCall( "Get ShowStatus", { reply( body( "v", "b", value ) ) } );
-      EXPECT_EQ( boolProperty(), value ? "true" : "false" );
+TEST_F( AReply, ofTheRightTypeIsReturnedUnchanged ) {
+   const std::string large( 30'000, 'x' );
+   const std::vector< std::pair< std::string, std::pair< Body, std::string > > > rows{
+      { textRead, { body( "v", "s", "" ), "" } },
+      { textRead, { body( "v", "s", "\u00fc{}%s\n" ), "\u00fc{}%s\n" } },
+      { unitRead, { body( "v", "s", large ), large } },
+      { flagRead, { body( "v", "b", true ), "true" } },
+      { flagRead, { body( "v", "b", false ), "false" } },
+      { loadCall, { body( "o", "/" ), "/" } },
+      // There may be more than is read, and what a call without a result gets is not read at all.
+      { flagRead, { body( "vs", "b", true, "more" ), "true" } },
+      { loadCall, { body( "ou", "/a", 7 ), "/a" } },
+      { plainCall, { {}, "called" } },
+      { plainCall, { body( "s", "x" ), "called" } },
+      { plainCall, { body( "as", 1, "x" ), "called" } },
+   };
+   for( const auto& [operation, row] : rows ) {
+      EXPECT_EQ( outcome( operation, { reply( row.first ) } ), row.second );
    }
-   manager.onCall( "LoadUnit", { reply( body( "o", "/" ) ) } );
-   EXPECT_EQ( callWithOneString(), "/" );
-}
-
-TEST_F( AReply, toACallWithoutAResultIsNotRead ) {
-   for( const Body& any : std::vector< Body >{ {}, body( "s", "x" ), body( "as", 1, "x" ) } ) {
-      manager.onCall( "Halt", { reply( any ) } );
-      EXPECT_EQ( plainCall(), "called" );
-   }
-}
-
-TEST_F( AReply, mayHoldMoreThanItNeeds ) {
-   manager.onCall( "LoadUnit", { reply( body( "ou", "/a", 7 ) ) } );
-   EXPECT_EQ( callWithOneString(), "/a" );
-   manager.onCall( "Get ShowStatus", { reply( body( "vs", "b", true, "more" ) ) } );
-   EXPECT_EQ( boolProperty(), "true" );
 }
 
 TEST_F( AReply, withoutAnObjectPathCannotBeRead ) {
+   const std::string failure = "Sodrel::SdbusMessageException: Sdbus::";
    for( const Body& odd : std::vector< Body >{ {},
                                                body( "s", "/a" ),
                                                body( "b", true ),
@@ -91,16 +61,13 @@ TEST_F( AReply, withoutAnObjectPathCannotBeRead ) {
                                                body( "(o)", "/a" ),
                                                body( "so", "a", "/a" ) } ) {
       SCOPED_TRACE( odd.signature );
-      manager.onCall( "LoadUnit", { reply( odd ) } );
       EXPECT_EQ(
-         callWithOneString(), "Sodrel::SdbusMessageException: Sdbus::asyncManagerCallSO, message "
-                              "read failed when calling LoadUnit a b" +
-                                 unreadable );
-      manager.onCall( "StartUnit", { reply( odd ) } );
+         outcome( loadCall, { reply( odd ) } ),
+         failure + "asyncManagerCallSO, message read failed when calling LoadUnit x" + unreadable );
       EXPECT_EQ(
-         callWithTwoStrings(), "Sodrel::SdbusMessageException: Sdbus::asyncManagerCallSsO, message "
-                               "read failed when calling StartUnit x replace" +
-                                  unreadable );
+         outcome( startCall, { reply( odd ) } ),
+         failure + "asyncManagerCallSsO, message read failed when calling StartUnit x replace" +
+            unreadable );
    }
 }
 
@@ -111,38 +78,24 @@ TEST_F( AReply, withoutTheRightPropertyIsAFailedRead ) {
                                                body( "v", "v", "s", "252" ),
                                                body( "as", 1, "252" ) } ) {
       SCOPED_TRACE( odd.signature );
-      manager.onCall( "Get Version", { reply( odd ) } );
-      EXPECT_EQ( stringProperty(), stringFailure + unreadable );
-      manager.onCall( "Get ShowStatus", { reply( odd ) } );
-      EXPECT_EQ( boolProperty(), boolFailure + unreadable );
-      manager.onCall( "Get Id", { reply( odd ) } );
-      EXPECT_EQ( unitProperty(), unitFailure + unreadable );
+      for( const std::string& read : { textRead, flagRead, unitRead } ) {
+         EXPECT_EQ( outcome( read, { reply( odd ) } ), failureOf( read ) + unreadable );
+      }
    }
 }
 
-TEST_F( AReply, thatIsAnErrorGivesItsMessageIfItHasOneAndNeverItsName ) {
-   const std::vector< std::pair< std::string, std::function< std::string() > > > operations{
-      { "Get Version", [&] { return stringProperty(); } },
-      { "Get ShowStatus", [&] { return boolProperty(); } },
-      { "Get Id", [&] { return unitProperty(); } },
-      { "Halt", [&] { return plainCall(); } },
-      { "LoadUnit", [&] { return callWithOneString(); } },
-      { "StartUnit", [&] { return callWithTwoStrings(); } },
-   };
-   const std::string failures[]{ stringFailure, boolFailure,      unitFailure,
-                                 plainFailure,  oneStringFailure, twoStringsFailure };
-   size_t at = 0;
-   for( const auto& [name, operation] : operations ) {
-      SCOPED_TRACE( name );
-      const std::string& failure = failures[at++];
-      manager.onCall( name, { error( "org.example.No", "No, {} %s: no." ) } );
-      EXPECT_EQ( operation(), failure + ": No, {} %s: no." );
-      manager.onCall( name, { error( "org.example.No", "" ) } );
-      EXPECT_EQ( operation(), failure + ": " );
-      manager.onCall( name, { error( "org.example.No" ) } );
-      EXPECT_EQ( operation(), failure );
-      manager.onCall( name, { error( SD_BUS_ERROR_FAILED, "Failed." ) } );
-      EXPECT_EQ( operation(), failure + ": Failed." );
+TEST_F( AReply, thatIsAnErrorIsReportedByItsMessageIfAnyAndNeverByItsName ) {
+   for( const std::string& operation :
+        { textRead, flagRead, unitRead, plainCall, loadCall, startCall } ) {
+      for( const std::string message : { "No, {} %s: no.", "" } ) {
+         EXPECT_EQ(
+            outcome( operation, { error( "org.example.No", message ) } ),
+            failureOf( operation ) + ": " + message );
+      }
+      EXPECT_EQ(
+         outcome( operation, { error( SD_BUS_ERROR_FAILED, "Failed." ) } ),
+         failureOf( operation ) + ": Failed." );
+      EXPECT_EQ( outcome( operation, { error( "org.example.No" ) } ), failureOf( operation ) );
    }
 }
 
@@ -151,7 +104,7 @@ TEST_F( AReply, ofTheWrongShapeToTheProbeCostsTheConnection ) {
            { reply() }, { reply( body( "v", "u", 1 ) ) }, { error( "org.example.No", "No." ) } } ) {
       manager.onCall( "Get SystemState", odd );
       moments.clear();
-      EXPECT_EQ( stringProperty(), "252.39" );
+      EXPECT_EQ( outcomeOf( textRead ), "252.39" );
       ASSERT_EQ( moments.lines().size(), 2U );
       EXPECT_EQ(
          moments.lines()[1].substr( 0, moments.lines()[1].rfind( ' ' ) ),
@@ -160,41 +113,49 @@ TEST_F( AReply, ofTheWrongShapeToTheProbeCostsTheConnection ) {
    for( const std::string state : { "", "degraded", "anything" } ) {
       manager.onCall( "Get SystemState", { reply( body( "v", "s", state ) ) } );
       moments.clear();
-      EXPECT_EQ( stringProperty(), "252.39" );
+      EXPECT_EQ( outcomeOf( textRead ), "252.39" );
       EXPECT_EQ( moments.lines().size(), 1U );
    }
 }
 
-// The limit is long enough for the probe, which it holds for as well.
-TEST_F( AReply, thatNeverComesEndsTheCallAtItsTimeLimit ) {
-   constexpr uint64_t limit = 250'000;
-   sd_bus_set_method_call_timeout( client->sdbus(), limit );
-   manager.onCall( "Halt", {} );
-   EXPECT_EQ( plainCall(), plainFailure + ": Connection timed out" );
-   manager.onCall( "Get Version", {} );
-   EXPECT_EQ( stringProperty(), stringFailure + ": Connection timed out" );
-   manager.onCall( "Get ShowStatus", {} );
-   EXPECT_EQ( boolProperty(), boolFailure + ": Connection timed out" );
+// The limit is long enough for the probe, to which it applies as well.
+class ALateReply : public AReply {
+ protected:
+   void SetUp() override { sd_bus_set_method_call_timeout( client->sdbus(), limit ); }
 
-   // The limit is that of the connection, and goes with it.
+   static constexpr uint64_t limit = 250'000;
+};
+
+TEST_F( ALateReply, endsTheCallAtItsTimeLimit ) {
+   for( const std::string& operation : { plainCall, textRead, flagRead } ) {
+      EXPECT_EQ( outcome( operation, {} ), failureOf( operation ) + timedOut );
+   }
+   // The limit is that of the connection, and is lost with it.
    manager.onCall( "Get SystemState", {} );
    moments.clear();
-   EXPECT_EQ( stringProperty(), "252.39" );
+   EXPECT_EQ( outcomeOf( textRead ), "252.39" );
    EXPECT_EQ( moments.lines().back(), "sdbus/5: Reconnect sd-bus, older connection expired: 110" );
    uint64_t limitNow = 0;
    EXPECT_EQ( sd_bus_get_method_call_timeout( client->sdbus(), &limitNow ), 0 );
    EXPECT_NE( limitNow, limit );
 }
 
-TEST_F( AReply, thatComesTooLateIsNotTakenForThatToTheNextCall ) {
-   sd_bus_set_method_call_timeout( client->sdbus(), 250'000 );
-   manager.onCall( "LoadUnit", { hold( "late" ), reply( body( "o", "/late" ) ) } );
-   EXPECT_EQ( callWithOneString(), oneStringFailure + ": Connection timed out" );
+TEST_F( ALateReply, isNotTakenForThatToTheNextCall ) {
+   MessagePtr late;
+   const Action keep =
+      custom( [&]( sd_bus_message* call ) { late.reset( sd_bus_message_ref( call ) ); } );
+   const Action replyLate = custom( [&]( sd_bus_message* ) {
+      const MessagePtr call = std::move( late );
+      sendReply( call.get(), body( "o", jobOf( 6 ) ) );
+   } );
+   EXPECT_EQ( outcome( startCall, { keep } ), failureOf( startCall ) + timedOut );
    sd_bus_set_method_call_timeout( client->sdbus(), 0 );
-   manager.onCall( "LoadUnit", { raise( "late" ), reply( body( "o", "/right" ) ) } );
-   EXPECT_EQ( callWithOneString(), "/right" );
+   manager.onCall(
+      "StartUnit",
+      { replyLate, jobRemoved( 6, "failed" ), replyJob( 7 ), jobRemoved( 7, "done" ) } );
+   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,5 +1,6 @@
 // What strangers on the bus, and whoever starts a privileged program, can and cannot do.
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,116 +9,131 @@
 #include <string>
 #include <utility>
 
+#include <elf.h>
 #include <fcntl.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
-#include <support/BusPointers.h>
 #include <support/ChildProcess.h>
-#include <support/ScriptedManagerMessages.h>
 
 #include "LibraryFixture.h"
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 // A client of the bus that does not own the manager's name.
 class Stranger {
  public:
-   explicit Stranger( const PrivateBus& bus ) : connection( busAt( bus.address() ) ) {}
+   explicit Stranger( const PrivateBus& bus ) : connection_( busAt( bus.address() ) ) {}
 
-   // Sends a signal of the manager object to one connection alone, whatever that listens to.
-   void sendTo( const std::string& receiver, const char* member, const Body& content ) {
-      sd_bus_message* raw = nullptr;
-      checked(
-         sd_bus_message_new_signal( connection.get(), &raw, managerPath, managerInterface, member ),
-         "sd_bus_message_new_signal" );
-      const MessagePtr signal( raw );
-      Words words{ content.signature };
-      words.insert( words.end(), content.values.begin(), content.values.end() );
-      appendBody( raw, words );
-      checked( sd_bus_message_set_destination( raw, receiver.c_str() ), "destination" );
-      checked( sd_bus_send( connection.get(), raw, nullptr ), "sd_bus_send" );
-      roundTrip( connection.get() );
+   // Sends a signal of the manager object to one client alone, whatever that listens to.
+   void send( const std::string& receiver, const char* member, const Body& content ) {
+      sendSignal( connection_.get(), managerPath, managerInterface, member, content, receiver );
+      roundTrip( connection_.get() );
    }
 
  private:
-   BusPtr connection;
+   BusPtr connection_;
 };
 
-Body jobRemovedBody( uint32_t id, const std::string& result ) {
-   return body( "uoss", id, jobOf( id ), "web.service", result );
+std::string nameOnTheBus( Sdbus& client ) {
+   const char* name = nullptr;
+   checked( sd_bus_get_unique_name( client.sdbus(), &name ), "sd_bus_get_unique_name" );
+   return name;
 }
 
 class AClientAmongStrangers : public ALibraryClient {
  protected:
-   // Does something when the wait begins, which ends soon whatever is heard.
-   void whenWaiting( const Moments::Action& action ) {
+   // Starts a unit as job 7 and does something when the wait begins, which ends soon whatever it
+   // hears. Returns the outcome.
+   std::string whileWaiting( const Moments::Action& action, const char* unit = "web.service" ) {
       moments.hurryWaits( true );
+      moments.clear();
       moments.atReading( 1, action );
+      manager.onCall( "StartUnit", { replyJob( 7 ) } );
+      return call( "StartUnit", unit );
+   }
+
+   void forge( uint32_t id, const std::string& result ) {
+      stranger.send( name, "JobRemoved", body( "uoss", id, jobOf( id ), "web.service", result ) );
    }
 
    Stranger stranger{ bus };
-   const std::string name = [&] {
-      const char* unique = nullptr;
-      checked( sd_bus_get_unique_name( client->sdbus(), &unique ), "sd_bus_get_unique_name" );
-      return std::string( unique );
-   }();
+   const std::string name = nameOnTheBus( *client );
 };
 
 // The bus compares the sender's name for signals to everybody only. sd-bus relies on that.
 TEST_F( AClientAmongStrangers, believesASignalThatOneOfThemSendsToItAlone ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ) } );
-   whenWaiting( [&] { stranger.sendTo( name, "JobRemoved", jobRemovedBody( 7, "done" ) ); } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+   EXPECT_EQ( whileWaiting( [&] { forge( 7, "done" ); } ), jobOf( 7 ) );
+   EXPECT_EQ(
+      whileWaiting( [&] { forge( 7, "failed" ); } ),
+      jobFailed + "wait, job " + jobOf( 7 ) + " result: failed" );
 }
 
 TEST_F( AClientAmongStrangers, failsWhenOneOfThemSendsItASignalThatCannotBeRead ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ) } );
-   whenWaiting( [&] { stranger.sendTo( name, "JobRemoved", {} ); } );
    EXPECT_EQ(
-      call( "StartUnit" ),
-      "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, callback handling failed for " +
-         jobOf( 7 ) );
+      whileWaiting( [&] { stranger.send( name, "JobRemoved", {} ); } ),
+      syncFailed + "JobRemovedMonitor::wait, callback handling failed for " + jobOf( 7 ) );
 }
 
 TEST_F( AClientAmongStrangers, takesNoForgedNumberForItsJob ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ) } );
-   whenWaiting( [&] {
-      for( const uint32_t id : { 0U, 6U, 8U, 70U, 4294967295U } ) {
-         stranger.sendTo( name, "JobRemoved", jobRemovedBody( id, "failed" ) );
-      }
-      manager.run( { jobRemoved( 7, "done" ) } );
-   } );
-   EXPECT_EQ( call( "StartUnit" ), jobOf( 7 ) );
+   EXPECT_EQ(
+      whileWaiting( [&] {
+         for( const uint32_t id : { 0U, 6U, 8U, 70U, 4294967295U } ) {
+            forge( id, "failed" );
+         }
+         manager.run( { jobRemoved( 7, "done" ) } );
+      } ),
+      jobOf( 7 ) );
 }
 
-// What is read afterwards is the manager's own answer: the bus knows whom it has asked.
+// What is read afterwards is the manager's own answer: the bus knows who was asked.
 TEST_F( AClientAmongStrangers, learnsTheTruthByReadingTheState ) {
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ) } );
-   whenWaiting( [&] { stranger.sendTo( name, "JobRemoved", jobRemovedBody( 7, "done" ) ); } );
-   EXPECT_EQ( call( "StartUnit", "idle.service" ), jobOf( 7 ) );
-   EXPECT_EQ(
-      outcomeOf( [&] { return client->unitPropertyS( "idle.service", "ActiveState" ); } ),
-      "inactive" );
+   EXPECT_EQ( whileWaiting( [&] { forge( 7, "done" ); }, "idle.service" ), jobOf( 7 ) );
+   EXPECT_EQ( outcomeOf( "unitPropertyS idle.service ActiveState" ), "inactive" );
 }
 
 TEST_F( AClientAmongStrangers, takesLongTextsWhole ) {
    const std::string huge( 100'000, 'x' );
-   manager.onCall( "StartUnit", { reply( jobPath( 7 ) ), jobRemoved( 7, huge ) } );
-   EXPECT_EQ(
-      call( "StartUnit" ), "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " + jobOf( 7 ) +
-                              " result: " + huge );
+   manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, huge ) } );
+   EXPECT_EQ( call( "StartUnit" ), jobFailed + "wait, job " + jobOf( 7 ) + " result: " + huge );
    manager.onCall( "StartUnit", { error( "org.example.Refused", huge ) } );
    EXPECT_EQ(
-      call( "StartUnit", huge ),
-      "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSsO, sd-bus call StartUnit " + huge +
-         " replace failed: " + huge );
+      call( "StartUnit", huge ), callFailed + "asyncManagerCallSsO, sd-bus call StartUnit " + huge +
+                                    " replace failed: " + huge );
    EXPECT_EQ( systemState(), "running" );
 }
 
-// Runs a traced program whose real user is another than the effective one, as a set-user-ID program
-// has it, or not; returns what it has written and how many files it has left.
+// Tells a program that has just been started, and has stopped for its tracer, that it has more
+// rights than its caller, in the way in which the kernel tells a set-user-ID program.
+void setSecure( pid_t program ) {
+   int status = 0;
+   ASSERT_EQ( waitpid( program, &status, 0 ), program );
+   ASSERT_TRUE( WIFSTOPPED( status ) );
+   std::ifstream stat( "/proc/" + std::to_string( program ) + "/stat" );
+   std::string field;
+   for( int i = 0; i < 28; ++i ) {
+      stat >> field;
+   }
+   // The stack begins with the number of arguments, the arguments, a null, the environment, a null
+   // and the auxiliary vector.
+   auto* at = reinterpret_cast< long* >( std::stoul( field ) );
+   const auto next = [&] { return ptrace( PTRACE_PEEKDATA, program, at++, nullptr ); };
+   at += 2 + next();
+   while( next() != 0 ) {
+   }
+   for( long type = next(); type != AT_SECURE; type = next() ) {
+      ASSERT_NE( type, AT_NULL );
+      ++at;
+   }
+   ASSERT_EQ( ptrace( PTRACE_POKEDATA, program, at, 1 ), 0 );
+   ASSERT_EQ( ptrace( PTRACE_DETACH, program, nullptr, nullptr ), 0 );
+}
+
+// Runs a program that its environment tells to trace, as a privileged one or not; returns what it
+// has written and how many files it has left.
 std::pair< std::string, long > traced( bool privileged ) {
    std::string folder = ( std::filesystem::temp_directory_path() / "security-XXXXXX" ).string();
    checked( mkdtemp( folder.data() ) ? 0 : -errno, "mkdtemp" );
@@ -129,13 +145,15 @@ std::pair< std::string, long > traced( bool privileged ) {
       dup2( fd, STDERR_FILENO );
       setenv( "TESSEL_TRACE", "TracedProcess=*", 1 );
       setenv( "FENNET_TRACE", ( files + ",64K" ).c_str(), 1 );
-      constexpr uid_t nobody = 65534;
-      if( privileged && setresuid( nobody, 0, 0 ) < 0 ) {
-         return 1;
+      if( privileged ) {
+         ptrace( PTRACE_TRACEME, 0, nullptr, nullptr );
       }
       execl( TRACED_PROCESS, TRACED_PROCESS, nullptr );
       return 1;
    } );
+   if( privileged ) {
+      setSecure( child.pid() );
+   }
    EXPECT_EQ( child.wait(), 0 );
    std::ostringstream written;
    written << std::ifstream( output ).rdbuf();
@@ -154,4 +172,4 @@ TEST( APrivilegedProgram, doesNotHeedItsCallersEnvironment ) {
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,141 +1,116 @@
-// The private bus, its record and the child process that they stand on.
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdlib>
+// What the other tests take for granted of the scripted manager.
+#include <algorithm>
 #include <string>
 
 #include <gmock/gmock.h>
-#include <unistd.h>
 
-#include <support/ChildProcess.h>
 #include <support/PrivateBusRecord.h>
 
-#include "SupportFixtures.h"
+#include "LibraryFixture.h"
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-struct APrivateBus : testing::Test {
-   PrivateBus bus;
+class AScriptedManager : public ALibraryClient {
+ protected:
+   // Returns what the manager, and strangers, have sent.
+   Texts said() {
+      manager.run( {} );
+      return record.said();
+   }
+
+   PrivateBusRecord record{ bus };
 };
 
-struct APrivateBusRecord : AScriptedManager {};
+TEST_F( AScriptedManager, followsTheScriptOfACallThenTheLastingOneElseSystemd ) {
+   manager.onCall( "GetUnit", { reply( body( "o", "/a" ) ) } );
+   manager.onCall( "GetUnit", { reply( body( "o", "/b" ) ) } );
+   const auto unit = [&] { return outcomeOf( "asyncManagerCallSO GetUnit web.service" ); };
+   EXPECT_EQ( unit(), "/a" );
+   EXPECT_EQ( unit(), "/b" );
+   EXPECT_EQ( unit(), unitPath( "web.service" ) );
+   manager.onEveryCall( "GetUnit", { reply( body( "o", "/c" ) ) } );
+   EXPECT_EQ( unit(), "/c" );
+   EXPECT_EQ( unit(), "/c" );
+   manager.start();
+   EXPECT_EQ( unit(), unitPath( "web.service" ) );
+}
+
+TEST_F( AScriptedManager, saysWhateverAScriptHolds ) {
+   manager.onCall(
+      "Odd", { signal( "Reloading", body( "s", "yes" ) ), signal( "Reloading", {} ),
+               propertiesChanged( "web.service", body( "a(so)t", 1, "a", "/a", uint64_t{ 5 } ) ),
+               byStranger( reloading( true ) ), reply( body( "b", false ) ), reloading( false ) } );
+   outcomeOf( "asyncManagerCall Odd" );
+   manager.run( { activeState( "web.service", "failed" ) } );
+   EXPECT_EQ( outcomeOf( "unitPropertyS web.service ActiveState" ), "failed" );
+   const Texts all = said();
+   const auto odd = std::ranges::find( all, "Reloading yes" );
+   EXPECT_THAT(
+      Texts( odd, odd + 8 ),
+      ElementsAre(
+         "Reloading yes", "Reloading", "PropertiesChanged a /a 5", "Reloading true", "reply false",
+         "Reloading false", "PropertiesChanged org.freedesktop.systemd1.Service MainPID 0",
+         "PropertiesChanged org.freedesktop.systemd1.Unit ActiveState failed "
+         "StateChangeTimestamp 0 Conditions" ) );
+}
+
+TEST_F( AScriptedManager, floodsWithAsManyJobsAsItIsTold ) {
+   manager.run( { foreignJobs( 1'000, 2'000 ), jobRemoved( 7, "done" ) } );
+   const Texts all = said();
+   ASSERT_EQ( all.size(), 2'001U );
+   EXPECT_EQ( all[0], "JobRemoved 1000 " + jobOf( 1'000 ) + " any.service done" );
+   EXPECT_EQ( all[1'999], "JobRemoved 2999 " + jobOf( 2'999 ) + " any.service done" );
+   EXPECT_EQ( all[2'000], "JobRemoved 7 " + jobOf( 7 ) + " any.service done" );
+}
+
+const struct {
+   const char* method;
+   const char* unit;
+   Texts states;
+   const char* result;
+} jobs[]{
+   { "StartUnit", "idle.service", { "inactive", "activating", "active" }, "done" },
+   { "StartUnit", "web.service", { "active" }, "done" },
+   { "StartUnit", "crashed.service", { "failed", "activating", "failed" }, "failed" },
+   { "StopUnit", "web.service", { "active", "deactivating", "inactive" }, "done" },
+   { "StopUnit", "idle.service", { "inactive" }, "done" },
+   { "TryRestartUnit", "idle.service", { "inactive" }, "done" },
+   { "ReloadUnit", "web.service", { "active", "reloading", "active" }, "done" },
+   { "ReloadUnit", "idle.service", { "inactive" }, "invalid" },
+   { "ReloadOrRestartUnit",
+     "simple.service",
+     { "active", "deactivating", "inactive", "active" },
+     "done" },
+   { "ReloadOrRestartUnit", "idle.service", { "inactive", "activating", "active" }, "done" },
+   { "ReloadOrTryRestartUnit", "idle.service", { "inactive" }, "done" },
+   { "ReloadOrTryRestartUnit", "web.service", { "active", "reloading", "active" }, "done" },
+};
+
+TEST_F( AScriptedManager, letsUnitsGoThroughTheStatesOfRealOnes ) {
+   for( const auto& [method, unit, states, result] : jobs ) {
+      SCOPED_TRACE( std::string( method ) + " " + unit );
+      manager.start();
+      subscribe();
+      record.clear();
+      client->asyncManagerCallSsO( method, unit, "replace" );
+      // The first state is announced when the job is queued, the others after the reply.
+      Texts expected{ "reply running" };
+      for( const std::string& state : states ) {
+         expected.push_back( "PropertiesChanged org.freedesktop.systemd1.Service MainPID 0" );
+         expected.push_back(
+            "PropertiesChanged org.freedesktop.systemd1.Unit ActiveState " + state +
+            " StateChangeTimestamp 0 Conditions" );
+      }
+      expected.insert( expected.begin() + 3, "reply " + jobOf( 1 ) );
+      expected.push_back( "JobRemoved 1 " + jobOf( 1 ) + " " + unit + " " + result );
+      EXPECT_EQ( said(), expected );
+   }
+}
 
 } // namespace
 
-TEST( AChildProcess, handsOverTheStatusOfItsBody ) {
-   EXPECT_EQ( ChildProcess( [] { return 7; } ).wait(), 7 );
-   EXPECT_EQ( ChildProcess( [] { return ::raise( SIGTERM ); } ).wait(), 128 + SIGTERM );
-}
-
-TEST( AChildProcess, diesWithItsParent ) {
-   std::array< int, 2 > alive{};
-   ASSERT_EQ( pipe( alive.data() ), 0 );
-   ChildProcess parent( [&] {
-      const ChildProcess child( [&] {
-         EXPECT_EQ( write( alive[1], "x", 1 ), 1 );
-         return pause();
-      } );
-      return pause();
-   } );
-   close( alive[1] );
-   char byte = 0;
-   EXPECT_EQ( read( alive[0], &byte, 1 ), 1 );
-   parent.kill();
-   EXPECT_EQ( read( alive[0], &byte, 1 ), 0 );
-   close( alive[0] );
-}
-
-TEST_F( APrivateBus, isTheSystemBusAsLongAsItExists ) {
-   roundTrip( systemBus().get() );
-   EXPECT_EQ( std::getenv( "DBUS_SYSTEM_BUS_ADDRESS" ), bus.address() );
-   {
-      const PrivateBus inner;
-      EXPECT_EQ( std::getenv( "DBUS_SYSTEM_BUS_ADDRESS" ), inner.address() );
-   }
-   EXPECT_EQ( std::getenv( "DBUS_SYSTEM_BUS_ADDRESS" ), bus.address() );
-}
-
-TEST_F( APrivateBus, refusesConnectionsBetweenItsDeathAndItsNextStart ) {
-   bus.kill();
-   sd_bus* raw = nullptr;
-   EXPECT_EQ( sd_bus_open_system( &raw ), -ECONNREFUSED );
-   bus.start();
-   roundTrip( systemBus().get() );
-   bus.start();
-   roundTrip( systemBus().get() );
-}
-
-TEST_F( APrivateBus, dropsItsClientsWhenItDies ) {
-   const BusPtr client = systemBus();
-   roundTrip( client.get() );
-   bus.kill();
-   int processed = 1;
-   while( processed > 0 ) {
-      processed = sd_bus_process( client.get(), nullptr );
-   }
-   EXPECT_EQ( processed, -ECONNRESET );
-}
-
-TEST_F( APrivateBusRecord, holdsTheCallsAndTheMatchesOfClientsInOrder ) {
-   PrivateBusRecord record( bus );
-   {
-      const BusPtr client = systemBus();
-      sd_bus_slot* raw = nullptr;
-      checked(
-         sd_bus_match_signal(
-            client.get(), &raw, managerName, managerPath, managerInterface, "Reloading", nullptr,
-            nullptr ),
-         "sd_bus_match_signal" );
-      const SlotPtr slot( raw );
-      int shown = 0;
-      checked(
-         sd_bus_call_method(
-            client.get(), managerName, managerPath, managerInterface, "StopUnit", nullptr, nullptr,
-            "ss", "web.service", "fail" ),
-         "StopUnit" );
-      checked(
-         sd_bus_get_property_trivial(
-            client.get(), managerName, managerPath, managerInterface, "ShowStatus", nullptr, 'b',
-            &shown ),
-         "ShowStatus" );
-   }
-   const std::string match =
-      "type='signal',sender='org.freedesktop.systemd1',path='/org/freedesktop/systemd1',"
-      "interface='org.freedesktop.systemd1.Manager',member='Reloading'";
-   EXPECT_THAT(
-      record.texts(),
-      ElementsAre(
-         "AddMatch " + match, "StopUnit web.service fail",
-         "Get org.freedesktop.systemd1.Manager ShowStatus", "RemoveMatch " + match ) );
-   EXPECT_EQ( record.calls()[1].path, managerPath );
-   EXPECT_EQ( record.calls()[0].sender, record.calls()[3].sender );
-   record.clear();
-   EXPECT_THAT( record.texts(), IsEmpty() );
-}
-
-TEST_F( APrivateBusRecord, leavesOutWhatTheSupportItselfCalls ) {
-   PrivateBusRecord record( bus );
-   Client().call( "Subscribe" );
-   manager.run( { disconnect(), connect(), byStranger( reloading( true ) ) } );
-   Client().call( "Subscribe" );
-   const std::string match = "AddMatch type='signal',sender='org.freedesktop.systemd1'";
-   EXPECT_THAT( record.texts(), ElementsAre( match, "Subscribe", match, "Subscribe" ) );
-}
-
-TEST_F( APrivateBusRecord, keepsWhatTheBusHadPassedOnBeforeItsDeath ) {
-   PrivateBusRecord record( bus );
-   Client().call( "GetUnit", "web.service" );
-   bus.kill();
-   EXPECT_THAT(
-      record.texts(),
-      ElementsAre(
-         "AddMatch type='signal',sender='org.freedesktop.systemd1'", "GetUnit web.service" ) );
-}
-
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -7,7 +7,7 @@
 
 #include <systemd/sd-bus.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 template< auto release >
 struct Releaser {
@@ -19,16 +19,7 @@ struct Releaser {
 
 using BusPtr = std::unique_ptr< sd_bus, Releaser< sd_bus_flush_close_unref > >;
 using MessagePtr = std::unique_ptr< sd_bus_message, Releaser< sd_bus_message_unref > >;
-using SlotPtr = std::unique_ptr< sd_bus_slot, Releaser< sd_bus_slot_unref > >;
 using TrackPtr = std::unique_ptr< sd_bus_track, Releaser< sd_bus_track_unref > >;
-
-// An error structure that frees its contents.
-struct BusError : sd_bus_error {
-   BusError() : sd_bus_error{ nullptr, nullptr, 0 } {}
-   BusError( const BusError& ) = delete;
-   BusError& operator=( const BusError& ) = delete;
-   ~BusError() { sd_bus_error_free( this ); }
-};
 
 // Returns what sd-bus returned. Throws std::system_error if that is negative.
 inline int checked( int result, const char* what ) {
@@ -50,7 +41,19 @@ inline BusPtr busAt( const std::string& address, bool monitor = false ) {
    return bus;
 }
 
-// Waits until the bus has handled all that was sent on this connection.
+// Returns the unique name of the owner of a name, or "" if nobody owns it.
+inline std::string ownerOf( sd_bus* bus, const char* name ) {
+   sd_bus_creds* raw = nullptr;
+   if( sd_bus_get_name_creds( bus, name, SD_BUS_CREDS_UNIQUE_NAME, &raw ) < 0 ) {
+      return "";
+   }
+   const std::unique_ptr< sd_bus_creds, Releaser< sd_bus_creds_unref > > owner( raw );
+   const char* unique = nullptr;
+   checked( sd_bus_creds_get_unique_name( raw, &unique ), "sd_bus_creds_get_unique_name" );
+   return unique;
+}
+
+// Returns once the bus has handled everything that was sent on this connection.
 inline void roundTrip( sd_bus* bus ) {
    checked(
       sd_bus_call_method(
@@ -59,4 +62,9 @@ inline void roundTrip( sd_bus* bus ) {
       "GetId" );
 }
 
+} // namespace SodrelTest
+
+// For tests that live in this namespace.
+namespace Sodrel::Test {
+using namespace SodrelTest;
 } // namespace Sodrel::Test

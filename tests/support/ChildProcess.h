@@ -4,13 +4,13 @@
 #include <functional>
 #include <sys/types.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // Runs a body in a process of its own; the body's result is the exit status.
 //
-// Owns the process: the destructor kills and reaps it, and the kernel kills it when the parent
-// dies.
-// Thread: the parent has only one.
+// Owns the process: the destructor kills and reaps it, and the kernel kills it when the thread that
+// made it ends, at the latest with the parent.
+// Thread: the child has the calling thread alone.
 class ChildProcess {
  public:
    explicit ChildProcess( const std::function< int() >& body );
@@ -18,19 +18,21 @@ class ChildProcess {
    ChildProcess& operator=( const ChildProcess& ) = delete;
    ~ChildProcess();
 
-   pid_t pid() const { return process; }
-
-   // Sends SIGKILL and waits until the process is gone; nothing if it has been waited for.
-   void kill();
+   pid_t pid() const { return process_; }
 
    // Waits for the end. Returns the exit status, or 128 and the number of the signal that ended
    // the process, as shells do.
    int wait();
 
  private:
-   pid_t process;
-   bool reaped = false;
-   int status = 0;
+   pid_t process_;
+   bool reaped_ = false;
+   int status_ = 0;
 };
 
+} // namespace SodrelTest
+
+// For tests that live in this namespace.
+namespace Sodrel::Test {
+using namespace SodrelTest;
 } // namespace Sodrel::Test

@@ -4,15 +4,15 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <random>
 #include <stdexcept>
 #include <system_error>
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/random.h>
 #include <unistd.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -40,67 +40,56 @@ std::string configuration( const std::string& address ) {
 )";
 }
 
-std::string freshAddress() {
-   unsigned long long number = 0;
-   if( getrandom( &number, sizeof number, 0 ) != sizeof number ) {
-      throw std::system_error( errno, std::generic_category(), "getrandom" );
+int orThrow( int result, const char* what ) {
+   if( result < 0 ) {
+      throw std::system_error( errno, std::generic_category(), what );
    }
-   return "unix:abstract=sodrel-test-" + std::to_string( number );
-}
-
-int runDaemon( const std::string& address, int readyPipe ) {
-   const int file = memfd_create( "dbus-daemon configuration", 0 );
-   const int ready = dup( readyPipe );
-   const std::string text = configuration( address );
-   if( write( file, text.data(), text.size() ) < 0 ) {
-      return 1;
-   }
-   const std::string fileOption = "--config-file=/proc/self/fd/" + std::to_string( file );
-   const std::string readyOption = "--print-address=" + std::to_string( ready );
-   execlp(
-      "dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--syslog-only", fileOption.c_str(),
-      readyOption.c_str(), nullptr );
-   return 127;
+   return result;
 }
 
 } // namespace
 
-PrivateBus::PrivateBus() : busAddress( freshAddress() ) {
-   const char* before = std::getenv( systemBusVariable );
-   hadAddressBefore = before != nullptr;
-   addressBefore = hadAddressBefore ? before : "";
+PrivateBus::PrivateBus()
+   : address_( "unix:abstract=sodrel-test-" + std::to_string( std::random_device()() ) ) {
    start();
-   setenv( systemBusVariable, busAddress.c_str(), 1 );
+   setenv( systemBusVariable, address_.c_str(), 1 );
 }
 
 PrivateBus::~PrivateBus() {
-   if( hadAddressBefore ) {
-      setenv( systemBusVariable, addressBefore.c_str(), 1 );
-   } else {
-      unsetenv( systemBusVariable );
-   }
+   unsetenv( systemBusVariable );
 }
 
 void PrivateBus::kill() {
-   daemon.reset();
+   daemon_.reset();
 }
 
 void PrivateBus::start() {
    kill();
+   // The child must not allocate: another thread may be in the middle of that.
+   const int file = orThrow( memfd_create( "dbus-daemon configuration", 0 ), "memfd_create" );
+   const std::string text = configuration( address_ );
+   orThrow( static_cast< int >( write( file, text.data(), text.size() ) ), "write" );
    std::array< int, 2 > ready{};
-   if( pipe2( ready.data(), O_CLOEXEC ) != 0 ) {
-      throw std::system_error( errno, std::generic_category(), "pipe2" );
-   }
-   daemon = std::make_unique< ChildProcess >( [&] { return runDaemon( busAddress, ready[1] ); } );
+   orThrow( pipe( ready.data() ), "pipe" );
+   fcntl( ready[0], F_SETFD, FD_CLOEXEC );
+   const std::string fileOption = "--config-file=/proc/self/fd/" + std::to_string( file );
+   const std::string readyOption = "--print-address=" + std::to_string( ready[1] );
+   daemon_ = std::make_unique< ChildProcess >( [&] {
+      execlp(
+         "dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--syslog-only",
+         fileOption.c_str(), readyOption.c_str(), nullptr );
+      return 127;
+   } );
    close( ready[1] );
+   close( file );
    // The daemon prints its address once it listens; the end of the pipe means that it has ended.
    char firstByte = 0;
    const ssize_t got = read( ready[0], &firstByte, 1 );
    close( ready[0] );
    if( got != 1 ) {
       throw std::runtime_error(
-         "dbus-daemon ended with status " + std::to_string( daemon->wait() ) );
+         "dbus-daemon ended with status " + std::to_string( daemon_->wait() ) );
    }
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

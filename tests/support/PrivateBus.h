@@ -1,4 +1,4 @@
-// A message bus of the test's own that stands for the system bus.
+// A message bus of the test's own that stands in for the system bus.
 #pragma once
 
 #include <memory>
@@ -6,7 +6,7 @@
 
 #include <support/ChildProcess.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // Runs a real dbus-daemon on which everybody may do everything and own every name.
 //
@@ -21,19 +21,18 @@ class PrivateBus {
    PrivateBus& operator=( const PrivateBus& ) = delete;
    ~PrivateBus();
 
-   const std::string& address() const { return busAddress; }
+   const std::string& address() const { return address_; }
 
-   // Kills the daemon as a crash would; from then on connecting is refused.
+   // Kills the daemon as a crash would, and returns when all of its connections are closed; from
+   // then on connecting is refused.
    void kill();
 
    // Starts the daemon anew on the same address; nobody is connected to it.
    void start();
 
  private:
-   std::string busAddress;
-   std::string addressBefore;
-   bool hadAddressBefore;
-   std::unique_ptr< ChildProcess > daemon;
+   std::string address_;
+   std::unique_ptr< ChildProcess > daemon_;
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -3,9 +3,10 @@
 
 #include <cstdint>
 
-#include <support/ScriptedManagerMessages.h>
+#include <support/BusMessages.h>
+#include <support/SystemdNames.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -18,33 +19,19 @@ std::string orEmpty( const char* text ) {
 } // namespace
 
 PrivateBusRecord::PrivateBusRecord( const PrivateBus& bus )
-   : marker( busAt( bus.address() ) ), monitor( busAt( bus.address(), true ) ) {
+   : marker_( busAt( bus.address() ) ),
+     monitor_( busAt( bus.address(), true ) ),
+     supporters_{ ownerOf( marker_.get(), systemdName ) } {
    checked(
       sd_bus_call_method(
-         monitor.get(), busName, "/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring",
-         "BecomeMonitor", nullptr, nullptr, "asu", 1, "type='method_call'", 0 ),
+         monitor_.get(), busName, "/org/freedesktop/DBus", "org.freedesktop.DBus.Monitoring",
+         "BecomeMonitor", nullptr, nullptr, "asu", 0, 0 ),
       "BecomeMonitor" );
-   sd_bus_creds* owner = nullptr;
-   if( sd_bus_get_name_creds( marker.get(), managerName, SD_BUS_CREDS_UNIQUE_NAME, &owner ) >= 0 ) {
-      const char* name = nullptr;
-      checked( sd_bus_creds_get_unique_name( owner, &name ), "sd_bus_creds_get_unique_name" );
-      supporters.insert( name );
-      sd_bus_creds_unref( owner );
-   }
 }
 
 const std::vector< RecordedCall >& PrivateBusRecord::calls() {
-   // The bus may read the first mark before a call that lay beside it, but never the second.
-   for( int round = 0; round < 2; ++round ) {
-      const std::string mark = "sodrel.test.Mark" + std::to_string( ++marks );
-      sd_bus_call_method(
-         marker.get(), busName, "/org/freedesktop/DBus", busName, "NameHasOwner", nullptr, nullptr,
-         "s", mark.c_str() );
-      if( !collectUntil( "NameHasOwner " + mark ) ) {
-         break;
-      }
-   }
-   return recorded;
+   collect();
+   return calls_;
 }
 
 std::vector< std::string > PrivateBusRecord::texts() {
@@ -55,42 +42,58 @@ std::vector< std::string > PrivateBusRecord::texts() {
    return result;
 }
 
-void PrivateBusRecord::clear() {
-   calls();
-   recorded.clear();
+const std::vector< std::string >& PrivateBusRecord::said() {
+   collect();
+   return said_;
 }
 
-// Returns false if the bus has ended before the mark.
-bool PrivateBusRecord::collectUntil( const std::string& mark ) {
-   for( ;; ) {
-      sd_bus_message* raw = nullptr;
-      const int processed = sd_bus_process( monitor.get(), &raw );
-      const MessagePtr message( raw );
-      if( processed < 0 || ( processed == 0 && sd_bus_wait( monitor.get(), UINT64_MAX ) < 0 ) ) {
-         return false;
-      }
-      if( raw != nullptr && sd_bus_message_is_method_call( raw, nullptr, nullptr ) > 0 ) {
-         const std::string text = messageText( raw );
-         if( text == mark ) {
-            return true;
+void PrivateBusRecord::clear() {
+   collect();
+   calls_.clear();
+   said_.clear();
+}
+
+void PrivateBusRecord::collect() {
+   // The bus may read the first mark before a call that lay beside it, but never the second.
+   for( int round = 0; round < 2; ++round ) {
+      const std::string mark = "sodrel.test.Mark" + std::to_string( ++marks_ );
+      ownerOf( marker_.get(), mark.c_str() );
+      std::string text;
+      while( text != "GetNameOwner " + mark ) {
+         sd_bus_message* raw = nullptr;
+         const int processed =
+            checked( sd_bus_process( monitor_.get(), &raw ), "sd_bus_process of a monitor" );
+         const MessagePtr message( raw );
+         if( raw != nullptr ) {
+            text = messageText( raw );
+            add( raw, text );
+         } else if( processed == 0 ) {
+            checked( sd_bus_wait( monitor_.get(), UINT64_MAX ), "sd_bus_wait of a monitor" );
          }
-         add( raw, text );
       }
    }
 }
 
 void PrivateBusRecord::add( sd_bus_message* message, const std::string& text ) {
+   uint8_t type = 0;
+   checked( sd_bus_message_get_type( message, &type ), "sd_bus_message_get_type" );
    const std::string sender = orEmpty( sd_bus_message_get_sender( message ) );
-   const std::string path = orEmpty( sd_bus_message_get_path( message ) );
+   if( type != SD_BUS_MESSAGE_METHOD_CALL ) {
+      if( supporters_.contains( sender ) ) {
+         said_.push_back( text );
+      }
+      return;
+   }
    // Only the support asks for names.
    if( text.starts_with( "RequestName" ) ) {
-      supporters.insert( sender );
+      supporters_.insert( sender );
    }
+   const std::string path = orEmpty( sd_bus_message_get_path( message ) );
    const bool wanted = path.starts_with( managerPath ) || text.starts_with( "AddMatch" ) ||
                        text.starts_with( "RemoveMatch" );
-   if( wanted && !supporters.contains( sender ) ) {
-      recorded.push_back( { sender, path, text } );
+   if( wanted && !supporters_.contains( sender ) ) {
+      calls_.push_back( { sender, path, text } );
    }
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

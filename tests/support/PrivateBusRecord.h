@@ -1,4 +1,4 @@
-// What has been called on a private bus, in the order of the wire.
+// What has been sent on a private bus, in the order of the wire.
 #pragma once
 
 #include <set>
@@ -8,7 +8,7 @@
 #include <support/BusPointers.h>
 #include <support/PrivateBus.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // A method call: of the manager and its objects, or AddMatch or RemoveMatch of the bus itself.
 struct RecordedCall {
@@ -19,30 +19,34 @@ struct RecordedCall {
    std::string text;
 };
 
-// Records all calls from its creation on; those of the test support itself are left out.
+// Records all messages from its creation on.
 class PrivateBusRecord {
  public:
    explicit PrivateBusRecord( const PrivateBus& bus );
 
-   // Returns what clients had sent before this was called, all since the creation. After the bus
-   // has ended: what it had passed on until then.
+   // Returns what clients had called before this was called, all since the creation; the calls of
+   // the test support itself are left out.
    const std::vector< RecordedCall >& calls();
 
    // Returns the texts of the calls.
    std::vector< std::string > texts();
 
+   // Returns the signals and replies of the test support, as in "JobRemoved 1 /path done".
+   const std::vector< std::string >& said();
+
    // Forgets all that has been recorded.
    void clear();
 
  private:
-   bool collectUntil( const std::string& mark );
+   void collect();
    void add( sd_bus_message* message, const std::string& text );
 
-   BusPtr marker;
-   BusPtr monitor;
-   std::vector< RecordedCall > recorded;
-   std::set< std::string > supporters;
-   unsigned marks = 0;
+   BusPtr marker_;
+   BusPtr monitor_;
+   std::vector< RecordedCall > calls_;
+   std::vector< std::string > said_;
+   std::set< std::string > supporters_;
+   unsigned marks_ = 0;
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

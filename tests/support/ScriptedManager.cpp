@@ -1,99 +1,153 @@
-// The test's end of the control socket.
+// The manager's thread, and the choice of a script.
 #include <support/ScriptedManager.h>
 
 #include <array>
 #include <cerrno>
-#include <stdexcept>
+#include <csignal>
 #include <system_error>
+#include <utility>
 
-#include <sys/socket.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <support/ScriptedManagerProcess.h>
+#include <support/SystemdNames.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
+
+namespace {
+
+// Scripts are found by this name: the method's, or "Get" and the property's.
+std::string callName( sd_bus_message* call ) {
+   std::string name = sd_bus_message_get_member( call );
+   if( sd_bus_message_is_method_call( call, propertiesInterface, "Get" ) > 0 ) {
+      const char* interface = nullptr;
+      const char* property = nullptr;
+      if( sd_bus_message_read( call, "ss", &interface, &property ) > 0 ) {
+         name += std::string( " " ) + property;
+      }
+      checked( sd_bus_message_rewind( call, true ), "sd_bus_message_rewind" );
+   }
+   return name;
+}
+
+} // namespace
 
 ScriptedManager::ScriptedManager( const PrivateBus& bus, std::vector< Unit > loaded )
-   : address( bus.address() ), units( std::move( loaded ) ) {
+   : address_( bus.address() ),
+     units_( std::move( loaded ) ),
+     wakeUp_( checked( eventfd( 0, EFD_CLOEXEC ), "eventfd" ) ),
+     thread_( [this] { serve(); } ) {
    start();
 }
 
 ScriptedManager::~ScriptedManager() {
-   kill();
+   inItsThread( [this] { ended_ = true; } ).get();
+   thread_.join();
+   close( wakeUp_ );
 }
 
 void ScriptedManager::onCall( const std::string& call, const Script& script ) {
-   request( { "onCall", call, packed( asWords( script ) ) } );
+   inItsThread( [&] { nextScripts_[call].push_back( script ); } ).get();
 }
 
 void ScriptedManager::onEveryCall( const std::string& call, const Script& script ) {
-   request( { "onEveryCall", call, packed( asWords( script ) ) } );
+   inItsThread( [&] { lastingScripts_[call] = script; } ).get();
 }
 
 void ScriptedManager::run( const Script& script ) {
-   const bool ends = !script.empty() && script.back().kind == Action::Kind::die;
-   if( ends ) {
-      send( { "run", packed( asWords( script ) ) } );
-      awaitEnd();
-   } else {
-      request( { "run", packed( asWords( script ) ) } );
-   }
+   inItsThread( [&] {
+      perform( script, nullptr );
+      model_->deliver();
+   } ).get();
 }
 
-void ScriptedManager::awaitCall( const std::string& call, unsigned count ) {
-   request( { "awaitCall", call, asText( count ) } );
-}
-
-void ScriptedManager::kill() {
-   process.reset();
-   if( control >= 0 ) {
-      close( control );
-      control = -1;
-   }
-}
-
-void ScriptedManager::awaitEnd() {
-   process->wait();
+void ScriptedManager::runSoon( const Script& script ) {
+   // What it throws ends the process, since nobody waits for it.
+   inItsThread( [this, script]() noexcept { perform( script, nullptr ); } );
 }
 
 void ScriptedManager::start() {
-   kill();
-   std::array< int, 2 > ends{};
-   if( socketpair( AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data() ) != 0 ) {
-      throw std::system_error( errno, std::generic_category(), "socketpair" );
+   inItsThread( [this] {
+      nextScripts_.clear();
+      lastingScripts_.clear();
+      if( model_ ) {
+         model_->disconnect();
+      }
+      model_.emplace( address_, units_, onMessage, this );
+      model_->connect();
+   } ).get();
+}
+
+int ScriptedManager::onMessage( sd_bus_message* message, void* manager, sd_bus_error* ) noexcept {
+   uint8_t type = 0;
+   checked( sd_bus_message_get_type( message, &type ), "sd_bus_message_get_type" );
+   return type == SD_BUS_MESSAGE_METHOD_CALL &&
+          static_cast< ScriptedManager* >( manager )->answer( message );
+}
+
+// Returns whether there was a script, in which case the model has nothing to do.
+bool ScriptedManager::answer( sd_bus_message* call ) {
+   const std::string name = callName( call );
+   std::deque< Script >& next = nextScripts_[name];
+   if( !next.empty() ) {
+      const Script script = std::move( next.front() );
+      next.pop_front();
+      perform( script, call );
+      return true;
    }
-   process = std::make_unique< ChildProcess >( [&] {
-      // A copy of a descriptor would keep a client's connection open after its end.
-      dup2( ends[1], STDIN_FILENO );
-      closefrom( STDERR_FILENO + 1 );
-      return ScriptedManagerProcess( STDIN_FILENO, address, units ).run();
-   } );
-   close( ends[1] );
-   control = ends[0];
-   awaitAcknowledgement();
+   const auto lasting = lastingScripts_.find( name );
+   if( lasting != lastingScripts_.end() ) {
+      perform( lasting->second, call );
+      return true;
+   }
+   return false;
 }
 
-void ScriptedManager::request( const Words& words ) {
-   send( words );
-   awaitAcknowledgement();
-}
-
-void ScriptedManager::send( const Words& words ) {
-   const std::string text = packed( words );
-   if( ::send( control, text.data(), text.size(), MSG_NOSIGNAL ) < 0 ) {
-      throw std::system_error( errno, std::generic_category(), "telling the scripted manager" );
+void ScriptedManager::perform( const Script& script, sd_bus_message* call ) {
+   Turn turn{ *model_, model_->bus(), call };
+   for( const Action& action : script ) {
+      action.act( turn );
    }
 }
 
-void ScriptedManager::awaitAcknowledgement() {
-   char acknowledgement = 0;
-   ssize_t size = -1;
-   do {
-      size = recv( control, &acknowledgement, 1, 0 );
-   } while( size < 0 && errno == EINTR );
-   if( size != 1 ) {
-      throw std::runtime_error( "the scripted manager has ended" );
+std::future< void > ScriptedManager::inItsThread( std::function< void() > task ) {
+   std::packaged_task< void() > packaged( std::move( task ) );
+   std::future< void > done = packaged.get_future();
+   {
+      const std::lock_guard lock( tasksMutex_ );
+      tasks_.push_back( std::move( packaged ) );
+   }
+   checked( eventfd_write( wakeUp_, 1 ), "eventfd_write" );
+   return done;
+}
+
+void ScriptedManager::serve() {
+   // The signals of the process are for the test.
+   sigset_t all;
+   sigfillset( &all );
+   pthread_sigmask( SIG_BLOCK, &all, nullptr );
+   while( !ended_ ) {
+      std::array sources{ pollfd{ wakeUp_, POLLIN, 0 }, pollfd{ -1, 0, 0 } };
+      if( model_ ) {
+         sources[1] = model_->process();
+      }
+      if( poll( sources.data(), sources.size(), -1 ) < 0 ) {
+         throw std::system_error( errno, std::generic_category(), "poll" );
+      }
+      if( sources[0].revents != 0 ) {
+         eventfd_t posted = 0;
+         eventfd_read( wakeUp_, &posted );
+         std::deque< std::packaged_task< void() > > tasks;
+         {
+            const std::lock_guard lock( tasksMutex_ );
+            tasks.swap( tasks_ );
+         }
+         for( std::packaged_task< void() >& task : tasks ) {
+            task();
+         }
+      }
    }
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

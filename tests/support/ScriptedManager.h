@@ -1,29 +1,34 @@
-// A manager for tests that stands for systemd on a private bus and does what the test tells it.
+// A manager for tests that stands in for systemd on a private bus and does what the test says.
 #pragma once
 
-#include <memory>
+#include <deque>
+#include <functional>
+#include <future>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include <support/ChildProcess.h>
 #include <support/PrivateBus.h>
 #include <support/ScriptedManagerActions.h>
 #include <support/ScriptedManagerModel.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
-// Owns org.freedesktop.systemd1 on the bus, from a process of its own, and behaves like systemd
-// with some loaded units; scripts replace what it does for a call.
+// Owns org.freedesktop.systemd1 on the bus, in a thread of its own, and behaves like systemd with
+// some loaded units; scripts replace what it does for a call.
 //
 //    ScriptedManager manager( bus, { { .name = "web.service", .activeState = "active" } } );
-//    manager.onCall( "StartUnit", { reply( jobPath( 7 ) ), jobRemoved( 7, "done" ) } );
+//    manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, "done" ) } );
 //    manager.onCall( "StartUnit", { error( "org.example.No", "No." ) } );   // the second one
-//    manager.onCall( "Get SystemState", { reply( body( "v", "s", "degraded" ) ), die() } );
+//    manager.onCall( "Get SystemState", { reply( body( "v", "s", "degraded" ) ) } );
 //    manager.run( { reloading( true ) } );                                  // now
 //
 // A call without a script gets the standard behaviour; an empty script never replies.
-// Every operation returns when it is done and the bus has delivered what it caused.
-// Throws std::runtime_error if the manager's process has ended.
+// Thread: all operations may be called while a client in the same thread is in the middle of one.
+// A process that forks leaves the manager with the parent.
 class ScriptedManager {
  public:
    explicit ScriptedManager( const PrivateBus& bus, std::vector< Unit > loaded = {} );
@@ -31,37 +36,41 @@ class ScriptedManager {
    ScriptedManager& operator=( const ScriptedManager& ) = delete;
    ~ScriptedManager();
 
-   // Answers the next call without a script of its own; a call is named by its method, or by
-   // "Get" and the property.
+   // Sets what is done for the next call without a script of its own; a call is named by its
+   // method, or by "Get" and the property.
    void onCall( const std::string& call, const Script& script );
 
-   // Answers all calls for which no other script is left.
+   // Sets what is done for all calls for which no other script is left.
    void onEveryCall( const std::string& call, const Script& script );
 
-   // Does something now, also while a client is blocked. The script may end in die().
+   // Does something, and returns when the bus has delivered it and all that was sent before.
+   // Throws what an action throws.
    void run( const Script& script );
 
-   // Waits until so many calls of this name have arrived, counted from the manager's start.
-   void awaitCall( const std::string& call, unsigned count = 1 );
-
-   // Kills the manager as a crash would.
-   void kill();
-
-   // Waits for the end that a script brings about.
-   void awaitEnd();
+   // Does something soon, as when a client blocks right after this returns.
+   void runSoon( const Script& script );
 
    // Starts the manager anew, with its first units, no script and no subscriber.
    void start();
 
  private:
-   void request( const Words& words );
-   void send( const Words& words );
-   void awaitAcknowledgement();
+   static int onMessage( sd_bus_message* message, void* manager, sd_bus_error* error ) noexcept;
+   bool answer( sd_bus_message* call );
+   void perform( const Script& script, sd_bus_message* call );
+   std::future< void > inItsThread( std::function< void() > task );
+   void serve();
 
-   std::string address;
-   std::vector< Unit > units;
-   int control = -1;
-   std::unique_ptr< ChildProcess > process;
+   const std::string address_;
+   const std::vector< Unit > units_;
+   std::optional< ScriptedManagerModel > model_;
+   std::map< std::string, std::deque< Script > > nextScripts_;
+   std::map< std::string, Script > lastingScripts_;
+   bool ended_ = false;
+
+   int wakeUp_;
+   std::mutex tasksMutex_;
+   std::deque< std::packaged_task< void() > > tasks_;
+   std::thread thread_;
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

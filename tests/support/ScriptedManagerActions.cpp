@@ -1,165 +1,122 @@
-// Making actions, and their way through the control socket.
+// The actions of a scripted manager.
 #include <support/ScriptedManagerActions.h>
 
-#include <cstdlib>
+#include <stdexcept>
 
-#include <support/BusPointers.h>
+#include <support/ScriptedManagerModel.h>
+#include <support/SystemdNames.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
-using Kind = Action::Kind;
-
-Words withBody( Words words, const Body& body ) {
-   words.push_back( body.signature );
-   words.insert( words.end(), body.values.begin(), body.values.end() );
-   return words;
+sd_bus_message* callOf( const Turn& turn ) {
+   if( turn.call == nullptr ) {
+      throw std::logic_error( "an action that needs a call stands outside a call's script" );
+   }
+   return turn.call;
 }
 
 } // namespace
 
-std::string unitPath( const std::string& name ) {
-   char* path = nullptr;
-   checked(
-      sd_bus_path_encode( "/org/freedesktop/systemd1/unit", name.c_str(), &path ),
-      "sd_bus_path_encode" );
-   std::string result = path;
-   std::free( path );
-   return result;
+Action reply( const Body& content ) {
+   return { [=]( Turn& turn ) { sendReply( callOf( turn ), content ); }, true };
 }
 
-Body jobPath( uint32_t id ) {
-   return body( "o", "/org/freedesktop/systemd1/job/" + std::to_string( id ) );
+Action replyJob( uint32_t id ) {
+   return reply( body( "o", jobOf( id ) ) );
 }
 
-Action reply( const Body& body ) {
-   return { Kind::reply, withBody( {}, body ) };
-}
-
-Action error( const std::string& name ) {
-   return { Kind::error, { name } };
-}
-
-Action error( const std::string& name, const std::string& message ) {
-   return { Kind::error, { name, message } };
+Action error( const std::string& name, const std::optional< std::string >& message ) {
+   return { [=]( Turn& turn ) { sendError( callOf( turn ), name, message ); }, true };
 }
 
 Action signal(
    const std::string& path, const std::string& interface, const std::string& member,
-   const Body& body ) {
-   return { Kind::signal, withBody( { path, interface, member }, body ) };
+   const Body& content ) {
+   return { [=]( Turn& turn ) { sendSignal( turn.sender, path, interface, member, content ); } };
 }
 
-Action signal( const std::string& member, const Body& body ) {
-   return signal( managerPath, managerInterface, member, body );
+Action signal( const std::string& member, const Body& content ) {
+   return signal( managerPath, managerInterface, member, content );
 }
 
 Action jobRemoved( uint32_t id, const std::string& result, const std::string& unit ) {
-   return signal( "JobRemoved", body( "uoss", id, jobPath( id ).values.front(), unit, result ) );
+   return signal( "JobRemoved", body( "uoss", id, jobOf( id ), unit, result ) );
 }
 
 Action reloading( bool active ) {
    return signal( "Reloading", body( "b", active ) );
 }
 
-Action propertiesChanged( const std::string& unit, const Body& body ) {
-   return signal( unitPath( unit ), propertiesInterface, "PropertiesChanged", body );
+Action propertiesChanged( const std::string& unit, const Body& content ) {
+   return signal( unitPath( unit ), propertiesInterface, "PropertiesChanged", content );
 }
 
 Action activeState( const std::string& unit, const std::string& state ) {
-   return { Kind::unitState, { unit, state } };
+   return { [=]( Turn& turn ) { turn.manager.changeState( unit, state ); } };
 }
 
 Action foreignJobs( uint32_t first, uint32_t count ) {
-   return { Kind::foreignJobs, { asText( first ), asText( count ) } };
+   return { [=]( Turn& turn ) {
+      for( uint32_t sent = 0; sent < count; ++sent ) {
+         jobRemoved( first + sent, "done" ).act( turn );
+         if( sent % 64 == 0 ) {
+            checked( sd_bus_flush( turn.sender ), "sd_bus_flush" );
+         }
+      }
+      turn.manager.deliver();
+   } };
 }
 
-Action byStranger( Action signal ) {
-   signal.byStranger = true;
-   return signal;
-}
-
-Action standard() {
-   return { Kind::standard, {} };
-}
-
-Action queueJob() {
-   return { Kind::queueJob, {} };
-}
-
-Action finishJob( const std::string& result ) {
-   return { Kind::finishJob, { result } };
-}
-
-Action hold( const std::string& event ) {
-   return { Kind::hold, { event } };
-}
-
-Action raise( const std::string& event ) {
-   return { Kind::raise, { event } };
+Action byStranger( const Action& signal ) {
+   return { [=]( Turn& turn ) {
+      turn.manager.deliver();
+      const BusPtr stranger = busAt( turn.manager.address() );
+      // The bus's record of calls knows the test support by the names that it requests.
+      checked( sd_bus_request_name( stranger.get(), "sodrel.test.Stranger", 0 ), "stranger" );
+      Turn other{ turn.manager, stranger.get(), nullptr };
+      signal.act( other );
+      roundTrip( stranger.get() );
+   } };
 }
 
 Action releaseName() {
-   return { Kind::releaseName, {} };
+   return { []( Turn& turn ) {
+      checked( sd_bus_release_name( turn.sender, systemdName ), "sd_bus_release_name" );
+   } };
 }
 
 Action acquireName() {
-   return { Kind::acquireName, {} };
+   return { []( Turn& turn ) {
+      checked( sd_bus_request_name( turn.sender, systemdName, 0 ), "sd_bus_request_name" );
+   } };
 }
 
 Action disconnect() {
-   return { Kind::disconnect, {} };
+   return { []( Turn& turn ) {
+      turn.manager.deliver();
+      turn.manager.disconnect();
+      turn.sender = nullptr;
+   } };
 }
 
 Action connect() {
-   return { Kind::connect, {} };
+   return { []( Turn& turn ) {
+      turn.manager.connect();
+      turn.sender = turn.manager.bus();
+   } };
 }
 
-Action killBus() {
-   return { Kind::killBus, {} };
+Action killBus( PrivateBus& bus ) {
+   return { [&bus]( Turn& turn ) {
+      turn.manager.deliver();
+      bus.kill();
+   } };
 }
 
-Action die() {
-   return { Kind::die, {} };
+Action custom( const std::function< void( sd_bus_message* ) >& function ) {
+   return { [=]( Turn& turn ) { function( turn.call ); } };
 }
 
-std::string packed( const Words& words ) {
-   std::string text;
-   for( const std::string& word : words ) {
-      text += std::to_string( word.size() ) + ':' + word;
-   }
-   return text;
-}
-
-Words unpacked( const std::string& text ) {
-   Words words;
-   for( size_t at = 0; at < text.size(); ) {
-      const size_t colon = text.find( ':', at );
-      const size_t size = std::stoul( text.substr( at, colon - at ) );
-      words.push_back( text.substr( colon + 1, size ) );
-      at = colon + 1 + size;
-   }
-   return words;
-}
-
-Words asWords( const Script& script ) {
-   Words words;
-   for( const Action& action : script ) {
-      words.push_back( asText( static_cast< int >( action.kind ) ) );
-      words.push_back( asText( action.byStranger ) );
-      words.push_back( packed( action.words ) );
-   }
-   return words;
-}
-
-Script asScript( const Words& words ) {
-   Script script;
-   for( size_t at = 0; at < words.size(); at += 3 ) {
-      script.push_back( { static_cast< Kind >( std::stoi( words[at] ) ), unpacked( words[at + 2] ),
-                          words[at + 1] == asText( true ) } );
-   }
-   return script;
-}
-
-} // namespace Sodrel::Test
+} // namespace SodrelTest

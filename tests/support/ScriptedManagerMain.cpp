@@ -6,7 +6,7 @@
 
 #include <support/ScriptedManager.h>
 
-using namespace Sodrel::Test;
+using namespace SodrelTest;
 
 int main( int argc, char** argv ) {
    if( argc < 2 ) {
@@ -15,11 +15,11 @@ int main( int argc, char** argv ) {
          "Runs the command with DBUS_SYSTEM_BUS_ADDRESS leading to a manager with these units:\n"
          "  web.service     active, can be reloaded\n"
          "  worker.service  active, cannot be reloaded\n"
-         "  simple.service  active, is not seen \"activating\" when it starts\n"
+         "  simple.service  active, never \"activating\" when it starts\n"
          "  idle.service    inactive\n"
          "  broken.service  inactive, fails to start\n"
          "  crashed.service failed\n"
-         "Hands back the command's exit status.\n",
+         "Returns the command's exit status.\n",
          stderr );
       return 2;
    }

@@ -1,74 +1,76 @@
-// What a manager does that nobody has scripted: units, jobs and subscribers as systemd has them.
+// The behaviour of systemd: units, jobs and subscribers on a connection.
 #pragma once
 
 #include <cstdint>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include <support/BusPointers.h>
-#include <support/ScriptedManagerActions.h>
+#include <poll.h>
 
-namespace Sodrel::Test {
+#include <support/BusMessages.h>
 
-// A loaded unit, and how it takes what is done to it.
+namespace SodrelTest {
+
+// A loaded unit, and what happens to it.
 struct Unit {
    std::string name;
    std::string activeState = "inactive";
    bool canReload = true;
-   bool reloadFails = false;
    bool startFails = false;
-   // A service of Type=simple goes to "active" without passing "activating".
+   // A service of Type=simple becomes "active" without being "activating".
    bool announcesStart = true;
 };
 
-// A job that has been queued and has not ended: the states that its unit will go through.
-struct Job {
-   std::string unit;
-   std::string type;
-   std::vector< std::string > states;
-   std::string result;
-};
-
-// Borrows the connection between attach and detach; without one, its signals go nowhere.
+// Serves the manager's objects and owns the manager's name while it is connected.
+//
+// Thread: everything runs on one, which is that of the connection.
 class ScriptedManagerModel {
  public:
-   explicit ScriptedManagerModel( const std::vector< Unit >& units );
+   // The filter sees each message before the objects.
+   ScriptedManagerModel(
+      std::string busAddress, const std::vector< Unit >& loaded, sd_bus_message_handler_t filter,
+      void* userdata );
 
-   // Serves the objects on a new connection, on which nobody has subscribed yet.
-   void attach( sd_bus* connection );
-   void detach();
+   // Connects anew, without subscribers.
+   void connect();
 
-   // Does everything that a call of the manager's interface asks for, the reply included.
-   void standard( sd_bus_message* call );
+   // Returns when the bus knows that nobody owns the name.
+   void disconnect();
 
-   // The first half of a job method: replies with the job or with an error, then without a job.
-   std::optional< uint32_t > queueJob( sd_bus_message* call );
+   // Returns when the bus has passed on everything that was sent, or has died.
+   void deliver();
 
-   // The second half; an empty result stands for the one that the job has by itself.
-   void finishJob( uint32_t id, const std::string& result );
+   // Handles what has been received. Returns what to wait for.
+   pollfd process();
 
-   // Null if there is no such unit or job.
-   const Unit* unitAt( const std::string& path ) const;
-   const Job* jobAt( const std::string& path ) const;
+   // Null while it is not connected.
+   sd_bus* bus() const { return bus_.get(); }
+   const std::string& address() const { return address_; }
+
+   // Null if there is no unit at this object path.
+   Unit* unitAt( const char* path );
 
    void changeState( const std::string& unitName, const std::string& state );
 
- private:
-   static Job planned( const std::string& method, const Unit& unit );
+   // Handlers of method calls.
    void subscribe( sd_bus_message* call );
-   void unsubscribe( sd_bus_message* call );
    void reload( sd_bus_message* call );
    void getUnit( sd_bus_message* call );
+   void doJob( sd_bus_message* call );
+
+ private:
    bool subscribed() const;
+   void run( const std::string& method, Unit& unit );
    void announce( const Unit& unit );
 
-   std::map< std::string, Unit > units;
-   std::map< uint32_t, Job > jobs;
-   uint32_t lastJob = 0;
-   sd_bus* bus = nullptr;
-   TrackPtr subscribers;
+   const std::string address_;
+   const sd_bus_message_handler_t filter_;
+   void* const userdata_;
+   std::map< std::string, Unit > units_;
+   uint32_t lastJob_ = 0;
+   BusPtr bus_;
+   TrackPtr subscribers_;
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,0 +1,103 @@
+// Floods of signals and thousands of renewals of the connection, which leave nothing behind.
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <malloc.h>
+
+#include <systemd/sd-bus.h>
+
+#include "LibraryFixture.h"
+
+namespace SodrelTest {
+
+namespace {
+
+// The memory that the process holds now, and at most since a reset.
+long kilobytes( const std::string& key ) {
+   std::ifstream status( "/proc/self/status" );
+   for( std::string word; status >> word; ) {
+      if( word == key + ':' ) {
+         long value = 0;
+         status >> value;
+         return value;
+      }
+   }
+   return -1;
+}
+
+void resetPeak() {
+   std::ofstream( "/proc/self/clear_refs" ) << 5;
+}
+
+struct AFloodOfSignals : ALibraryClient {};
+
+TEST_F( AFloodOfSignals, neitherDrownsAWaitNorFillsTheMemory ) {
+   long before = 0;
+   moments.atReading( 2, [&] {
+      resetPeak();
+      before = kilobytes( "VmRSS" );
+      manager.runSoon( { foreignJobs( 1'000, 300'000 ), jobRemoved( 7, "done" ) } );
+   } );
+
+   EXPECT_EQ( callScripted( "StartUnit", { replyJob( 7 ) } ), jobOf( 7 ) );
+
+   EXPECT_GT( before, 0 );
+   // The address sanitizer keeps 256 MB of what has been released.
+   EXPECT_LT( kilobytes( "VmHWM" ) - before, leaksAreLookedFor() ? 300'000 : 4'096 );
+}
+
+auto openDescriptors() {
+   return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
+}
+
+class ManyRenewals : public ALibraryClient {
+ protected:
+   // Loses the connection and uses the client this many times, after some to warm up.
+   template< typename Loss >
+   void leaveNothingBehind( int count, const Loss& lose ) {
+      for( int i = 0; i < 10; ++i ) {
+         lose();
+         ASSERT_THAT(
+            call( "StartUnit" ), testing::StartsWith( "/org/freedesktop/systemd1/job/" ) );
+         moments.clear();
+      }
+      const auto descriptors = openDescriptors();
+      // Nothing under a sanitizer that allocates itself.
+      const size_t bytes = mallinfo2().uordblks;
+      for( int i = 0; i < count; ++i ) {
+         lose();
+         ASSERT_EQ( systemState(), "running" );
+         ASSERT_EQ( moments.lines().size(), 2U );
+         moments.clear();
+      }
+      EXPECT_EQ( openDescriptors(), descriptors );
+      // The caches of the threads; a leaked connection costs 4,000 bytes each time.
+      EXPECT_LT( mallinfo2().uordblks, bytes + 32'000 );
+   }
+};
+
+TEST_F( ManyRenewals, ofClosedConnectionsLeaveNothingBehind ) {
+   leaveNothingBehind( 5'000, [&] {
+      sd_bus_close( client->sdbus() );
+      moments.clear();
+   } );
+}
+
+TEST_F( ManyRenewals, afterProbesThatFailLeaveNothingBehind ) {
+   leaveNothingBehind(
+      1'900, [&] { manager.onCall( "Get SystemState", { error( "org.example.Expired" ) } ); } );
+}
+
+TEST_F( ManyRenewals, afterDeathsOfTheBusLeaveNothingBehind ) {
+   leaveNothingBehind( 100, [&] {
+      bus.kill();
+      bus.start();
+      manager.run( { connect() } );
+   } );
+}
+
+} // namespace
+
+} // namespace SodrelTest
