@@ -95,14 +95,41 @@ TEST_F( AClientAmongStrangers, learnsTheTruthByReadingTheState ) {
    EXPECT_EQ( outcomeOf( "unitPropertyS idle.service ActiveState" ), "inactive" );
 }
 
+// The second reload without a start is taken for a fault of the program.
+TEST_F( AClientAmongStrangers, isEndedByOneOfThemWhoForgesTheEndsOfTwoReloads ) {
+   manager.onEveryCall( "Reload", { reply() } );
+   EXPECT_EXIT(
+      {
+         // sd-bus refuses connections that were made before a fork.
+         const Tessel::Ptr< Sdbus > ownClient = sdbusFactory();
+         const std::string ownName = nameOnTheBus( *ownClient );
+         Stranger forger( bus );
+         const auto forgeEnd = [&] { forger.send( ownName, "Reloading", body( "b", false ) ); };
+         moments.clear();
+         moments.atReading( 1, forgeEnd, 1 );
+         moments.atReading( 1, forgeEnd, 2 );
+         ownClient->managerCall( "Reload", false );
+      },
+      testing::KilledBySignal( SIGABRT ), assertionOfReload() );
+}
+
 TEST_F( AClientAmongStrangers, takesLongTextsWhole ) {
    const std::string huge( 100'000, 'x' );
-   manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, huge ) } );
-   EXPECT_EQ( call( "StartUnit" ), jobFailed + "wait, job " + jobOf( 7 ) + " result: " + huge );
    manager.onCall( "StartUnit", { error( "org.example.Refused", huge ) } );
    EXPECT_EQ(
-      call( "StartUnit", huge ), callFailed + "asyncManagerCallSsO, sd-bus call StartUnit " + huge +
-                                    " replace failed: " + huge );
+      call( "StartUnit", huge ),
+      failureOf( "asyncManagerCallSsO StartUnit " + huge + " replace" ) + ": " + huge );
+   EXPECT_EQ( systemState(), "running" );
+}
+
+// Of a result that is longer than any of systemd's it may keep the beginning only.
+TEST_F( AClientAmongStrangers, namesALongResultAsFarAsItKeepsIt ) {
+   const std::string result( 100'000, 'x' );
+   manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, result ) } );
+   const std::string outcome = call( "StartUnit" );
+   const std::string start = jobFailed + "wait, job " + jobOf( 7 ) + " result: ";
+   EXPECT_THAT( start + result, testing::StartsWith( outcome ) );
+   EXPECT_THAT( outcome, testing::StartsWith( start + "xxxxxxxxxxx" ) );
    EXPECT_EQ( systemState(), "running" );
 }
 
