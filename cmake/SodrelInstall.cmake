@@ -27,9 +27,9 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/sodrel.pc"
    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 
 install(TARGETS fennet-read)
-install(PROGRAMS tools/systemd-box TYPE SBIN)
+install(TARGETS systemd-box RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}")
 install(FILES tools/fennet-read.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES tools/systemd-box.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8")
 
 # Builds just that.
-add_custom_target(installed DEPENDS SodrelPlatform Sodrel fennet-read)
+add_custom_target(installed DEPENDS SodrelPlatform Sodrel fennet-read systemd-box)
