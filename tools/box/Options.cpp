@@ -47,7 +47,7 @@ std::chrono::milliseconds seconds( const std::string& text ) {
    static const std::regex form( "[0-9]{1,6}([.][0-9]+)?" );
    const double number = std::regex_match( text, form ) ? std::stod( text ) : 0;
    if( number <= 0 ) {
-      throw refusal( "--timeout: '" + text + "' is not a number of seconds from 0.001 to 999999" );
+      throw refusal( "--timeout: '" + text + "' is not a number of seconds between 0 and 1000000" );
    }
    return std::chrono::ceil< std::chrono::milliseconds >(
       std::chrono::duration< double >( number ) );
