@@ -1,6 +1,7 @@
 // Looking at a real systemd, and disturbing it.
 #include "Box.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <stdexcept>
@@ -11,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -53,14 +54,35 @@ void killBus() {
    run( "systemctl reset-failed dbus.service" );
 }
 
+std::string shown( const std::string& property, const std::string& unit ) {
+   return run( "systemctl show --value --property=" + property + ' ' + unit );
+}
+
 bool busHasSubscribed() {
-   return run( "systemctl show --property ExecStart dbus.service" ).find( "dbus-broker" ) !=
-             std::string::npos &&
+   return shown( "ExecStart", "dbus.service" ).find( "dbus-broker" ) != std::string::npos &&
           std::stoi( run( "dbus-broker --version | tr -dc 0-9" ) ) >= 33;
 }
 
 std::string text( const Tessel::String& string ) {
    return std::string( std::string_view( string ) );
+}
+
+std::string thrownBy( const std::function< void() >& operation ) {
+   try {
+      operation();
+   } catch( const Tessel::Exception& exception ) {
+      return std::string( exception.name().data() ) + ": " + exception.what();
+   }
+   return "nothing";
+}
+
+std::string shortWait( SignalMonitor& monitor, const std::string& object ) {
+   limitIs( monitor, 50'000'000 );
+   Orl::Optional< Tessel::String > awaited;
+   if( !object.empty() ) {
+      awaited = Tessel::String( object );
+   }
+   return thrownBy( [&] { EXPECT_TRUE( monitor.wait( awaited ) ); } );
 }
 
 void limitIs( SignalMonitor& monitor, std::uint64_t nanoseconds ) {
@@ -71,38 +93,38 @@ void limitIs( SignalMonitor& monitor, std::uint64_t nanoseconds ) {
 
 // Gate
 
-Gate::Gate( std::string fifo ) : path( std::move( fifo ) ) {
+Gate::Gate( std::string path ) : path_( std::move( path ) ) {
    make();
 }
 
 void Gate::make() const {
-   if( mkfifo( path.c_str(), 0600 ) < 0 && errno != EEXIST ) {
+   if( mkfifo( path_.c_str(), 0600 ) < 0 && errno != EEXIST ) {
       checkedFile( -1, "mkfifo" );
    }
 }
 
 Gate::~Gate() {
-   if( writeEnd >= 0 ) {
-      close( writeEnd );
+   if( writeEnd_ >= 0 ) {
+      close( writeEnd_ );
    }
 }
 
 void Gate::await() {
    // Opening a FIFO for writing returns as soon as somebody has opened it for reading.
-   if( writeEnd < 0 ) {
+   if( writeEnd_ < 0 ) {
       make();
-      writeEnd = checkedFile( open( path.c_str(), O_WRONLY | O_CLOEXEC ), "open" );
+      writeEnd_ = checkedFile( open( path_.c_str(), O_WRONLY | O_CLOEXEC ), "open" );
    }
 }
 
 void Gate::pass() {
    await();
    // The next process makes a FIFO of its own, so that this one is left for good.
-   checkedFile( unlink( path.c_str() ), "unlink" );
-   checkedFile( static_cast< int >( write( writeEnd, "\n", 1 ) ), "write" );
-   pollfd readers{ writeEnd, 0, 0 };
+   checkedFile( unlink( path_.c_str() ), "unlink" );
+   checkedFile( static_cast< int >( write( writeEnd_, "\n", 1 ) ), "write" );
+   pollfd readers{ writeEnd_, 0, 0 };
    checkedFile( poll( &readers, 1, -1 ), "poll" ); // until there is none
-   close( std::exchange( writeEnd, -1 ) );
+   close( std::exchange( writeEnd_, -1 ) );
 }
 
 // Observer
@@ -110,66 +132,63 @@ void Gate::pass() {
 Observer::Observer() {
    sd_bus* raw = nullptr;
    checked( sd_bus_open_system( &raw ), "sd_bus_open_system" );
-   bus.reset( raw );
+   bus_.reset( raw );
+   match( managerPath, managerInterface, "JobRemoved", onJobRemoved );
+   call( "Subscribe", "", nullptr );
+}
+
+void Observer::match(
+   const char* path, const char* interface, const char* member, sd_bus_message_handler_t handler ) {
    checked(
       sd_bus_match_signal(
-         raw, nullptr, managerName, managerPath, managerInterface, "JobRemoved", onJobRemoved,
-         this ),
+         bus_.get(), nullptr, managerName, path, interface, member, handler, this ),
       "sd_bus_match_signal" );
+}
+
+MessagePtr Observer::call( const char* method, const char* types, const char* argument ) {
+   sd_bus_message* reply = nullptr;
    checked(
       sd_bus_call_method(
-         raw, managerName, managerPath, managerInterface, "Subscribe", nullptr, nullptr, "" ),
-      "Subscribe" );
+         bus_.get(), managerName, managerPath, managerInterface, method, nullptr, &reply, types,
+         argument ),
+      method );
+   return MessagePtr( reply );
 }
 
 void Observer::watch( const std::string& unit ) {
-   sd_bus_message* raw = nullptr;
-   checked(
-      sd_bus_call_method(
-         bus.get(), managerName, managerPath, managerInterface, "LoadUnit", nullptr, &raw, "s",
-         unit.c_str() ),
-      "LoadUnit" );
-   const MessagePtr reply( raw );
+   const MessagePtr reply = call( "LoadUnit", "s", unit.c_str() );
    const char* path = nullptr;
-   checked( sd_bus_message_read( raw, "o", &path ), "LoadUnit" );
-   checked(
-      sd_bus_match_signal(
-         bus.get(), nullptr, managerName, path, "org.freedesktop.DBus.Properties",
-         "PropertiesChanged", onPropertiesChanged, this ),
-      "sd_bus_match_signal" );
+   checked( sd_bus_message_read( reply.get(), "o", &path ), "LoadUnit" );
+   match( path, "org.freedesktop.DBus.Properties", "PropertiesChanged", onPropertiesChanged );
+}
+
+Observer::Ended Observer::await( const std::function< bool( const Ended& ) >& isIt ) {
+   while( true ) {
+      const auto found = std::find_if( ended_.rbegin(), ended_.rend(), isIt );
+      if( found != ended_.rend() ) {
+         return *found;
+      }
+      if( checked( sd_bus_process( bus_.get(), nullptr ), "sd_bus_process" ) == 0 ) {
+         checked( sd_bus_wait( bus_.get(), UINT64_MAX ), "sd_bus_wait" );
+      }
+   }
 }
 
 std::string Observer::resultOf( const std::string& job ) {
-   while( true ) {
-      for( const Ended& end : ended ) {
-         if( end.job == job ) {
-            return end.result;
-         }
-      }
-      pump();
-   }
+   return await( [&]( const Ended& end ) { return end.job == job; } ).result;
 }
 
 Observer::Ended Observer::lastJobOf( const std::string& unit ) {
-   while( true ) {
-      for( auto end = ended.rbegin(); end != ended.rend(); ++end ) {
-         if( end->unit == unit ) {
-            return *end;
-         }
-      }
-      pump();
-   }
+   return await( [&]( const Ended& end ) { return end.unit == unit; } );
 }
 
-const std::vector< std::string >& Observer::statesUntilEndOf( const std::string& job ) {
+std::string Observer::statesUntilEndOf( const std::string& job ) {
    resultOf( job );
-   return states;
-}
-
-void Observer::pump() {
-   if( checked( sd_bus_process( bus.get(), nullptr ), "sd_bus_process" ) == 0 ) {
-      checked( sd_bus_wait( bus.get(), UINT64_MAX ), "sd_bus_wait" );
+   std::string all;
+   for( const std::string& state : states_ ) {
+      all += all.empty() ? state : ' ' + state;
    }
+   return all;
 }
 
 int Observer::onJobRemoved( sd_bus_message* signal, void* observer, sd_bus_error* /*error*/ ) {
@@ -178,7 +197,7 @@ int Observer::onJobRemoved( sd_bus_message* signal, void* observer, sd_bus_error
    const char* unit = nullptr;
    const char* result = nullptr;
    checked( sd_bus_message_read( signal, "uoss", &id, &job, &unit, &result ), "JobRemoved" );
-   static_cast< Observer* >( observer )->ended.push_back( { job, unit, result } );
+   static_cast< Observer* >( observer )->ended_.push_back( { job, unit, result } );
    return 0;
 }
 
@@ -193,7 +212,7 @@ int Observer::onPropertiesChanged(
       checked( sd_bus_message_read( signal, "s", &name ), "PropertiesChanged" );
       if( std::string_view( name ) == "ActiveState" ) {
          checked( sd_bus_message_read( signal, "v", "s", &state ), "PropertiesChanged" );
-         auto& states = static_cast< Observer* >( observer )->states;
+         auto& states = static_cast< Observer* >( observer )->states_;
          if( states.empty() || states.back() != state ) {
             states.emplace_back( state );
          }
@@ -207,31 +226,33 @@ int Observer::onPropertiesChanged(
 
 // CollectedTraces
 
-CollectedTraces::CollectedTraces( const char* name ) : facility( name ) {
-   Orl::traceLevelsIs( facility, Orl::allTraceLevels );
+CollectedTraces::CollectedTraces( std::vector< const char* > facilities )
+   : facilities_( std::move( facilities ) ) {
+   for( const char* const facility : facilities_ ) {
+      Orl::traceLevelsIs( facility, Orl::allTraceLevels );
+   }
    Tessel::traceSinkIs( this );
 }
 
 CollectedTraces::~CollectedTraces() {
    Tessel::traceSinkIs( nullptr );
-   Orl::traceLevelsIs( facility, 0 );
+   for( const char* const facility : facilities_ ) {
+      Orl::traceLevelsIs( facility, 0 );
+   }
 }
 
 void CollectedTraces::traceIs( const Tessel::TextTrace& trace ) {
-   if( std::string_view( trace.facility ) != facility ) {
-      return;
-   }
-   collected.push_back(
+   collected_.push_back(
       std::string( trace.function ) + '/' + std::to_string( trace.level ) + ": " +
       std::string( trace.text ) );
-   const auto action = actions.extract( collected.back() );
+   const auto action = actions_.extract( collected_.back() );
    if( action ) {
       action.mapped()();
    }
 }
 
 void CollectedTraces::when( const std::string& line, std::function< void() > action ) {
-   actions[line] = std::move( action );
+   actions_[line] = std::move( action );
 }
 
 // AClient
@@ -248,4 +269,4 @@ std::string AClient::stateOf( const std::string& unit ) {
    return text( client->unitPropertyS( unit, "ActiveState" ) );
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,5 +1,4 @@
-// What the tests on a real systemd share: looking at it, and disturbing it, from outside the
-// library.
+// What the tests on a real systemd share: looking at it, and disturbing it, without the library.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +14,19 @@
 #include <platform/trace/TextTrace.h>
 #include <support/BusPointers.h>
 
-namespace Sodrel::Test {
+namespace Sodrel::Test {}
 
-// Runs a shell command; systemctl reaches the manager without the bus. Returns what the command
-// wrote, without the line end. Throws std::runtime_error if the command fails.
+namespace SodrelTest {
+
+using namespace Sodrel;
+using namespace Sodrel::Test;
+
+// Runs a shell command; systemctl reaches the manager without the bus. Returns the command's output
+// without the line end. Throws std::runtime_error if the command fails.
 std::string run( const std::string& command );
+
+// A property of a unit as systemctl reads it.
+std::string shown( const std::string& property, const std::string& unit );
 
 // Kills the bus as a crash would, and waits until systemd has noticed. Its socket still listens,
 // and the next client to connect starts the bus anew.
@@ -31,18 +38,12 @@ bool busHasSubscribed();
 
 std::string text( const Tessel::String& string );
 
-inline constexpr const char* nothingThrown = "(nothing thrown)";
+// Name and text of the exception that the operation throws, or "nothing".
+std::string thrownBy( const std::function< void() >& operation );
 
-// The text of the exception, which must be an Error, that the operation throws.
-template< typename Error, typename Operation >
-std::string thrownBy( const Operation& operation ) {
-   try {
-      operation();
-   } catch( const Error& error ) {
-      return error.what();
-   }
-   return nothingThrown;
-}
+// What a monitor's wait does within 50 ms: the text of its time-out, of another exception or, if it
+// returns, "nothing".
+std::string shortWait( SignalMonitor& monitor, const std::string& object = "" );
 
 // Sets the monitor's time limit.
 void limitIs( SignalMonitor& monitor, std::uint64_t nanoseconds );
@@ -66,11 +67,11 @@ class Gate {
  private:
    void make() const;
 
-   std::string path;
-   int writeEnd = -1;
+   std::string path_;
+   int writeEnd_ = -1;
 };
 
-// A client of the manager besides the library. It has called "Subscribe", which serves everybody.
+// A client of the manager besides the library. It has called "Subscribe", which serves all clients.
 class Observer {
  public:
    // What JobRemoved said of a job.
@@ -93,38 +94,42 @@ class Observer {
    // Waits until some job of the unit has ended.
    Ended lastJobOf( const std::string& unit );
 
-   // What has been collected when the job ends.
-   const std::vector< std::string >& statesUntilEndOf( const std::string& job );
+   // The states that have been collected when the job ends, separated by blanks.
+   std::string statesUntilEndOf( const std::string& job );
 
  private:
    static int onJobRemoved( sd_bus_message* signal, void* observer, sd_bus_error* error );
    static int onPropertiesChanged( sd_bus_message* signal, void* observer, sd_bus_error* error );
-   void pump();
+   void match(
+      const char* path, const char* interface, const char* member,
+      sd_bus_message_handler_t handler );
+   MessagePtr call( const char* method, const char* types, const char* argument );
+   Ended await( const std::function< bool( const Ended& ) >& isIt );
 
-   BusPtr bus;
-   std::vector< Ended > ended;
-   std::vector< std::string > states;
+   BusPtr bus_;
+   std::vector< Ended > ended_;
+   std::vector< std::string > states_;
 };
 
-// Collects the text traces of one facility at all levels, as "operation/level: text".
+// Collects the text traces of facilities at all levels, as "operation/level: text".
 class CollectedTraces : public Tessel::TraceSink {
  public:
-   explicit CollectedTraces( const char* facility );
+   explicit CollectedTraces( std::vector< const char* > facilities );
    CollectedTraces( const CollectedTraces& ) = delete;
    CollectedTraces& operator=( const CollectedTraces& ) = delete;
    ~CollectedTraces();
 
    void traceIs( const Tessel::TextTrace& trace ) override;
-   const std::vector< std::string >& lines() const { return collected; }
-   void clear() { collected.clear(); }
+   const std::vector< std::string >& lines() const { return collected_; }
+   void clear() { collected_.clear(); }
 
    // Does something when this line is traced.
    void when( const std::string& line, std::function< void() > action );
 
  private:
-   const char* facility;
-   std::vector< std::string > collected;
-   std::map< std::string, std::function< void() > > actions;
+   std::vector< const char* > facilities_;
+   std::vector< std::string > collected_;
+   std::map< std::string, std::function< void() > > actions_;
 };
 
 // A client without a subscription of its own. Each test counts on a systemd that no other test has
@@ -140,4 +145,4 @@ class AClient : public ::testing::Test {
    Tessel::Ptr< Sdbus > client = sdbusFactory();
 };
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

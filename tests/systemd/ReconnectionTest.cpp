@@ -8,7 +8,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -21,7 +21,7 @@ auto openDescriptors() {
 // A client whose bus goes away between two of its calls.
 class AReconnection : public AClient {
  protected:
-   CollectedTraces traces{ "Sodrel" };
+   CollectedTraces traces{ { "Sodrel" } };
 };
 
 TEST_F( AReconnection, tracesThatItsConnectionWasClosed ) {
@@ -85,8 +85,9 @@ TEST_F( AReconnection, afterTheMonitorHasBeenMadeLeavesItBehind ) {
    traces.when( "asyncManagerCallSsO/8: ", [] { killBus(); } );
 
    EXPECT_EQ(
-      thrownBy< SdbusSyncException >( [&] { call( "StartUnit", "start-waits.service" ); } ),
-      "JobRemovedMonitor::wait, sd_bus_process failed: Connection reset by peer" );
+      thrownBy( [&] { call( "StartUnit", "start-waits.service" ); } ),
+      "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, sd_bus_process failed: Connection "
+      "reset by peer" );
 
    EXPECT_THAT(
       traces.lines(),
@@ -102,8 +103,9 @@ TEST_F( AReconnection, failsUntilTheBusIsBack ) {
    run( "systemctl stop dbus.service dbus.socket 2>&1" );
    for( int i = 0; i < 2; ++i ) {
       EXPECT_EQ(
-         thrownBy< NoSdbusException >( [&] { call( "StartUnit", "oneshot-remains.service" ); } ),
-         "Sdbus::sdbus, failed to initialize sd-bus: Connection refused" );
+         thrownBy( [&] { call( "StartUnit", "oneshot-remains.service" ); } ),
+         "Sodrel::NoSdbusException: Sdbus::sdbus, failed to initialize sd-bus: Connection "
+         "refused" );
    }
 
    run( "systemctl start dbus.socket" );
@@ -156,7 +158,7 @@ class AnInterruptedWait : public AClient {
       traces.when( line, [] { killBus(); } );
    }
 
-   CollectedTraces traces{ "SignalMonitor" };
+   CollectedTraces traces{ { "SignalMonitor" } };
 };
 
 TEST_F( AnInterruptedWait, forAJobReportsTheLossOfTheBus ) {
@@ -166,8 +168,9 @@ TEST_F( AnInterruptedWait, forAJobReportsTheLossOfTheBus ) {
    killWhen( "wait/8: Wait for JobRemoved signal of " + job );
 
    EXPECT_EQ(
-      thrownBy< SdbusSyncException >( [&] { monitor->wait( Tessel::String( job ) ); } ),
-      "JobRemovedMonitor::wait, sd_bus_process failed: Connection reset by peer" );
+      thrownBy( [&] { monitor->wait( Tessel::String( job ) ); } ),
+      "Sodrel::SdbusSyncException: JobRemovedMonitor::wait, sd_bus_process failed: Connection "
+      "reset by peer" );
 
    EXPECT_EQ( stateOf( "start-waits.service" ), "activating" );
    gate.pass();
@@ -178,8 +181,9 @@ TEST_F( AnInterruptedWait, forADaemonReloadReportsTheLossOfTheBus ) {
 
    // Nobody has subscribed, so only the loss of the bus ends the wait.
    EXPECT_EQ(
-      thrownBy< SdbusSyncException >( [&] { client->managerCall( "Reload", false ); } ),
-      "DaemonReloadingMonitor::wait, sd_bus_process failed: Connection reset by peer" );
+      thrownBy( [&] { client->managerCall( "Reload", false ); } ),
+      "Sodrel::SdbusSyncException: DaemonReloadingMonitor::wait, sd_bus_process failed: Connection "
+      "reset by peer" );
 
    EXPECT_EQ( text( client->managerPropertyS( "SystemState" ) ), "running" );
 }
@@ -189,12 +193,13 @@ TEST_F( AnInterruptedWait, forAUnitReloadReportsTheLossOfTheBus ) {
    killWhen( "wait/8: Wait for PropertiesChanged signal" );
 
    EXPECT_EQ(
-      thrownBy< SdbusSyncException >( [&] { call( "ReloadUnit", "reload-succeeds.service" ); } ),
-      "UnitReloadingMonitor::wait, sd_bus_process failed: Connection reset by peer" );
+      thrownBy( [&] { call( "ReloadUnit", "reload-succeeds.service" ); } ),
+      "Sodrel::SdbusSyncException: UnitReloadingMonitor::wait, sd_bus_process failed: Connection "
+      "reset by peer" );
 
    EXPECT_EQ( stateOf( "reload-succeeds.service" ), "active" );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest
