@@ -17,10 +17,14 @@
 #include <string>
 #include <string_view>
 
+#include <unistd.h>
+
 // From a sanitizer's runtime; g++ has no header for it.
 extern "C" [[gnu::weak]] std::size_t __sanitizer_get_current_allocated_bytes();
 
-namespace Sodrel::Soak {
+namespace SodrelTest {
+
+using namespace Sodrel;
 
 namespace {
 
@@ -33,32 +37,25 @@ long memoryInUse() {
    if( __sanitizer_get_current_allocated_bytes ) {
       return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
    }
-   std::ifstream status( "/proc/self/status" );
-   for( std::string word; status >> word; ) {
-      if( word == "VmRSS:" ) {
-         long size = 0;
-         status >> size;
-         return size;
-      }
-   }
-   return 0;
+   long all = 0;
+   long resident = 0; // pages
+   std::ifstream( "/proc/self/statm" ) >> all >> resident;
+   return resident * sysconf( _SC_PAGESIZE ) / 1024;
 }
 
 // Counts the renewals of the connection, the only traces at level 5.
 class Reconnections : public Tessel::TraceSink {
  public:
-   explicit Reconnections( unsigned long& number ) : count( &number ) {
+   explicit Reconnections( unsigned long& number ) : count( number ) {
       Tessel::traceSinkIs( this );
       Orl::traceLevelsIs( "Sodrel", Orl::TraceLevels{ 1 } << 5 );
    }
-   Reconnections( const Reconnections& ) = delete;
-   Reconnections& operator=( const Reconnections& ) = delete;
    ~Reconnections() { Tessel::traceSinkIs( nullptr ); }
 
-   void traceIs( const Tessel::TextTrace& ) override { ++*count; }
+   void traceIs( const Tessel::TextTrace& ) override { ++count; }
 
  private:
-   unsigned long* count;
+   unsigned long& count;
 };
 
 class Client {
@@ -94,43 +91,35 @@ class Client {
    }
 
  private:
+   // Does one thing at random; the units' starts are the most frequent.
    void step() {
       switch( std::uniform_int_distribution( 0, 9 )( random ) ) {
-      case 0:
-      case 1:
-         return expect( { "active" }, "StartUnit" );
       case 2:
          return expect( { "active" }, "RestartUnit" );
-      case 3:
-         // A failed unit stays failed.
+      case 3: // a failed unit stays failed
          return expect( { "inactive", "failed" }, "StopUnit" );
       case 4:
-         subscribe();
+         attempt( "Subscribe", [&] { client->managerCall( "Subscribe", true ); } );
          return expect( { "active" }, "ReloadOrRestartUnit" );
       case 5:
          return reload();
       case 6:
-         if( call( "StartUnit", failing ) ) {
-            violation( "a unit that fails was started" );
-         }
-         return;
+         return call( "StartUnit", failing ) ? violation( "a unit that fails was started" )
+                                             : void();
       case 7:
-         call( "StartUnit", common );
-         return;
+         return void( call( "StartUnit", common ) );
       case 8:
-         call( "StopUnit", common );
-         return;
+         return void( call( "StopUnit", common ) );
+      case 9:
+         return void(
+            attempt( "SystemState", [&] { client->managerPropertyS( "SystemState" ); } ) );
       default:
-         attempt( "SystemState", [&] { client->managerPropertyS( "SystemState" ); } );
+         return expect( { "active" }, "StartUnit" );
       }
    }
 
-   void subscribe() {
-      attempt( "Subscribe", [&] { client->managerCall( "Subscribe", true ); } );
-   }
-
    void reload() {
-      subscribe();
+      attempt( "Subscribe", [&] { client->managerCall( "Subscribe", true ); } );
       attempt( "Reload", [&] { client->managerCall( "Reload", false ); } );
    }
 
@@ -192,7 +181,7 @@ class Client {
    std::atomic< unsigned >* kills;
    std::string label;
    std::mt19937_64 random;
-   // Nobody else starts or stops its own unit; the common one is everybody's.
+   // No other client starts or stops its own unit; all share the common one.
    std::string own = "soak@" + label + ".service";
    std::string failing = "soak-fails@" + label + ".service";
    std::string common = "soak@common.service";
@@ -205,4 +194,4 @@ void runClient( Shared& shared, unsigned number, std::uint64_t seed ) {
    Client( shared, number, seed ).run();
 }
 
-} // namespace Sodrel::Soak
+} // namespace SodrelTest

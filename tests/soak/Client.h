@@ -1,13 +1,21 @@
 // One client of the soak: what it does, and what it leaves to be told.
 #pragma once
 
-#include "Outcomes.h"
-
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
-namespace Sodrel::Soak {
+namespace SodrelTest {
+
+// The outcomes of a call, in the order of a table's columns: it returned, threw one of the
+// library's exceptions with a documented text, or did something else, which is a violation.
+enum class Outcome { returned, noBus, call, message, job, sync, undocumented };
+inline constexpr std::size_t outcomes = 7;
+
+// What an exception counts as.
+Outcome outcomeOf( const std::string& name, const std::string& text );
 
 inline constexpr unsigned clients = 4;
 
@@ -35,4 +43,4 @@ static_assert( std::atomic< unsigned >::is_always_lock_free );
 // Calls the manager until the soak is over. What it finds wrong goes to standard error.
 void runClient( Shared& shared, unsigned number, std::uint64_t seed );
 
-} // namespace Sodrel::Soak
+} // namespace SodrelTest

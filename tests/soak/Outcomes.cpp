@@ -1,58 +1,45 @@
-// The forms of the exceptions' texts.
-#include "Outcomes.h"
+// The documented texts of the exceptions.
+#include "Client.h"
 
 #include <regex>
-#include <vector>
 
-namespace Sodrel::Soak {
+namespace SodrelTest {
 
-namespace {
-
-struct Form {
-   Outcome outcome;
-   const char* name;
-   std::regex text;
-};
-
-const std::vector< Form >& forms() {
-   static const std::vector< Form > forms{
-      { Outcome::noBus, "Sodrel::NoSdbusException",
-        std::regex( "Sdbus::sdbus, failed to initialize sd-bus: .+" ) },
-      { Outcome::call, "Sodrel::SdbusCallException",
-        std::regex( "Sdbus::("
-                    "managerPropertyS, manager property \\w+ read failed|"
-                    "unitPropertyS, read failed for property \\w+ of \\S+|"
-                    "asyncManagerCall, sd-bus call \\w+ failed|"
-                    "asyncManagerCallSO, sd-bus call \\w+ \\S+ failed|"
-                    "asyncManagerCallSsO, sd-bus call \\w+ \\S+ \\w+ failed)"
-                    "(: [^]*)?" ) },
-      { Outcome::message, "Sodrel::SdbusMessageException",
-        std::regex( "Sdbus::asyncManagerCall(SO|SsO), message read failed when calling .+: .+" ) },
-      { Outcome::job, "Sodrel::SdbusJobException",
-        std::regex( "JobRemovedMonitor::wait, job /org/freedesktop/systemd1/job/[0-9]+ result: "
+// No time-out counts as documented here: the bus dies much sooner than after 600 s.
+Outcome outcomeOf( const std::string& name, const std::string& text ) {
+   static const std::pair< Outcome, std::regex > documented[] = {
+      { Outcome::noBus,
+        std::regex( "Sodrel::NoSdbusException: Sdbus::sdbus, failed to initialize sd-bus: .+" ) },
+      { Outcome::call, std::regex( "Sodrel::SdbusCallException: Sdbus::("
+                                   "managerPropertyS, manager property \\w+ read failed|"
+                                   "unitPropertyS, read failed for property \\w+ of \\S+|"
+                                   "asyncManagerCall, sd-bus call \\w+ failed|"
+                                   "asyncManagerCallSO, sd-bus call \\w+ \\S+ failed|"
+                                   "asyncManagerCallSsO, sd-bus call \\w+ \\S+ \\w+ failed)"
+                                   "(: [^]*)?" ) },
+      { Outcome::message,
+        std::regex( "Sodrel::SdbusMessageException: Sdbus::asyncManagerCall(SO|SsO), message read "
+                    "failed when calling .+: .+" ) },
+      { Outcome::job,
+        std::regex( "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job "
+                    "/org/freedesktop/systemd1/job/[0-9]+ result: "
                     "(failed|canceled|timeout|dependency|invalid|assert|unsupported|collected|once|"
                     "frozen|concurrency)" ) },
-      { Outcome::sync, "Sodrel::SdbusSyncException",
+      { Outcome::sync,
         std::regex(
+           "Sodrel::SdbusSyncException: ("
            "(JobRemoved|DaemonReloading|UnitReloading)Monitor::("
            "wait, sd_bus_(process|wait) failed: .+|"
            "handleInitialized, failed to register (JobRemoved|Reloading|PropertiesChanged) "
            "monitor( for /\\S+)?: .+)|"
-           "UnitReloadingMonitor::wait, unit /\\S+ failed: Success" ) },
+           "UnitReloadingMonitor::wait, unit /\\S+ failed: Success)" ) },
    };
-   return forms;
-}
-
-} // namespace
-
-// No time-out counts as documented here: the bus dies much sooner than after 600 s.
-Outcome outcomeOf( const std::string& name, const std::string& text ) {
-   for( const Form& form : forms() ) {
-      if( name == form.name && std::regex_match( text, form.text ) ) {
-         return form.outcome;
+   for( const auto& [outcome, form] : documented ) {
+      if( std::regex_match( name + ": " + text, form ) ) {
+         return outcome;
       }
    }
    return Outcome::undocumented;
 }
 
-} // namespace Sodrel::Soak
+} // namespace SodrelTest

@@ -15,9 +15,12 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 
+namespace Sodrel::Test {}
+
 namespace {
 
-using namespace Sodrel::Soak;
+using namespace Sodrel::Test;
+using namespace SodrelTest;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -51,12 +54,6 @@ void disturb( Shared& shared, std::mt19937_64& random ) {
    }
 }
 
-bool running( const Sodrel::Test::ChildProcess& process ) {
-   siginfo_t ended{};
-   const auto id = static_cast< id_t >( process.pid() );
-   return waitid( P_PID, id, &ended, WEXITED | WNOHANG | WNOWAIT ) == 0 && ended.si_pid == 0;
-}
-
 void print( const Report& report, const std::string& label ) {
    std::printf( "%-7s", label.c_str() );
    for( const unsigned long number : report.calls ) {
@@ -87,9 +84,9 @@ int main( int argc, char** argv ) {
       return EXIT_FAILURE;
    }
    Shared& shared = *new( memory ) Shared;
-   std::vector< std::unique_ptr< Sodrel::Test::ChildProcess > > processes;
+   std::vector< std::unique_ptr< ChildProcess > > processes;
    for( unsigned number = 0; number < clients; ++number ) {
-      processes.push_back( std::make_unique< Sodrel::Test::ChildProcess >( [&, number] {
+      processes.push_back( std::make_unique< ChildProcess >( [&, number] {
          runClient( shared, number, seed + number + 1 );
          return EXIT_SUCCESS;
       } ) );
@@ -105,8 +102,11 @@ int main( int argc, char** argv ) {
    shared.over = true;
    unsigned long violations = 0;
    for( unsigned number = 0; number < clients; ++number ) {
-      // Whoever waits for a signal that was lost with its subscription notices that the bus dies.
-      while( running( *processes[number] ) ) {
+      // A client that waits for a signal that was lost with its subscription notices the bus's
+      // death.
+      const auto id = static_cast< id_t >( processes[number]->pid() );
+      siginfo_t ended{};
+      while( waitid( P_PID, id, &ended, WEXITED | WNOHANG | WNOWAIT ) == 0 && ended.si_pid == 0 ) {
          run( "systemctl restart dbus.service" );
          std::this_thread::sleep_for( milliseconds( 500 ) );
       }
