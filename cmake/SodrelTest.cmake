@@ -58,19 +58,26 @@ function(sodrel_test)
       PROPERTIES LABELS ${arg_LEVEL} TIMEOUT ${arg_TIMEOUT})
 endfunction()
 
-# sodrel_compile_fails( <name> <source> EXPECT <regex> )
+# sodrel_compile_fails( <subject> <case> <regex> [<case> <regex>]... )
 #
-# Registers a test that passes if the source compiles as it is, and fails to compile with a message
-# that matches EXPECT once MUST_NOT_COMPILE is defined. EXPECT must fit every compiler in use.
-function(sodrel_compile_fails name source)
-   cmake_parse_arguments(PARSE_ARGV 2 arg "" "EXPECT" "")
-   cmake_path(ABSOLUTE_PATH source)
-   add_test(NAME compile.${name}
-      COMMAND "${CMAKE_COMMAND}"
-         "-DCOMPILER=${CMAKE_CXX_COMPILER}"
-         "-DINCLUDES=${PROJECT_SOURCE_DIR}/src;$<TARGET_PROPERTY:fmt::fmt-header-only,INTERFACE_INCLUDE_DIRECTORIES>"
-         "-DSOURCE=${source}"
-         "-DEXPECT=${arg_EXPECT}"
-         -P "${PROJECT_SOURCE_DIR}/cmake/CompileFails.cmake")
-   set_tests_properties(compile.${name} PROPERTIES LABELS compile TIMEOUT 180)
+# Registers a test that passes if <subject>.cpp compiles as it is, and for each case one that passes
+# if the source fails to compile with the case defined as a macro, with a message that matches the
+# regex, which must fit every compiler in use. A case is not run when the source itself fails.
+function(sodrel_compile_fails subject)
+   set(check
+      "${CMAKE_COMMAND}"
+      "-DCOMPILER=${CMAKE_CXX_COMPILER}"
+      "-DINCLUDES=${PROJECT_SOURCE_DIR}/src"
+      "-DSOURCE=${CMAKE_CURRENT_SOURCE_DIR}/${subject}.cpp")
+   set(script -P "${PROJECT_SOURCE_DIR}/cmake/CompileFails.cmake")
+   add_test(NAME compile.${subject} COMMAND ${check} ${script})
+   set_tests_properties(compile.${subject} PROPERTIES
+      LABELS compile TIMEOUT 180 FIXTURES_SETUP ${subject}Compiles)
+   while(ARGN)
+      list(POP_FRONT ARGN case expect)
+      add_test(NAME compile.${subject}.${case}
+         COMMAND ${check} "-DCASE=${case}" "-DEXPECT=${expect}" ${script})
+      set_tests_properties(compile.${subject}.${case} PROPERTIES
+         LABELS compile TIMEOUT 180 FIXTURES_REQUIRED ${subject}Compiles)
+   endwhile()
 endfunction()

@@ -1,4 +1,4 @@
-// An entity as it should be, for the cases that use one as they must not.
+// An entity as it should be, for the cases that misuse one.
 #pragma once
 
 #include <platform/entity/Entity.h>
