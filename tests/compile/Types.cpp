@@ -29,8 +29,7 @@ struct Tessel::TypeTable< House::Lamp > {
 #elif defined( CONSTRUCTOR_PARAMETER_WITHOUT_A_NAME )
    static constexpr CreationRow row = createdBy< &House::lampFactory >();
 #elif defined( TOO_MANY_PARAMETERS )
-   static constexpr MemberRow row =
-      operation< &Lamp::signal >( "signal", "a", "b", "c", "d", "e" );
+   static constexpr MemberRow row = operation< &Lamp::signal >( "signal", "a", "b", "c", "d", "e" );
 #elif defined( ATTRIBUTE_OF_AN_UNKNOWN_TYPE )
    static constexpr MemberRow row = attribute< &Lamp::watts >( "watts" );
 #endif

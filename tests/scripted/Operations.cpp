@@ -1,408 +1,363 @@
-// The operations of the library and what comes of each failing sd-bus call.
+// The operations of the library with their golden sequences.
 #include <scripted/Operations.h>
 
-#include <Sodrel/SignalMonitor.h>
-#include <scripted/Signals.h>
+#include <scripted/Unlucky.h>
 #include <support/ScriptedMemory.h>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 // Made beforehand, so that only the library allocates.
 const Tessel::String reload( "Reload" );
-const Tessel::String version( "Version" );
-const Tessel::String confirmSpawn( "ConfirmSpawn" );
-const Tessel::String activeStateName( "ActiveState" );
+const Tessel::String subscribe( "Subscribe" );
 const Tessel::String getUnit( "GetUnit" );
+const Tessel::String frob( "Frob" );
 const Tessel::String startUnit( "StartUnit" );
 const Tessel::String reloadUnit( "ReloadUnit" );
+const Tessel::String reloadOrRestartUnit( "ReloadOrRestartUnit" );
 const Tessel::String reloadOrTryRestartUnit( "ReloadOrTryRestartUnit" );
 const Tessel::String foo( "foo.service" );
 const Tessel::String replace( "replace" );
+const Tessel::String version( "Version" );
+const Tessel::String confirmSpawn( "ConfirmSpawn" );
+const Tessel::String activeStateName( "ActiveState" );
 const Tessel::String text( "What the caller did" );
-const Orl::Optional< Tessel::String > awaitedJob( jobPath );
-const Tessel::String pathOfFoo( fooPath );
 
-// Exceptions.
-#define NO_BUS "Sodrel::NoSdbusException: Sdbus::sdbus, failed to initialize sd-bus{errno}"
-#define CALL "Sodrel::SdbusCallException: Sdbus::"
-#define MESSAGE "Sodrel::SdbusMessageException: Sdbus::"
-#define SYNC "Sodrel::SdbusSyncException: "
-#define CALLBACK "::wait, callback handling failed"
-#define PROCESS "::wait, sd_bus_process failed{errno}"
-#define CLOSED "::wait, sd_bus_process failed: Connection reset by peer"
-#define WAIT "::wait, sd_bus_wait failed{errno}"
-
-#define GET_UNIT_FAILED CALL "asyncManagerCallSO, sd-bus call GetUnit foo.service failed{message}"
-#define GET_UNIT_UNREAD                                                                            \
-   MESSAGE "asyncManagerCallSO, message read failed when calling GetUnit foo.service{errno}"
-#define START_FAILED                                                                               \
-   CALL "asyncManagerCallSsO, sd-bus call StartUnit foo.service replace failed{message}"
-#define START_UNREAD                                                                               \
-   MESSAGE "asyncManagerCallSsO, message read failed when calling StartUnit foo.service "          \
-           "replace{errno}"
-
-#define OF_JOB " for /org/freedesktop/systemd1/job/42"
-
-void nothing( ScriptedSdbus& ) {}
-
-sd_bus_message* pathReply( ScriptedSdbus& script ) {
-   const NotLibrary notLibrary;
-   return script.newReply( o( fooPath ) );
+Tessel::String shown( bool value ) {
+   return value ? "true" : "false";
 }
 
-// Two passes of a wait, with a wait for the second one.
-void passes( ScriptedSdbus& script, const Signal& first, const Signal& second ) {
-   for( const Signal& signal : { first, second } ) {
-      script.next( "sd_bus_process", dispatches( { signal } ) );
-      script.next( "sd_bus_process", {} );
+sd_bus_message* pathReply() {
+   const NotLibrary notLibrary;
+   return scriptedSdbus().newReply( o( fooPath ) );
+}
+
+sd_bus_message* booleanReply() {
+   const NotLibrary notLibrary;
+   return scriptedSdbus().newReply( b( true ) );
+}
+
+// Signals in one pass after the other.
+void passes( std::initializer_list< Signal > signals ) {
+   for( const Signal& signal : signals ) {
+      scriptedSdbus().next( "sd_bus_process", dispatches( { signal } ) );
+      scriptedSdbus().next( "sd_bus_process", {} );
    }
 }
 
-void jobIsDone( ScriptedSdbus& script ) {
-   passes( script, jobRemoved( 41, "failed" ), jobRemoved( 42, "done" ) );
+void jobIsDone() {
+   passes( { jobRemoved( 41, "failed" ), jobRemoved( 42, "done" ) } );
 }
 
-void managerReloads( ScriptedSdbus& script ) {
-   passes( script, reloading( true ), reloading( false ) );
+void jobFails() {
+   passes( { jobRemoved( 41, "done" ), jobRemoved( 42, "failed" ) } );
 }
 
-void unitReloads( ScriptedSdbus& script ) {
-   passes(
-      script, unitBecomes( "reloading" ),
-      propertiesChanged(
-         "org.freedesktop.systemd1.Unit",
-         properties( { property( "SubState", variant( "s", s( "running" ) ) ),
-                       activeState( "active" ) } ) ) );
+void managerReloads() {
+   passes( { reloading( true ), reloading( false ) } );
 }
 
-// The calls that a wait makes when its signals come in two passes.
-std::vector< Step > waitSteps( const char* process, const char* wait, const char* callback ) {
-   return {
-      { "sd_bus_process", process }, { "sd_bus_message_read", callback },
-      { "sd_bus_process", process }, { "sd_bus_wait", wait },
-      { "sd_bus_process", process }, { "sd_bus_message_read", callback },
-      { "sd_bus_process", process },
-   };
+// Nothing is seen of the first start.
+void managerReloadsAgain() {
+   passes( { reloading( false ) } );
+   managerReloads();
 }
 
-// The same for a unit, whose signals take more reading. Whether skipping a value and leaving a
-// container succeed is of no interest.
-std::vector< Step > unitWaitSteps() {
-   const char* const callback = SYNC "UnitReloadingMonitor" CALLBACK;
-   const char* const process = SYNC "UnitReloadingMonitor" PROCESS;
-   const std::vector< Step > applied{
-      { "sd_bus_message_enter_container", callback },
-      { "sd_bus_message_read", callback },
-      { "sd_bus_message_read", callback },
-      { "sd_bus_message_exit_container", jobPath, callback },
-   };
-   std::vector< Step > steps{
-      { "sd_bus_process", process },
-      { "sd_bus_message_read", callback },
-      { "sd_bus_message_enter_container", callback },
-   };
-   const auto add = [&steps]( const std::vector< Step >& more ) {
-      steps.insert( steps.end(), more.begin(), more.end() );
-   };
-   add( applied );
-   add( {
-      { "sd_bus_message_enter_container", callback },
-      // The last one of its signal: what fails next is the processing.
-      { "sd_bus_message_exit_container", jobPath, process },
-      { "sd_bus_process", process },
-      { "sd_bus_wait", SYNC "UnitReloadingMonitor" WAIT },
-      { "sd_bus_process", process },
-      { "sd_bus_message_read", callback },
-      { "sd_bus_message_enter_container", callback },
-      { "sd_bus_message_enter_container", callback },
-      { "sd_bus_message_read", callback },
-      { "sd_bus_message_skip", jobPath, callback },
-      { "sd_bus_message_exit_container", jobPath, callback },
+void unitReloads() {
+   const Content running = property( "SubState", variant( "s", s( "running" ) ) );
+   passes( { unitBecomes( "reloading" ),
+             unitChanged( properties( { running, activeState( "active" ) } ) ) } );
+}
+
+void secondWaitSucceeds() {
+   unluckyWaits = { false, true };
+   for( const char* const job : { "43", "44" } ) {
+      scriptedSdbus().next(
+         "sd_bus_call_method",
+         replies( o( std::string( "/org/freedesktop/systemd1/job/" ) + job ) ) );
+   }
+}
+
+void secondReloadSucceeds() {
+   scriptedSdbus().next( "sd_bus_call_method", replies( o( fooPath ) ) );
+   secondWaitSucceeds();
+}
+
+Steps called( const char* operation, const std::string& words ) {
+   return traced( operation, "Call sd-bus systemd manager " + words );
+}
+
+// The wait of an unlucky monitor.
+Steps unluckyWait( const char* number ) {
+   return { { std::string( "wait( /org/freedesktop/systemd1/job/" ) + number + " )" } };
+}
+
+// A call that waits for a job.
+Steps jobAwaited( const char* operation, const std::string& words ) {
+   const Steps read = signalRead( jobRemovedMonitor );
+   return join( {
+      called( operation, words + ", async=false" ),
+      probed(),
+      begun( jobRemovedMonitor ),
+      sent( words ),
+      waited( jobRemovedMonitor, { read, read } ),
+      ended( jobRemovedMonitor ),
    } );
-   add( applied );
-   add( {
-      { "sd_bus_message_enter_container", callback },
-      { "sd_bus_message_exit_container", jobPath, process },
-      { "sd_bus_process", process },
-   } );
-   return steps;
 }
 
-std::vector< Step > join( std::vector< Step > first, const std::vector< Step >& second ) {
-   first.insert( first.end(), second.begin(), second.end() );
-   return first;
+// A call that is repeated because its first wait fails.
+Steps jobAwaitedAgain( const char* operation, const std::string& words ) {
+   return join( {
+      called( operation, words + ", async=false" ),
+      probed(),
+      begun( jobRemovedMonitor ),
+      sent( words, 1 ),
+      unluckyWait( "43" ),
+      sent( words, 2 ),
+      unluckyWait( "44" ),
+      ended( jobRemovedMonitor ),
+   } );
+}
+
+const std::string managerObject = "/org/freedesktop/systemd1, org.freedesktop.systemd1.Manager";
+const std::string fooObject = std::string( fooPath ) + ", org.freedesktop.systemd1.Unit";
+
+const Steps messageDropped{ { "sd_bus_message_unref( message1 )" } };
+
+Steps messageRead( const char* type, const std::string& exception ) {
+   return join( {
+      { { std::string( "sd_bus_message_read( message1, " ) + type + " )",
+          Failing::reported,
+          "Sodrel::SdbusMessageException: " + exception + "{errno}",
+          { "sd_bus_message_unref( message1 )" } } },
+      messageDropped,
+   } );
 }
 
 std::vector< Operation > makeOperations() {
-   std::vector< Operation > all;
+   const Steps aReloadRead = signalRead( daemonReloadingMonitor );
+   return {
+      // Deliberately, the connection of a client that cannot be made stays open.
+      { "sdbusFactory", "made",
+        []( Sdbus& ) { return Tessel::String( Sodrel::sdbusFactory() ? "made" : "null" ); },
+        join( {
+           traced( "handleInitialized", "Initialize sd-bus" ),
+           traced( "managerPropertyS", "Get SystemState manager property with sd-bus" ),
+           {
+              { "sd_bus_get_property_string( null, org.freedesktop.systemd1, " + managerObject +
+                   ", SystemState, null, value )",
+                Failing::ignored, noBus },
+              { "sd_bus_open_system( bus )",
+                Failing::reported,
+                noBus,
+                { "slabFree( Sodrel::Sdbus )" } },
+           },
+           stringRead(
+              managerObject, "SystemState",
+              "managerPropertyS, manager property SystemState read failed", "bus2",
+              { "slabFree( Sodrel::Sdbus )" } ),
+           {
+              { "Sodrel/9 handleInitialized: SystemState running" },
+              { "Sodrel/8 handleDeleted: Deinitialize sd-bus" },
+              { "sd_bus_flush_close_unref( bus2 )" },
+              { "slabFree( Sodrel::Sdbus )" },
+           },
+        } ) },
+      { "sdbus", "true", []( Sdbus& client ) { return shown( client.sdbus() ); }, probed() },
+      { "managerPropertyS", "running",
+        []( Sdbus& client ) { return client.managerPropertyS( version ); },
+        join( {
+           traced( "managerPropertyS", "Get Version manager property with sd-bus" ),
+           probed(),
+           stringRead(
+              managerObject, "Version", "managerPropertyS, manager property Version read failed" ),
+        } ) },
+      { "managerPropertyB", "true",
+        []( Sdbus& client ) { return shown( client.managerPropertyB( confirmSpawn ) ); },
+        join( {
+           traced( "managerPropertyB", "Get ConfirmSpawn manager property with sd-bus" ),
+           probed(),
+           {
+              { "sd_bus_get_property( bus1, org.freedesktop.systemd1, " + managerObject +
+                   ", ConfirmSpawn, error, reply, b )",
+                Failing::reported,
+                "Sodrel::SdbusCallException: "
+                "Sdbus::managerPropertyB, manager property ConfirmSpawn read failed{message}",
+                { "sd_bus_error_free( {error} )" } },
+              { "sd_bus_error_free( empty )" },
+           },
+           messageRead(
+              "b", "Sdbus::managerPropertyB, message handling failed for property ConfirmSpawn" ),
+        } ) },
+      // The trace names the property before the unit.
+      { "unitPropertyS", "running",
+        []( Sdbus& client ) { return client.unitPropertyS( foo, activeStateName ); },
+        join( {
+           traced( "unitPropertyS", "Get ActiveState property of foo.service with sd-bus" ),
+           sent( "GetUnit foo.service" ),
+           probed(),
+           stringRead(
+              fooObject, "ActiveState",
+              "unitPropertyS, read failed for property ActiveState of foo.service" ),
+        } ) },
 
-   all.push_back( {
-      "sdbus",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return Tessel::String( client.sdbus() ? "open" : "null" );
-      },
-      "open",
-      { { "probe", "open", NO_BUS } },
-      false,
-   } );
+      { "asyncManagerCall", "returned",
+        []( Sdbus& client ) {
+           client.asyncManagerCall( reload );
+           return Tessel::String( "returned" );
+        },
+        sent( "Reload" ) },
+      { "asyncManagerCallSO", fooPath,
+        []( Sdbus& client ) { return client.asyncManagerCallSO( getUnit, foo ); },
+        sent( "GetUnit foo.service" ) },
+      { "asyncManagerCallSsO", jobPath,
+        []( Sdbus& client ) { return client.asyncManagerCallSsO( startUnit, foo, replace ); },
+        sent( "StartUnit foo.service replace" ) },
 
-   all.push_back( {
-      "managerPropertyS",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) { return client.managerPropertyS( version ); },
-      "running",
-      {
-         { "probe", "running", NO_BUS },
-         { "sd_bus_get_property_string",
-           CALL "managerPropertyS, manager property Version read failed{message}" },
-      },
-      false,
-   } );
+      { "managerCallAsynchronous", "returned",
+        []( Sdbus& client ) {
+           client.managerCall( subscribe, true );
+           return Tessel::String( "returned" );
+        },
+        join( { called( "managerCall", "Subscribe, async=true" ), sent( "Subscribe" ) } ) },
+      { "managerCall", "returned",
+        []( Sdbus& client ) {
+           client.managerCall( reload, false );
+           return Tessel::String( "returned" );
+        },
+        join( {
+           called( "managerCall", "Reload, async=false" ),
+           probed(),
+           begun( daemonReloadingMonitor ),
+           sent( "Reload" ),
+           waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ),
+           ended( daemonReloadingMonitor ),
+        } ),
+        managerReloads },
+      { "managerCallRepeated", "returned",
+        []( Sdbus& client ) {
+           client.managerCall( reload, false );
+           return Tessel::String( "returned" );
+        },
+        join( {
+           called( "managerCall", "Reload, async=false" ),
+           probed(),
+           begun( daemonReloadingMonitor ),
+           sent( "Reload", 1 ),
+           waited( daemonReloadingMonitor, { aReloadRead } ),
+           sent( "Reload", 2 ),
+           waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ),
+           ended( daemonReloadingMonitor ),
+        } ),
+        managerReloadsAgain },
+      { "managerCallRefused",
+        "Sodrel::SdbusSyncException: "
+        "Sdbus::managerCall, method Subscribe doesn't support sync operations",
+        []( Sdbus& client ) {
+           client.managerCall( subscribe, false );
+           return Tessel::String( "returned" );
+        },
+        join( { called( "managerCall", "Subscribe, async=false" ), probed() } ) },
 
-   all.push_back( {
-      "managerPropertyB",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return Tessel::String( client.managerPropertyB( confirmSpawn ) ? "true" : "false" );
-      },
-      "true",
-      {
-         { "probe", "true", NO_BUS },
-         { "sd_bus_get_property",
-           CALL "managerPropertyB, manager property ConfirmSpawn read failed{message}" },
-         { "sd_bus_message_read",
-           MESSAGE "managerPropertyB, message handling failed for property ConfirmSpawn{errno}" },
-      },
-      false,
-   } );
+      { "managerCallSOAsynchronous", fooPath,
+        []( Sdbus& client ) { return client.managerCallSO( getUnit, foo, true ); },
+        join( {
+           called( "managerCallSO", "GetUnit foo.service, async=true" ),
+           sent( "GetUnit foo.service" ),
+        } ) },
+      { "managerCallSO", jobPath,
+        []( Sdbus& client ) { return client.managerCallSO( reloadUnit, foo, false ); },
+        jobAwaited( "managerCallSO", "ReloadUnit foo.service" ), jobIsDone },
+      { "managerCallSORepeated", "/org/freedesktop/systemd1/job/44",
+        []( Sdbus& client ) { return client.managerCallSO( frob, foo, false ); },
+        jobAwaitedAgain( "managerCallSO", "Frob foo.service" ), secondWaitSucceeds },
+      // There is no job to wait for.
+      { "managerCallSOOfAUnit", fooPath,
+        []( Sdbus& client ) { return client.managerCallSO( getUnit, foo, false ); },
+        join( {
+           called( "managerCallSO", "GetUnit foo.service, async=false" ),
+           probed(),
+           begun( jobRemovedMonitor ),
+           sent( "GetUnit foo.service" ),
+           { { std::string( "SignalMonitor/8 wait: Wait for JobRemoved signal of " ) + fooPath } },
+           ended( jobRemovedMonitor ),
+        } ) },
 
-   all.push_back( {
-      "unitPropertyS",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) { return client.unitPropertyS( foo, activeStateName ); },
-      "running",
-      {
-         { "probe", "running", NO_BUS },
-         { "sd_bus_call_method", GET_UNIT_FAILED },
-         { "sd_bus_message_read", GET_UNIT_UNREAD, GET_UNIT_UNREAD },
-         { "probe", "running", NO_BUS },
-         { "sd_bus_get_property_string",
-           CALL "unitPropertyS, read failed for property ActiveState of foo.service{message}" },
-      },
-   } );
+      { "managerCallSsOAsynchronous", jobPath,
+        []( Sdbus& client ) {
+           return client.managerCallSsO( reloadOrTryRestartUnit, foo, replace, true );
+        },
+        join( {
+           called( "managerCallSsO", "ReloadOrTryRestartUnit foo.service replace, async=true" ),
+           sent( "ReloadOrTryRestartUnit foo.service replace" ),
+        } ) },
+      { "managerCallSsO", jobPath,
+        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
+        jobAwaited( "managerCallSsO", "StartUnit foo.service replace" ), jobIsDone },
+      { "managerCallSsOOfAJobThatFails",
+        "Sodrel::SdbusJobException: "
+        "JobRemovedMonitor::wait, job /org/freedesktop/systemd1/job/42 result: failed",
+        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
+        jobAwaited( "managerCallSsO", "StartUnit foo.service replace" ), jobFails },
+      { "managerCallSsORepeated", "/org/freedesktop/systemd1/job/44",
+        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
+        jobAwaitedAgain( "managerCallSsO", "StartUnit foo.service replace" ), secondWaitSucceeds },
+      { "managerCallSsOReloadingAUnit", jobPath,
+        []( Sdbus& client ) { return client.managerCallSsO( reloadUnit, foo, replace, false ); },
+        join( {
+           called( "managerCallSsO", "ReloadUnit foo.service replace, async=false" ),
+           probed(),
+           sent( "GetUnit foo.service", 1 ),
+           begun( unitReloadingMonitor ),
+           sent( "ReloadUnit foo.service replace", 2 ),
+           waited(
+              unitReloadingMonitor,
+              { changeRead( { "ActiveState" } ), changeRead( { "SubState", "ActiveState" } ) } ),
+           ended( unitReloadingMonitor ),
+        } ),
+        unitReloads },
+      // The unit is asked for once only.
+      { "managerCallSsOReloadingAUnitRepeated", "/org/freedesktop/systemd1/job/44",
+        []( Sdbus& client ) {
+           return client.managerCallSsO( reloadOrRestartUnit, foo, replace, false );
+        },
+        join( {
+           called( "managerCallSsO", "ReloadOrRestartUnit foo.service replace, async=false" ),
+           probed(),
+           sent( "GetUnit foo.service", 1 ),
+           begun( unitReloadingMonitor ),
+           sent( "ReloadOrRestartUnit foo.service replace", 2 ),
+           unluckyWait( "43" ),
+           sent( "ReloadOrRestartUnit foo.service replace", 3 ),
+           unluckyWait( "44" ),
+           ended( unitReloadingMonitor ),
+        } ),
+        secondReloadSucceeds },
+      { "managerCallSsORefused",
+        "Sodrel::SdbusSyncException: Sdbus::managerCallSsO, method ReloadOrTryRestartUnit "
+        "doesn't support sync operations",
+        []( Sdbus& client ) {
+           return client.managerCallSsO( reloadOrTryRestartUnit, foo, replace, false );
+        },
+        join( {
+           called( "managerCallSsO", "ReloadOrTryRestartUnit foo.service replace, async=false" ),
+           probed(),
+        } ) },
 
-   all.push_back( {
-      "asyncManagerCall",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         client.asyncManagerCall( reload );
-         return Tessel::String( "returned" );
-      },
-      "returned",
-      {
-         { "probe", "returned", NO_BUS },
-         { "sd_bus_call_method", CALL "asyncManagerCall, sd-bus call Reload failed{message}" },
-      },
-      false,
-   } );
-
-   all.push_back( {
-      "asyncManagerCallSO",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) { return client.asyncManagerCallSO( getUnit, foo ); },
-      fooPath,
-      {
-         { "probe", fooPath, NO_BUS },
-         { "sd_bus_call_method", GET_UNIT_FAILED },
-         { "sd_bus_message_read", GET_UNIT_UNREAD },
-      },
-   } );
-
-   all.push_back( {
-      "asyncManagerCallSsO",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return client.asyncManagerCallSsO( startUnit, foo, replace );
-      },
-      jobPath,
-      {
-         { "probe", jobPath, NO_BUS },
-         { "sd_bus_call_method", START_FAILED },
-         { "sd_bus_message_read", START_UNREAD },
-      },
-   } );
-
-   all.push_back( {
-      "managerCallAsynchronous",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         client.managerCall( reload, true );
-         return Tessel::String( "returned" );
-      },
-      "returned",
-      {
-         { "probe", "returned", NO_BUS },
-         { "sd_bus_call_method", CALL "asyncManagerCall, sd-bus call Reload failed{message}" },
-      },
-      false,
-   } );
-
-   all.push_back( {
-      "managerCall",
-      managerReloads,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         client.managerCall( reload, false );
-         return Tessel::String( "returned" );
-      },
-      "returned",
-      join(
-         {
-            { "probe", "returned", NO_BUS },
-            { "sd_bus_match_signal", SYNC "DaemonReloadingMonitor::handleInitialized, "
-                                          "failed to register Reloading monitor{errno}" },
-            { "probe", SYNC "DaemonReloadingMonitor" CLOSED, NO_BUS },
-            { "sd_bus_call_method", CALL "asyncManagerCall, sd-bus call Reload failed{message}" },
-         },
-         waitSteps(
-            SYNC "DaemonReloadingMonitor" PROCESS, SYNC "DaemonReloadingMonitor" WAIT,
-            SYNC "DaemonReloadingMonitor" CALLBACK ) ),
-   } );
-
-   all.push_back( {
-      "managerCallSO",
-      jobIsDone,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return client.managerCallSO( reloadUnit, foo, false );
-      },
-      jobPath,
-      join(
-         {
-            { "probe", jobPath, NO_BUS },
-            { "sd_bus_match_signal", SYNC "JobRemovedMonitor::handleInitialized, "
-                                          "failed to register JobRemoved monitor{errno}" },
-            { "probe", SYNC "JobRemovedMonitor" CLOSED, NO_BUS },
-            { "sd_bus_call_method",
-              CALL "asyncManagerCallSO, sd-bus call ReloadUnit foo.service failed{message}" },
-            { "sd_bus_message_read", MESSAGE "asyncManagerCallSO, message read failed when calling "
-                                             "ReloadUnit foo.service{errno}" },
-         },
-         waitSteps(
-            SYNC "JobRemovedMonitor" PROCESS, SYNC "JobRemovedMonitor" WAIT,
-            SYNC "JobRemovedMonitor" CALLBACK OF_JOB ) ),
-   } );
-
-   all.push_back( {
-      "managerCallSsO",
-      jobIsDone,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return client.managerCallSsO( startUnit, foo, replace, false );
-      },
-      jobPath,
-      join(
-         {
-            { "probe", jobPath, NO_BUS },
-            { "sd_bus_match_signal", SYNC "JobRemovedMonitor::handleInitialized, "
-                                          "failed to register JobRemoved monitor{errno}" },
-            { "probe", SYNC "JobRemovedMonitor" CLOSED, NO_BUS },
-            { "sd_bus_call_method", START_FAILED },
-            { "sd_bus_message_read", START_UNREAD },
-         },
-         waitSteps(
-            SYNC "JobRemovedMonitor" PROCESS, SYNC "JobRemovedMonitor" WAIT,
-            SYNC "JobRemovedMonitor" CALLBACK OF_JOB ) ),
-   } );
-
-   all.push_back( {
-      "managerCallSsOReloadingAUnit",
-      unitReloads,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return client.managerCallSsO( reloadUnit, foo, replace, false );
-      },
-      jobPath,
-      join(
-         {
-            { "probe", jobPath, NO_BUS },
-            { "probe", jobPath, NO_BUS },
-            { "sd_bus_call_method", GET_UNIT_FAILED },
-            { "sd_bus_message_read", GET_UNIT_UNREAD },
-            { "sd_bus_match_signal", SYNC "UnitReloadingMonitor::handleInitialized, "
-                                          "failed to register PropertiesChanged monitor for "
-                                          "/org/freedesktop/systemd1/unit/foo_2eservice{errno}" },
-            { "probe", SYNC "UnitReloadingMonitor" CLOSED, NO_BUS },
-            { "sd_bus_call_method",
-              CALL "asyncManagerCallSsO, sd-bus call ReloadUnit foo.service replace "
-                   "failed{message}" },
-            { "sd_bus_message_read",
-              MESSAGE "asyncManagerCallSsO, message read failed when calling "
-                      "ReloadUnit foo.service replace{errno}" },
-         },
-         unitWaitSteps() ),
-   } );
-
-   all.push_back( {
-      "managerCallSsORefused",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         try {
-            client.managerCallSsO( reloadOrTryRestartUnit, foo, replace, false );
-         } catch( const SdbusSyncException& ) {
-            return Tessel::String( "refused" );
-         }
-         return Tessel::String( "returned" );
-      },
-      "refused",
-      { { "probe", "refused", NO_BUS } },
-   } );
-
-   all.push_back( {
-      "handleSdbusMessageO",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& script ) {
-         return client.handleSdbusMessageO( pathReply( script ), text );
-      },
-      fooPath,
-      { { "sd_bus_message_read", "Sodrel::SdbusMessageException: What the caller did{errno}" } },
-   } );
-
-   all.push_back( {
-      "jobRemovedMonitor",
-      jobIsDone,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return Tessel::String(
-            jobRemovedMonitorFactory( client.sdbus() )->wait( awaitedJob ) ? "true" : "false" );
-      },
-      "true",
-      join(
-         {
-            { "probe", "true", NO_BUS },
-            { "sd_bus_match_signal", SYNC "JobRemovedMonitor::handleInitialized, "
-                                          "failed to register JobRemoved monitor{errno}" },
-         },
-         waitSteps(
-            SYNC "JobRemovedMonitor" PROCESS, SYNC "JobRemovedMonitor" WAIT,
-            SYNC "JobRemovedMonitor" CALLBACK OF_JOB ) ),
-   } );
-
-   all.push_back( {
-      "unitReloadingMonitorFactory",
-      nothing,
-      []( Sdbus& client, ScriptedSdbus& ) {
-         return Tessel::String(
-            unitReloadingMonitorFactory( client.sdbus(), pathOfFoo ) ? "made" : "null" );
-      },
-      "made",
-      {
-         { "probe", "made", NO_BUS },
-         { "sd_bus_match_signal", SYNC "UnitReloadingMonitor::handleInitialized, "
-                                       "failed to register PropertiesChanged monitor for "
-                                       "/org/freedesktop/systemd1/unit/foo_2eservice{errno}" },
-      },
-   } );
-
-   return all;
+      { "handleSdbusMessage", "returned",
+        []( Sdbus& client ) {
+           client.handleSdbusMessage( booleanReply() );
+           return Tessel::String( "returned" );
+        },
+        messageDropped },
+      { "handleSdbusMessageO", fooPath,
+        []( Sdbus& client ) { return client.handleSdbusMessageO( pathReply(), text ); },
+        messageRead( "o", "What the caller did" ) },
+      { "handleSdbusMessageB", "true",
+        []( Sdbus& client ) { return shown( client.handleSdbusMessageB( booleanReply(), text ) ); },
+        messageRead( "b", "What the caller did" ) },
+   };
 }
 
 } // namespace
@@ -412,4 +367,4 @@ const std::vector< Operation >& operations() {
    return all;
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

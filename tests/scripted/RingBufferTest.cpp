@@ -9,7 +9,7 @@
 #include <sstream>
 #include <system_error>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -69,4 +69,4 @@ TEST_F( TheRingBuffer, isNotWrittenWithoutADefaultHandle ) {
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -2,18 +2,18 @@
 #include <scripted/ScriptedTest.h>
 
 #include <platform/memory/AllocTrack.h>
+#include <platform/value/TypeName.h>
 #include <support/ScriptedMemory.h>
 
-#include <array>
 #include <typeinfo>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
-constexpr std::array facilities{ "Sodrel", "SignalMonitor" };
+constexpr const char* facilities[] = { "Sodrel", "SignalMonitor" };
 
-constexpr std::array entityTypes{
+constexpr const char* entityTypes[] = {
    "Sodrel::Sdbus",
    "Sodrel::JobRemovedMonitor",
    "Sodrel::JobRemovedMonitor::CallbackData",
@@ -23,8 +23,27 @@ constexpr std::array entityTypes{
    "Sodrel::UnitReloadingMonitor::CallbackData",
 };
 
-constexpr const char* manager =
-   "org.freedesktop.systemd1, /org/freedesktop/systemd1, org.freedesktop.systemd1.Manager";
+template< typename T >
+T read( Tessel::Node& entity, std::string_view name ) {
+   T value{};
+   EXPECT_EQ( Tessel::memberOf( entity, name ).read( entity, &value ), 0 ) << name;
+   return value;
+}
+
+std::string fieldOf( Tessel::Node& entity, const Tessel::MemberDesc& member ) {
+   switch( member.type ) {
+   case Tessel::ValueType::boolean:
+      return read< bool >( entity, member.name ) ? "true" : "false";
+   case Tessel::ValueType::u32:
+      return std::to_string( read< std::uint32_t >( entity, member.name ) );
+   case Tessel::ValueType::duration:
+      return std::to_string( read< Tessel::Interval >( entity, member.name ).nanoseconds() );
+   case Tessel::ValueType::string:
+      return read< Tessel::String >( entity, member.name ).data();
+   default:
+      return "?";
+   }
+}
 
 } // namespace
 
@@ -39,25 +58,6 @@ std::string thrownBy( const std::function< void() >& action ) {
    return "nothing";
 }
 
-std::string probe( const char* bus ) {
-   return std::string( "sd_bus_get_property_string( " ) + bus + ", " + manager +
-          ", SystemState, null, value )";
-}
-
-std::string probed( const char* bus ) {
-   return probe( bus ) + "\nfree( running )";
-}
-
-std::string managerRead( const char* bus, const char* property ) {
-   return std::string( "sd_bus_get_property_string( " ) + bus + ", " + manager + ", " + property +
-          ", error, value )";
-}
-
-std::string managerCall( const char* bus, const char* method, const char* arguments ) {
-   return std::string( "sd_bus_call_method( " ) + bus + ", " + manager + ", " + method +
-          ", error, reply, " + arguments + " )";
-}
-
 std::string livingEntities() {
    std::string all;
    for( const char* const type : entityTypes ) {
@@ -69,37 +69,45 @@ std::string livingEntities() {
    return all;
 }
 
+std::string fieldsOf( Tessel::Node& entity ) {
+   const Tessel::TypeRef type = entity.typeData();
+   const Tessel::TypeDesc& desc = type.module->types[type.index];
+   std::string all;
+   for( const auto& member : type.module->members.subspan( desc.firstMember, desc.memberCount ) ) {
+      if( member.kind == Tessel::MemberKind::attribute ) {
+         all += all.empty() ? "" : " ";
+         all += std::string( member.name ) + "=" + fieldOf( entity, member );
+      }
+   }
+   return all;
+}
+
 ScriptedTest::ScriptedTest() {
    for( const char* const facility : facilities ) {
       Orl::traceLevelsIs( facility, Orl::allTraceLevels );
    }
    Tessel::traceSinkIs( this );
+   onSlabFree = []( const std::type_info& type ) {
+      const NotLibrary notLibrary;
+      logLine( std::string( "slabFree( " ) + Tessel::typeName( type ).data() + " )" );
+   };
 }
 
 ScriptedTest::~ScriptedTest() {
+   onSlabFree = nullptr;
    Tessel::traceSinkIs( nullptr );
 }
 
 void ScriptedTest::TearDown() {
-   EXPECT_EQ( script.alive(), leftOpen_ );
+   EXPECT_EQ( script.alive(), leftOpen );
    EXPECT_EQ( script.leftOver(), "" ) << "answers that no call has taken";
    EXPECT_EQ( livingEntities(), "" );
 }
 
 Tessel::Ptr< Sdbus > ScriptedTest::createdSdbus() {
-   Tessel::Ptr< Sdbus > client = sdbusFactory();
+   Tessel::Ptr< Sdbus > client = Sodrel::sdbusFactory();
    takeLog();
    return client;
-}
-
-void ScriptedTest::expectLog(
-   std::initializer_list< std::string > lines, const char* file, int line ) {
-   std::string expected;
-   for( const std::string& part : lines ) {
-      expected += ( expected.empty() ? "" : "\n" ) + part;
-   }
-   const testing::ScopedTrace where( file, line, "" );
-   EXPECT_EQ( takeLog(), expected );
 }
 
 void ScriptedTest::traceIs( const Tessel::TextTrace& trace ) {
@@ -109,6 +117,9 @@ void ScriptedTest::traceIs( const Tessel::TextTrace& trace ) {
       ": " + std::string( trace.text ) );
    EXPECT_EQ( trace.file, std::string( "src/Sodrel/" ) + trace.facility + ".cpp" );
    EXPECT_STREQ( trace.tag, "" );
+   if( onTrace ) {
+      onTrace( trace );
+   }
 }
 
 void ClientTest::TearDown() {
@@ -116,4 +127,9 @@ void ClientTest::TearDown() {
    ScriptedTest::TearDown();
 }
 
-} // namespace Sodrel::Test
+void BusTest::TearDown() {
+   script.released( bus );
+   ScriptedTest::TearDown();
+}
+
+} // namespace SodrelTest

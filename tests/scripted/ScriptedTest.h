@@ -1,33 +1,40 @@
-// What the scripted tests share: a script, a clock, one log of calls and traces, and the check that
-// everything that was made has been released.
+// What the scripted tests share: a script, a clock, one log of calls, traces and ends of entities,
+// and the check that everything that was made has been released.
 #pragma once
 
+#include <Sodrel/SignalMonitor.h>
 #include <Sodrel/Sodrel.h>
 
 #include <platform/trace/TextTrace.h>
 #include <support/ScriptedClock.h>
 #include <support/ScriptedLog.h>
 #include <support/ScriptedSdbus.h>
+#include <support/SystemdNames.h>
 
 #include <functional>
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <string>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
+
+using Sodrel::DaemonReloadingMonitor;
+using Sodrel::JobRemovedMonitor;
+using Sodrel::Sdbus;
+using Sodrel::SignalMonitor;
+using Sodrel::UnitReloadingMonitor;
 
 // The name and the text of the exception that `action` throws, or "nothing".
 std::string thrownBy( const std::function< void() >& action );
 
-// Lines of the log, so that tests show what differs. A probe that succeeds has two.
-std::string probe( const char* bus );
-std::string probed( const char* bus );
-std::string managerRead( const char* bus, const char* property );
-// `arguments` starts with the D-Bus types.
-std::string managerCall( const char* bus, const char* method, const char* arguments );
-
 // Entities of the library that are alive, "" when there are none.
 std::string livingEntities();
+
+// The attributes of an entity by generic access: "name=value name=value".
+std::string fieldsOf( Tessel::Node& entity );
+template< typename T >
+void fieldIs( Tessel::Node& entity, const char* name, const T& value ) {
+   EXPECT_EQ( Tessel::memberOf( entity, name ).write( entity, &value ), 0 ) << name;
+}
 
 class ScriptedTest : public testing::Test, private Tessel::TraceSink {
  public:
@@ -39,27 +46,21 @@ class ScriptedTest : public testing::Test, private Tessel::TraceSink {
    ~ScriptedTest() override;
    void TearDown() override;
 
-   // A client on bus1; its creation is not in the log.
-   Tessel::Ptr< Sdbus > createdSdbus();
-
-   // Compares the whole log with these lines, and empties it.
-   void expectLog(
-      std::initializer_list< std::string > lines, const char* file = __builtin_FILE(),
-      int line = __builtin_LINE() );
-
-   // What must still be there at the end of the test.
-   void expectLeftOpen( const std::string& names ) { leftOpen_ = names; }
+   // A client; its creation is not in the log.
+   static Tessel::Ptr< Sdbus > createdSdbus();
 
    ScriptedSdbus script;
    ScriptedClock clock;
+   // Called with each trace.
+   std::function< void( const Tessel::TextTrace& trace ) > onTrace;
+   // What must still be there at the end of the test.
+   std::string leftOpen;
 
  private:
    void traceIs( const Tessel::TextTrace& trace ) override;
-
-   std::string leftOpen_;
 };
 
-// With a client on bus1, whose creation is not in the log.
+// With a client on bus1.
 class ClientTest : public ScriptedTest {
  protected:
    void TearDown() override;
@@ -67,4 +68,12 @@ class ClientTest : public ScriptedTest {
    Tessel::Ptr< Sdbus > client = createdSdbus();
 };
 
-} // namespace Sodrel::Test
+// With a connection, bus1, that no client uses.
+class BusTest : public ScriptedTest {
+ protected:
+   void TearDown() override;
+
+   sd_bus* const bus = script.newBus();
+};
+
+} // namespace SodrelTest

@@ -1,12 +1,12 @@
 // The type data of the library's entities and the order of their virtual operations.
-#include <scripted/MonitorTest.h>
+#include <scripted/Monitors.h>
 
 #include <array>
 #include <cstring>
 #include <string>
 #include <vector>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -87,8 +87,8 @@ std::string joined( std::span< const std::string_view > names ) {
    return all;
 }
 
-using TheTypeData = MonitorTest;
-using TheVirtualTables = MonitorTest;
+using TheTypeData = BusTest;
+using TheVirtualTables = BusTest;
 
 TEST_F( TheTypeData, describesTheClient ) {
    EXPECT_EQ( sodrelModule.word, 0x00010001U );
@@ -194,17 +194,14 @@ TEST_F( TheTypeData, isFoundByTheNamesOfTheTypes ) {
 }
 
 TEST_F( TheTypeData, isGivenByEachEntity ) {
-   const auto client = createdSdbus();
-   const auto job = jobRemovedMonitorFactory( bus );
-   const auto daemon = daemonReloadingMonitorFactory( bus );
-   const auto unit = unitReloadingMonitorFactory( bus, fooPath );
-   EXPECT_EQ( client->typeData(), ( TypeRef{ &sodrelModule, 0 } ) );
-   EXPECT_EQ( job->dataIs()->typeData(), ( TypeRef{ &monitorModule, 1 } ) );
-   EXPECT_EQ( job->typeData(), ( TypeRef{ &monitorModule, 2 } ) );
-   EXPECT_EQ( daemon->dataIs()->typeData(), ( TypeRef{ &monitorModule, 3 } ) );
-   EXPECT_EQ( daemon->typeData(), ( TypeRef{ &monitorModule, 4 } ) );
-   EXPECT_EQ( unit->dataIs()->typeData(), ( TypeRef{ &monitorModule, 5 } ) );
-   EXPECT_EQ( unit->typeData(), ( TypeRef{ &monitorModule, 6 } ) );
+   EXPECT_EQ( createdSdbus()->typeData(), ( TypeRef{ &sodrelModule, 0 } ) );
+   std::uint32_t index = 1;
+   for( const Monitor& kind :
+        { jobRemovedMonitor, daemonReloadingMonitor, unitReloadingMonitor } ) {
+      const auto monitor = kind.make( bus );
+      EXPECT_EQ( kind.dataIs( *monitor )->typeData(), ( TypeRef{ &monitorModule, index++ } ) );
+      EXPECT_EQ( monitor->typeData(), ( TypeRef{ &monitorModule, index++ } ) );
+   }
 }
 
 // The offset of a virtual operation in the table, as the Itanium ABI writes it into a pointer to
@@ -226,7 +223,7 @@ TEST_F( TheVirtualTables, haveTheirOperationsInTheFixedOrder ) {
    EXPECT_EQ( slotOf( &UnitReloadingMonitor::wait ), 5U );
    EXPECT_EQ( slotOf( &Tessel::Exception::what ), 2U );
    EXPECT_EQ( slotOf( &Tessel::Exception::name ), 3U );
-   EXPECT_EQ( slotOf( &SdbusJobException::name ), 3U );
+   EXPECT_EQ( slotOf( &Sodrel::SdbusJobException::name ), 3U );
 }
 
 // Calls what stands in a slot of an entity's virtual table.
@@ -243,7 +240,7 @@ callSlot( Tessel::Node* entity, std::size_t slot, Args... args ) {
 }
 
 TEST_F( TheVirtualTables, answerInTheirSlots ) {
-   auto monitor = jobRemovedMonitorFactory( bus );
+   auto monitor = jobRemovedMonitor.make( bus );
    EXPECT_EQ( callSlot< Tessel::Node* >( monitor.get(), 3 ), nullptr );
    EXPECT_EQ( callSlot< TypeRef >( monitor.get(), 4 ), ( TypeRef{ &monitorModule, 2 } ) );
    const Orl::Optional< Tessel::String > unit( fooPath );
@@ -261,17 +258,22 @@ class OwnMonitor : public SignalMonitor {
    bool wait( const Orl::Optional< Tessel::String >& ) override { return true; }
 };
 
-class AMonitorOfACaller : public MonitorTest {};
+using AMonitorOfACaller = BusTest;
 
-TEST_F( AMonitorOfACaller, isDescribedAndCountedAsItsBase ) {
-   const Tessel::Ptr< SignalMonitor > monitor = Tessel::ptrIsImpl< OwnMonitor >( bus );
-   EXPECT_EQ( nameOf( monitor->typeData() ), "Sodrel::SignalMonitor" );
-   const auto counts = Orl::allocCounts( "Sodrel::SignalMonitor" );
-   ASSERT_TRUE( counts );
-   EXPECT_EQ( counts->live, 1U );
-   EXPECT_TRUE( monitor->wait( std::nullopt ) );
+TEST_F( AMonitorOfACaller, isDescribedAndCountedAsItsBaseAndLeavesItsSlotAlone ) {
+   sd_bus_slot* const slot = script.newSlot( { {}, bus, "/a", "an.I", "M", nullptr, nullptr } );
+   {
+      const auto monitor = Tessel::ptrIsImpl< OwnMonitor >( bus );
+      monitor->slotIs( slot );
+      EXPECT_EQ( nameOf( monitor->typeData() ), "Sodrel::SignalMonitor" );
+      EXPECT_EQ( Orl::allocCounts( "Sodrel::SignalMonitor" )->live, 1U );
+      EXPECT_TRUE( monitor->wait( std::nullopt ) );
+   }
+   EXPECT_EQ( Orl::allocCounts( "Sodrel::SignalMonitor" )->live, 0U );
+   EXPECT_EQ( takeLog(), "slabFree( Sodrel::SignalMonitor )" );
+   sd_bus_slot_unref( slot );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

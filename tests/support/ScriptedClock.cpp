@@ -8,7 +8,7 @@
 #include <ctime>
 #include <utility>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -48,10 +48,10 @@ ScriptedClock* scriptedClock() {
    return current;
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest
 
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
-   if( auto* const scripted = Sodrel::Test::scriptedClock() ) {
+   if( auto* const scripted = SodrelTest::scriptedClock() ) {
       return time_point( nanoseconds( scripted->read() ) );
    }
    timespec real{};

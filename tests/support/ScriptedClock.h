@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <deque>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // While one exists, the steady clock shows what it says, and each reading is logged. It stands
 // still unless it is moved.
@@ -29,4 +29,4 @@ class ScriptedClock {
 // The clock that exists; null when the real one is shown.
 ScriptedClock* scriptedClock();
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

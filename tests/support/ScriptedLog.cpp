@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -28,4 +28,4 @@ std::string takeLog() {
    return std::exchange( log(), {} );
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

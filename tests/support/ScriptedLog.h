@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // Appends one line to the log.
 void logLine( const std::string& line );
@@ -11,4 +11,4 @@ void logLine( const std::string& line );
 // The lines so far, joined by line ends; the log is empty afterwards.
 std::string takeLog();
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

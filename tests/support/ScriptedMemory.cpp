@@ -2,10 +2,11 @@
 #include <support/ScriptedMemory.h>
 
 #include <cstdlib>
+#include <functional>
 #include <new>
 #include <unordered_set>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -14,6 +15,7 @@ std::size_t failingNumber = 0;
 bool failingForEver = false;
 std::size_t allocationCount = 0;
 std::size_t failureCount = 0;
+std::size_t slabBlockCount = 0;
 int notLibraryDepth = 0;
 
 // Takes its memory from where operator new takes it.
@@ -86,16 +88,16 @@ LibraryMemory::~LibraryMemory() {
    active = false;
 }
 
-std::size_t LibraryMemory::allocations() const {
-   return allocationCount;
-}
-
 std::size_t LibraryMemory::failures() const {
    return failureCount;
 }
 
 std::size_t libraryBlocks() {
    return blocks ? blocks->size() : 0;
+}
+
+std::size_t slabBlocks() {
+   return slabBlockCount;
 }
 
 NotLibrary::NotLibrary() {
@@ -114,10 +116,10 @@ LibraryAgain::~LibraryAgain() {
    notLibraryDepth = depth_;
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest
 
 void* operator new( std::size_t size ) {
-   void* const block = Sodrel::Test::allocate( size );
+   void* const block = SodrelTest::allocate( size );
    if( !block ) {
       throw std::bad_alloc();
    }
@@ -125,48 +127,49 @@ void* operator new( std::size_t size ) {
 }
 
 void* operator new( std::size_t size, const std::nothrow_t& ) noexcept {
-   return Sodrel::Test::allocate( size );
+   return SodrelTest::allocate( size );
 }
 
 void operator delete( void* block ) noexcept {
-   Sodrel::Test::release( block );
+   SodrelTest::release( block );
 }
 
 void operator delete( void* block, std::size_t ) noexcept {
-   Sodrel::Test::release( block );
+   SodrelTest::release( block );
 }
 
 void operator delete( void* block, const std::nothrow_t& ) noexcept {
-   Sodrel::Test::release( block );
+   SodrelTest::release( block );
 }
 
-// The linker gives these names to calls of free, Tessel::slabAlloc and Tessel::slabFree, and to the
-// originals.
-extern "C" {
+// The linker gives these names to calls of the functions, and to the originals.
+void realFree( void* memory ) asm( "__real_free" );
+void wrappedFree( void* memory ) asm( "__wrap_free" );
+void* realSlabAlloc( std::size_t size ) asm( "__real_" SLAB_ALLOC );
+void* wrappedSlabAlloc( std::size_t size ) asm( "__wrap_" SLAB_ALLOC );
+void realSlabFree( void* block, const std::type_info& type ) asm( "__real_" SLAB_FREE );
+void wrappedSlabFree( void* block, const std::type_info& type ) asm( "__wrap_" SLAB_FREE );
 
-void __real_free( void* memory );
-void __wrap_free( void* memory );
-void* __real__ZN6Tessel9slabAllocEm( std::size_t size );
-void* __wrap__ZN6Tessel9slabAllocEm( std::size_t size );
-void __real__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type );
-void __wrap__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type );
-
-void __wrap_free( void* memory ) {
-   if( memory && Sodrel::Test::onFree ) {
-      Sodrel::Test::onFree( memory );
+void wrappedFree( void* memory ) {
+   if( memory && SodrelTest::onFree ) {
+      SodrelTest::onFree( memory );
    }
-   __real_free( memory );
+   realFree( memory );
 }
 
-void* __wrap__ZN6Tessel9slabAllocEm( std::size_t size ) {
-   return Sodrel::Test::mustFail() ? nullptr : __real__ZN6Tessel9slabAllocEm( size );
-}
-
-void __wrap__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type ) {
-   if( Sodrel::Test::onSlabFree ) {
-      Sodrel::Test::onSlabFree( type );
+void* wrappedSlabAlloc( std::size_t size ) {
+   if( SodrelTest::mustFail() ) {
+      return nullptr;
    }
-   __real__ZN6Tessel8slabFreeEPvRKSt9type_info( block, type );
+   const SodrelTest::NotLibrary notLibrary;
+   ++SodrelTest::slabBlockCount;
+   return realSlabAlloc( size );
 }
 
-} // extern "C"
+void wrappedSlabFree( void* block, const std::type_info& type ) {
+   if( SodrelTest::onSlabFree ) {
+      SodrelTest::onSlabFree( type );
+   }
+   --SodrelTest::slabBlockCount;
+   realSlabFree( block, type );
+}

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <typeinfo>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // While one exists, what is allocated on this thread counts as the library's, and may fail.
 class LibraryMemory {
@@ -16,12 +16,14 @@ class LibraryMemory {
    LibraryMemory( const LibraryMemory& ) = delete;
    LibraryMemory& operator=( const LibraryMemory& ) = delete;
 
-   [[nodiscard]] std::size_t allocations() const;
+   // How many allocations have failed.
    [[nodiscard]] std::size_t failures() const;
 };
 
 // The blocks of operator new that the library has not given back, whenever they were allocated.
 std::size_t libraryBlocks();
+// The blocks that the slab allocator has given out and not got back.
+std::size_t slabBlocks();
 
 // While one exists, allocations are not the library's: the replaced functions and the tests' own.
 class NotLibrary {
@@ -49,4 +51,4 @@ extern void ( *onFree )( void* memory );
 // Called with the type of each entity whose block is given back, before it is.
 extern void ( *onSlabFree )( const std::type_info& type );
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
@@ -54,7 +54,7 @@ Content join( std::initializer_list< Content > parts ) {
    return all;
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest
 
 bool sd_bus_message::isNext( char type, const char* contents ) const {
    return next < content.size() && content[next].type == type && content[next].text == contents;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 // One basic value, or the begin or the end of a container.
 struct Item {
@@ -32,7 +32,7 @@ Content properties( std::initializer_list< Content > entries );
 Content property( const char* name, const Content& value );
 Content join( std::initializer_list< Content > parts );
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest
 
 // What stands behind sd-bus's message in a scripted test. Results are those of sd-bus.
 struct sd_bus_message {
@@ -40,9 +40,10 @@ struct sd_bus_message {
    int enter( char type, const char* contents );
    int exit();
    int skip( const char* type );
+   [[nodiscard]] bool gone() const { return released; }
 
    std::string name;
-   Sodrel::Test::Content content;
+   SodrelTest::Content content;
    bool owned = false; // by the library, which releases it
    bool released = false;
    std::size_t next = 0; // to be read

@@ -3,25 +3,35 @@
 
 #include <support/ScriptedLog.h>
 #include <support/ScriptedMemory.h>
+#include <support/SystemdNames.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <utility>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
 
 ScriptedSdbus* current = nullptr;
 
-constexpr const char* failed = "org.freedesktop.DBus.Error.Failed";
-
-template< typename T >
-bool knows( const std::vector< std::unique_ptr< T > >& objects, const T* object ) {
-   return std::ranges::find( objects, object, &std::unique_ptr< T >::get ) != objects.end();
+// The name for the log of what should be among these objects and not be gone.
+template< typename T, typename... Objects >
+std::string nameAmong( const T* object, const Objects&... objects ) {
+   if( !object ) {
+      return "null";
+   }
+   const auto knows = [object]( const auto& all ) {
+      return std::ranges::find( all, object, &std::unique_ptr< T >::get ) != all.end();
+   };
+   if( !( knows( objects ) || ... ) ) {
+      ADD_FAILURE() << "an unknown object is used";
+      std::abort();
+   }
+   EXPECT_FALSE( object->gone() ) << object->name << " is used after its release";
+   return object->name;
 }
 
 std::string numbered( const char* what, std::size_t before ) {
@@ -35,7 +45,7 @@ Answer fails( int error ) {
 }
 
 Answer fails( int error, std::string message ) {
-   return { .result = -error, .errorName = failed, .errorMessage = std::move( message ) };
+   return { .result = -error, .errorName = failedError, .errorMessage = std::move( message ) };
 }
 
 Answer gives( std::string text ) {
@@ -102,11 +112,12 @@ void ScriptedSdbus::faultIs( std::size_t number, bool forEver, Answer fault ) {
 
 Answer ScriptedSdbus::called( const char* function, const std::string& arguments, Answer usual ) {
    const bool isProbe = std::strcmp( function, "probe" ) == 0;
-   logLine(
-      std::string( isProbe ? "sd_bus_get_property_string" : function ) + "( " + arguments + " )" );
+   const std::string line =
+      std::string( isProbe ? "sd_bus_get_property_string" : function ) + "( " + arguments + " )";
+   logLine( line );
    ++calls_;
    if( faultNumber_ != 0 && ( faultForEver_ ? calls_ >= faultNumber_ : calls_ == faultNumber_ ) ) {
-      faults_.emplace_back( function );
+      faults_.push_back( line );
       return fault_;
    }
    auto& answers = answers_[function];
@@ -120,21 +131,16 @@ Answer ScriptedSdbus::called( const char* function, const std::string& arguments
 std::string ScriptedSdbus::alive() const {
    std::string all;
    const auto add = [&all]( const std::string& name ) { all += ( all.empty() ? "" : " " ) + name; };
-   for( const auto& bus : buses_ ) {
-      if( bus->open || bus->slots > 0 ) {
-         add( bus->name );
+   const auto addThoseOf = [&add]( const auto& objects ) {
+      for( const auto& object : objects ) {
+         if( !object->gone() ) {
+            add( object->name );
+         }
       }
-   }
-   for( const auto& slot : slots_ ) {
-      if( !slot->released ) {
-         add( slot->name );
-      }
-   }
-   for( const auto& message : messages_ ) {
-      if( message->owned && !message->released ) {
-         add( message->name );
-      }
-   }
+   };
+   addThoseOf( buses_ );
+   addThoseOf( slots_ );
+   addThoseOf( replies_ );
    for( const auto& [address, text] : texts_ ) {
       add( text );
    }
@@ -150,9 +156,9 @@ sd_bus* ScriptedSdbus::newBus() {
 }
 
 sd_bus_message* ScriptedSdbus::newReply( Content content ) {
-   messages_.push_back( std::make_unique< sd_bus_message >() );
-   sd_bus_message& message = *messages_.back();
-   message.name = numbered( "message", messages_.size() - 1 );
+   replies_.push_back( std::make_unique< sd_bus_message >() );
+   sd_bus_message& message = *replies_.back();
+   message.name = numbered( "message", replies_.size() - 1 );
    message.content = std::move( content );
    message.owned = true;
    return &message;
@@ -181,7 +187,7 @@ void ScriptedSdbus::errorIs( sd_bus_error* error, const Answer& answer ) {
 }
 
 void ScriptedSdbus::errorFreed( sd_bus_error* error ) {
-   if( error->name || error->message ) {
+   if( error && ( error->name || error->message ) ) {
       std::free( const_cast< char* >( error->name ) );
       std::free( const_cast< char* >( error->message ) );
       *error = {};
@@ -204,8 +210,8 @@ void ScriptedSdbus::dispatch( sd_bus* bus, const Signal& signal ) {
           slot->interface != signal.interface || slot->member != signal.member ) {
          continue;
       }
-      messages_.push_back( std::make_unique< sd_bus_message >() );
-      sd_bus_message* const message = messages_.back().get();
+      signals_.push_back( std::make_unique< sd_bus_message >() );
+      sd_bus_message* const message = signals_.back().get();
       message->name = signal.member;
       message->content = signal.content;
       sd_bus_error error = {};
@@ -221,40 +227,16 @@ void ScriptedSdbus::dispatch( sd_bus* bus, const Signal& signal ) {
    logLine( signal.member + " has no match" );
 }
 
-std::string ScriptedSdbus::nameOf( const sd_bus* bus ) {
-   if( !bus ) {
-      return "null";
-   }
-   if( !knows( buses_, bus ) ) {
-      ADD_FAILURE() << "an unknown connection is used";
-      std::abort();
-   }
-   EXPECT_TRUE( bus->open || bus->slots > 0 ) << bus->name << " is used after its release";
-   return bus->name;
+std::string ScriptedSdbus::nameOf( const sd_bus* bus ) const {
+   return nameAmong( bus, buses_ );
 }
 
-std::string ScriptedSdbus::nameOf( const sd_bus_slot* slot ) {
-   if( !slot ) {
-      return "null";
-   }
-   if( !knows( slots_, slot ) ) {
-      ADD_FAILURE() << "an unknown slot is used";
-      std::abort();
-   }
-   EXPECT_FALSE( slot->released ) << slot->name << " is used after its release";
-   return slot->name;
+std::string ScriptedSdbus::nameOf( const sd_bus_slot* slot ) const {
+   return nameAmong( slot, slots_ );
 }
 
-std::string ScriptedSdbus::nameOf( const sd_bus_message* message ) {
-   if( !message ) {
-      return "null";
-   }
-   if( !knows( messages_, message ) ) {
-      ADD_FAILURE() << "an unknown message is used";
-      std::abort();
-   }
-   EXPECT_FALSE( message->released ) << message->name << " is used after its release";
-   return message->name;
+std::string ScriptedSdbus::nameOf( const sd_bus_message* message ) const {
+   return nameAmong( message, replies_, signals_ );
 }
 
 void ScriptedSdbus::released( sd_bus* bus ) {
@@ -282,4 +264,4 @@ void ScriptedSdbus::released( sd_bus_message* message ) {
    }
 }
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -23,6 +23,8 @@ struct sd_bus {
    std::string name;
    bool open = true;      // and owned by the library
    std::size_t slots = 0; // a connection is there as long as one of its slots
+
+   [[nodiscard]] bool gone() const { return !open && slots == 0; }
 };
 
 struct sd_bus_slot {
@@ -34,9 +36,11 @@ struct sd_bus_slot {
    sd_bus_message_handler_t callback;
    void* userdata;
    bool released = false;
+
+   [[nodiscard]] bool gone() const { return released; }
 };
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 struct Signal {
    std::string path;
@@ -85,7 +89,7 @@ class ScriptedSdbus {
    // Makes the call with that number, counted from now and from 1, fail; with `forEver` all that
    // follow, too. All functions count that return whether they succeeded. 0: no call fails.
    void faultIs( std::size_t number, bool forEver = false, Answer fault = {} );
-   // The functions that have failed since then.
+   // The lines of the calls that have failed since then.
    [[nodiscard]] const std::vector< std::string >& faults() const { return faults_; }
 
    // What has been made and not released, separated by blanks.
@@ -109,9 +113,9 @@ class ScriptedSdbus {
    void dispatch( sd_bus* bus, const Signal& signal );
    [[nodiscard]] bool expectsMore( const std::string& function ) const;
    // Names for the log; they fail the test for what has been released.
-   std::string nameOf( const sd_bus* bus );
-   std::string nameOf( const sd_bus_slot* slot );
-   std::string nameOf( const sd_bus_message* message );
+   std::string nameOf( const sd_bus* bus ) const;
+   std::string nameOf( const sd_bus_slot* slot ) const;
+   std::string nameOf( const sd_bus_message* message ) const;
    void released( sd_bus* bus );
    void released( sd_bus_slot* slot );
    void released( sd_bus_message* message );
@@ -122,7 +126,8 @@ class ScriptedSdbus {
    std::map< std::string, std::deque< Answer > > answers_;
    std::vector< std::unique_ptr< sd_bus > > buses_;
    std::vector< std::unique_ptr< sd_bus_slot > > slots_;
-   std::vector< std::unique_ptr< sd_bus_message > > messages_;
+   std::vector< std::unique_ptr< sd_bus_message > > replies_;
+   std::vector< std::unique_ptr< sd_bus_message > > signals_;
    std::map< const void*, std::string > texts_;
    std::size_t errors_ = 0;
    std::size_t calls_ = 0;
@@ -135,4 +140,4 @@ class ScriptedSdbus {
 // The script that exists; without one the test ends.
 ScriptedSdbus& scriptedSdbus();
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

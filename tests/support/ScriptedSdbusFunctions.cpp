@@ -4,45 +4,64 @@
 #include <support/ScriptedClock.h>
 #include <support/ScriptedLog.h>
 #include <support/ScriptedMemory.h>
+#include <support/SystemdNames.h>
 
 #include <cerrno>
 #include <cstdarg>
-#include <initializer_list>
 #include <string>
 
 namespace {
 
-using Sodrel::Test::Answer;
-using Sodrel::Test::NotLibrary;
-using Sodrel::Test::scriptedSdbus;
+using SodrelTest::Answer;
+using SodrelTest::NotLibrary;
+using SodrelTest::scriptedSdbus;
+
+// Whether the caller gave an address for what is named.
+struct Out {
+   const void* address;
+   const char* name;
+};
 
 // An argument as the log shows it.
 std::string show( const char* text ) {
-   if( !text ) {
-      return "null";
-   }
-   return *text ? text : "''";
+   return !text ? "null" : *text ? text : "''";
 }
 
-// Whether the caller gave an address for what is named.
-std::string show( const void* address, const char* name ) {
-   return address ? name : "null";
+std::string show( const std::string& text ) {
+   return text;
 }
 
-std::string list( std::initializer_list< std::string > arguments ) {
-   std::string all;
-   for( const std::string& argument : arguments ) {
-      all += ( all.empty() ? "" : ", " ) + argument;
-   }
-   return all;
+std::string show( Out out ) {
+   return out.address ? out.name : "null";
+}
+
+template< typename T >
+std::string show( const T* object ) {
+   return scriptedSdbus().nameOf( object );
+}
+
+template< typename First, typename... Rest >
+std::string list( const First& first, const Rest&... rest ) {
+   return ( show( first ) + ... + ( ", " + show( rest ) ) );
+}
+
+template< typename... Args >
+void log( const char* function, const Args&... arguments ) {
+   SodrelTest::logLine( std::string( function ) + "( " + list( arguments... ) + " )" );
+}
+
+// What the script says about a call.
+template< typename... Args >
+Answer called( const char* function, Answer usual, const Args&... arguments ) {
+   return scriptedSdbus().called( function, list( arguments... ), std::move( usual ) );
 }
 
 // What sd-bus itself says about a connection.
-Answer onBus( const sd_bus* bus, Answer usual ) {
+Answer onBus( const sd_bus* bus, Answer usual, int closed = -ENOTCONN ) {
    if( !bus ) {
       return { .result = -EINVAL, .certain = true };
    }
-   return bus->open ? usual : Answer{ .result = -ENOTCONN, .certain = true };
+   return bus->open ? usual : Answer{ .result = closed, .certain = true };
 }
 
 // Stores what the call brings, if it succeeds.
@@ -60,7 +79,7 @@ extern "C" {
 
 int sd_bus_open_system( sd_bus** bus ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called( __func__, show( bus, "bus" ), {} );
+   const Answer answer = called( __func__, {}, Out( bus, "bus" ) );
    if( answer.result >= 0 ) {
       *bus = scriptedSdbus().newBus();
    }
@@ -69,7 +88,7 @@ int sd_bus_open_system( sd_bus** bus ) {
 
 sd_bus* sd_bus_flush_close_unref( sd_bus* bus ) {
    const NotLibrary notLibrary;
-   Sodrel::Test::logLine( "sd_bus_flush_close_unref( " + scriptedSdbus().nameOf( bus ) + " )" );
+   log( __func__, bus );
    scriptedSdbus().released( bus );
    return nullptr;
 }
@@ -78,11 +97,9 @@ int sd_bus_get_property_string(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, char** value ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      error ? __func__ : "probe",
-      list( { scriptedSdbus().nameOf( bus ), show( destination ), show( path ), show( interface ),
-              show( member ), show( error, "error" ), show( value, "value" ) } ),
-      onBus( bus, Sodrel::Test::gives( "running" ) ) );
+   const Answer answer = called(
+      error ? __func__ : "probe", onBus( bus, SodrelTest::gives( "running" ) ), bus, destination,
+      path, interface, member, Out( error, "error" ), Out( value, "value" ) );
    scriptedSdbus().errorIs( error, answer );
    if( answer.result >= 0 && answer.text ) {
       *value = scriptedSdbus().newText( *answer.text );
@@ -94,11 +111,9 @@ int sd_bus_get_property(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, sd_bus_message** reply, const char* type ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      __func__,
-      list( { scriptedSdbus().nameOf( bus ), show( destination ), show( path ), show( interface ),
-              show( member ), show( error, "error" ), show( reply, "reply" ), show( type ) } ),
-      onBus( bus, Sodrel::Test::replies( Sodrel::Test::b( true ) ) ) );
+   const Answer answer = called(
+      __func__, onBus( bus, SodrelTest::replies( SodrelTest::b( true ) ) ), bus, destination, path,
+      interface, member, Out( error, "error" ), Out( reply, "reply" ), type );
    return replied( answer, error, reply );
 }
 
@@ -106,28 +121,25 @@ int sd_bus_call_method(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, sd_bus_message** reply, const char* types, ... ) {
    const NotLibrary notLibrary;
-   std::string arguments =
-      list( { scriptedSdbus().nameOf( bus ), show( destination ), show( path ), show( interface ),
-              show( member ), show( error, "error" ), show( reply, "reply" ), show( types ) } );
-   std::va_list values;
-   va_start( values, types );
+   std::string values = show( types );
+   std::va_list arguments;
+   va_start( arguments, types );
    for( const char* type = types; *type; ++type ) {
-      arguments += ", " + show( va_arg( values, const char* ) );
+      values += ", " + show( va_arg( arguments, const char* ) );
    }
-   va_end( values );
+   va_end( arguments );
    const bool getsUnit = std::string_view( member ) == "GetUnit";
-   const Answer answer = scriptedSdbus().called(
-      __func__, arguments,
-      onBus(
-         bus, Sodrel::Test::replies( Sodrel::Test::o(
-                 getsUnit ? "/org/freedesktop/systemd1/unit/foo_2eservice"
-                          : "/org/freedesktop/systemd1/job/42" ) ) ) );
+   const SodrelTest::Content object =
+      SodrelTest::o( getsUnit ? SodrelTest::fooPath : SodrelTest::jobPath );
+   const Answer answer = called(
+      __func__, onBus( bus, SodrelTest::replies( object ) ), bus, destination, path, interface,
+      member, Out( error, "error" ), Out( reply, "reply" ), values );
    return replied( answer, error, reply );
 }
 
 sd_bus_message* sd_bus_message_unref( sd_bus_message* message ) {
    const NotLibrary notLibrary;
-   Sodrel::Test::logLine( "sd_bus_message_unref( " + scriptedSdbus().nameOf( message ) + " )" );
+   log( __func__, message );
    scriptedSdbus().released( message );
    return nullptr;
 }
@@ -136,14 +148,14 @@ int sd_bus_message_read( sd_bus_message* message, const char* types, ... ) {
    const NotLibrary notLibrary;
    std::va_list values;
    va_start( values, types );
-   std::string arguments = list( { scriptedSdbus().nameOf( message ), show( types ) } );
-   if( std::string_view( types ) == "v" ) {
+   std::string shown = show( types );
+   if( shown == "v" ) {
       std::va_list contents;
       va_copy( contents, values );
-      arguments += ", " + show( va_arg( contents, const char* ) );
+      shown += ", " + show( va_arg( contents, const char* ) );
       va_end( contents );
    }
-   Answer answer = scriptedSdbus().called( __func__, arguments, { .result = 1 } );
+   Answer answer = called( __func__, { .result = 1 }, message, shown );
    if( answer.result > 0 ) {
       answer.result = message->read( types, values );
    }
@@ -153,10 +165,8 @@ int sd_bus_message_read( sd_bus_message* message, const char* types, ... ) {
 
 int sd_bus_message_enter_container( sd_bus_message* message, char type, const char* contents ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      __func__,
-      list( { scriptedSdbus().nameOf( message ), std::string( 1, type ), show( contents ) } ),
-      { .result = 1 } );
+   const Answer answer =
+      called( __func__, { .result = 1 }, message, std::string( 1, type ), contents );
    return answer.result > 0 ? message->enter( type, contents ) : answer.result;
 }
 
@@ -164,35 +174,34 @@ int sd_bus_message_enter_container( sd_bus_message* message, char type, const ch
 // library looks at the result.
 int sd_bus_message_exit_container( sd_bus_message* message ) {
    const NotLibrary notLibrary;
-   const Answer answer =
-      scriptedSdbus().called( __func__, scriptedSdbus().nameOf( message ), { .result = 1 } );
+   const Answer answer = called( __func__, { .result = 1 }, message );
    const int left = message->exit();
    return answer.result > 0 ? left : answer.result;
 }
 
 int sd_bus_message_skip( sd_bus_message* message, const char* type ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      __func__, list( { scriptedSdbus().nameOf( message ), show( type ) } ), { .result = 1 } );
+   const Answer answer = called( __func__, { .result = 1 }, message, type );
    const int skipped = message->skip( type );
    return answer.result > 0 ? skipped : answer.result;
 }
 
 int sd_bus_error_set( sd_bus_error* error, const char* name, const char* message ) {
    const NotLibrary notLibrary;
-   Sodrel::Test::logLine(
-      "sd_bus_error_set( " + list( { show( error, "error" ), show( name ), show( message ) } ) +
-      " )" );
+   log( __func__, Out( error, "error" ), name, message );
    scriptedSdbus().errorIs( error, { .errorName = name, .errorMessage = message } );
    return -EIO;
 }
 
 void sd_bus_error_free( sd_bus_error* error ) {
    const NotLibrary notLibrary;
-   const bool filled = error->name || error->message;
-   Sodrel::Test::logLine(
-      "sd_bus_error_free( " +
-      ( filled ? list( { show( error->name ), show( error->message ) } ) : "empty" ) + " )" );
+   if( !error ) {
+      log( __func__, "null" );
+   } else if( error->name || error->message ) {
+      log( __func__, error->name, error->message );
+   } else {
+      log( __func__, "empty" );
+   }
    scriptedSdbus().errorFreed( error );
 }
 
@@ -200,12 +209,9 @@ int sd_bus_match_signal(
    sd_bus* bus, sd_bus_slot** slot, const char* sender, const char* path, const char* interface,
    const char* member, sd_bus_message_handler_t callback, void* userdata ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      __func__,
-      list( { scriptedSdbus().nameOf( bus ), show( slot, "slot" ), show( sender ), show( path ),
-              show( interface ), show( member ), callback ? "callback" : "null",
-              show( userdata, "userdata" ) } ),
-      onBus( bus, {} ) );
+   const Answer answer = called(
+      __func__, onBus( bus, {} ), bus, Out( slot, "slot" ), sender, path, interface, member,
+      callback ? "callback" : "null", Out( userdata, "userdata" ) );
    if( answer.result >= 0 ) {
       *slot = scriptedSdbus().newSlot( { {}, bus, path, interface, member, callback, userdata } );
    }
@@ -214,20 +220,16 @@ int sd_bus_match_signal(
 
 sd_bus_slot* sd_bus_slot_unref( sd_bus_slot* slot ) {
    const NotLibrary notLibrary;
-   Sodrel::Test::logLine( "sd_bus_slot_unref( " + scriptedSdbus().nameOf( slot ) + " )" );
+   log( __func__, slot );
    scriptedSdbus().released( slot );
    return nullptr;
 }
 
 int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
    const NotLibrary notLibrary;
-   Answer closed = onBus( bus, {} );
-   if( closed.result == -ENOTCONN ) {
-      closed.result = -ECONNRESET;
-   }
-   const Answer answer = scriptedSdbus().called(
-      __func__, list( { scriptedSdbus().nameOf( bus ), show( message, "message" ) } ), closed );
-   for( const Sodrel::Test::Signal& signal : answer.signals ) {
+   const Answer answer =
+      called( __func__, onBus( bus, {}, -ECONNRESET ), bus, Out( message, "message" ) );
+   for( const SodrelTest::Signal& signal : answer.signals ) {
       scriptedSdbus().dispatch( bus, signal );
    }
    return answer.result;
@@ -236,11 +238,11 @@ int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
 // Waits in vain, which moves the clock, unless there is more for sd_bus_process to do.
 int sd_bus_wait( sd_bus* bus, std::uint64_t microseconds ) {
    const NotLibrary notLibrary;
-   const Answer answer = scriptedSdbus().called(
-      __func__, list( { scriptedSdbus().nameOf( bus ), std::to_string( microseconds ) } ),
-      onBus( bus, { .result = scriptedSdbus().expectsMore( "sd_bus_process" ) ? 1 : 0 } ) );
-   if( answer.result == 0 && Sodrel::Test::scriptedClock() ) {
-      Sodrel::Test::scriptedClock()->advance( microseconds );
+   const bool more = scriptedSdbus().expectsMore( "sd_bus_process" );
+   const Answer answer = called(
+      __func__, onBus( bus, { .result = more ? 1 : 0 } ), bus, std::to_string( microseconds ) );
+   if( answer.result == 0 && SodrelTest::scriptedClock() ) {
+      SodrelTest::scriptedClock()->advance( microseconds );
    }
    return answer.result;
 }

@@ -5,9 +5,11 @@
 #include <string>
 #include <type_traits>
 
-namespace Sodrel::Test {
+namespace SodrelTest {
 
 namespace {
+
+using namespace Sodrel;
 
 template< typename T >
 class EachException : public testing::Test {};
@@ -17,7 +19,7 @@ using Derived = testing::Types<
    SdbusJobException >;
 TYPED_TEST_SUITE( EachException, Derived );
 
-// Which of the five handlers, in this order, takes an exception.
+// Which of the handlers, in this order, takes an exception.
 template< typename T >
 std::string handlerOf() {
    try {
@@ -32,21 +34,15 @@ std::string handlerOf() {
       return "Sodrel::SdbusSyncException";
    } catch( const SdbusJobException& ) {
       return "Sodrel::SdbusJobException";
-   } catch( const Exception& ) {
+   } catch( const Sodrel::Exception& ) {
       return "Sodrel::Exception";
    }
 }
 
-TYPED_TEST( EachException, isCaughtByItsOwnClassOnly ) {
-   const TypeParam exception( "text" );
-   EXPECT_EQ( exception.name(), handlerOf< TypeParam >() );
-}
-
-TYPED_TEST( EachException, isCaughtAsTheLibrarysException ) {
-   EXPECT_THROW( throw TypeParam( "text" ), Exception );
-}
-
-TYPED_TEST( EachException, isCaughtAsTheSystemsException ) {
+TYPED_TEST( EachException, isCaughtByItsOwnClassAndItsBases ) {
+   EXPECT_EQ( TypeParam( "text" ).name(), handlerOf< TypeParam >() );
+   EXPECT_NE( handlerOf< TypeParam >(), "Sodrel::Exception" );
+   EXPECT_THROW( throw TypeParam( "text" ), Sodrel::Exception );
    EXPECT_THROW( throw TypeParam( "text" ), Tessel::Exception );
    EXPECT_THROW( throw TypeParam( "text" ), std::exception );
 }
@@ -64,24 +60,18 @@ TYPED_TEST( EachException, keepsItsTextWhenItIsCopied ) {
 }
 
 TYPED_TEST( EachException, addsNothingToTheBase ) {
-   EXPECT_TRUE( (std::is_base_of_v< Exception, TypeParam >));
    EXPECT_EQ( sizeof( TypeParam ), sizeof( Tessel::Exception ) );
-   EXPECT_FALSE( (std::is_convertible_v< Tessel::String, TypeParam >));
    EXPECT_TRUE( (std::is_constructible_v< TypeParam, Tessel::String >));
    EXPECT_FALSE( std::is_default_constructible_v< TypeParam > );
 }
 
 TEST( TheLibrarysException, isNoneOfTheFive ) {
-   EXPECT_EQ( handlerOf< Exception >(), "Sodrel::Exception" );
-   EXPECT_EQ( Exception( "text" ).name(), "Sodrel::Exception" );
-   EXPECT_THROW( throw Exception( "text" ), Tessel::Exception );
-}
-
-TEST( TheLibrarysException, hasAnEmptyTextForANullOne ) {
-   EXPECT_STREQ( SdbusCallException( nullptr ).what(), "" );
-   EXPECT_STREQ( SdbusCallException( "" ).what(), "" );
+   EXPECT_EQ( handlerOf< Sodrel::Exception >(), "Sodrel::Exception" );
+   EXPECT_EQ( Sodrel::Exception( "text" ).name(), "Sodrel::Exception" );
+   EXPECT_THROW( throw Sodrel::Exception( "text" ), Tessel::Exception );
+   EXPECT_STREQ( Sodrel::Exception( nullptr ).what(), "" );
 }
 
 } // namespace
 
-} // namespace Sodrel::Test
+} // namespace SodrelTest

@@ -1,0 +1,333 @@
+// Each operation: its golden sequence, and what comes of each failure of sd-bus and of memory.
+//
+// The n-th call of sd-bus fails, for n = 1, 2, ... until the operation has no more of them: once,
+// and with all later ones; with several error numbers, with and without a D-Bus error. The sequence
+// says what comes of it. The n-th allocation fails likewise, also while a call of sd-bus fails.
+#include <scripted/Operations.h>
+
+#include <scripted/Unlucky.h>
+#include <support/ScriptedMemory.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace SodrelTest {
+
+namespace {
+
+// The first is -1 as a result, next to success.
+constexpr int errors[] = { EPERM, EIO, ETIMEDOUT, 4095 };
+
+std::size_t faultPoints = 0;
+
+class FaultPoints : public testing::Environment {
+ public:
+   void TearDown() override { std::printf( "%zu fault points tried\n", faultPoints ); }
+};
+
+[[maybe_unused]] const auto* const environment =
+   testing::AddGlobalTestEnvironment( new FaultPoints );
+
+// How a call fails.
+struct Fault {
+   std::size_t step;
+   bool forEver;
+   int error;
+   bool withMessage;
+};
+
+void replaceAll( std::string& text, const std::string& what, const std::string& with ) {
+   for( std::size_t at = 0; ( at = text.find( what, at ) ) != std::string::npos; ) {
+      text.replace( at, what.size(), with );
+      at += with.size();
+   }
+}
+
+// A text of a golden sequence with the cause in the places for it.
+std::string caused( std::string text, const Fault& fault ) {
+   replaceAll( text, "{errno}", std::string( ": " ) + std::strerror( fault.error ) );
+   replaceAll( text, "{message}", fault.withMessage ? ": the cause" : "" );
+   replaceAll(
+      text, "{error}",
+      fault.withMessage ? std::string( failedError ) + ", the cause" : std::string( "empty" ) );
+   replaceAll( text, "{result}", std::to_string( -fault.error ) );
+   return text;
+}
+
+class EachOperation : public ScriptedTest, public testing::WithParamInterface< Operation > {
+ protected:
+   // Anew, so that all names are those of the golden sequence.
+   void restart() {
+      client = nullptr;
+      EXPECT_EQ( livingEntities(), "" );
+      std::destroy_at( &script );
+      std::construct_at( &script );
+      client = createdSdbus();
+   }
+
+   void TearDown() override {
+      restart();
+      client = nullptr;
+      ScriptedTest::TearDown();
+   }
+
+   void prepare() {
+      script.forgetLeftOver();
+      unluckyWaits.clear();
+      if( GetParam().prepare ) {
+         GetParam().prepare();
+      }
+   }
+
+   // What the operation returns or throws.
+   std::string outcome() const {
+      std::string returned;
+      const std::string thrown = thrownBy( [&] { returned = GetParam().run( *client ).data(); } );
+      return thrown == "nothing" ? returned : thrown;
+   }
+
+   bool is( std::size_t step, const char* function ) const {
+      return steps.at( step ).line.starts_with( function );
+   }
+   // The step of that function within a range; the end of the range if there is none.
+   std::size_t find( const char* function, std::size_t from, std::size_t to ) const {
+      while( from < to && !is( from, function ) ) {
+         ++from;
+      }
+      return from;
+   }
+   bool hasMonitor( std::size_t step ) const {
+      return find( "sd_bus_match_signal", 0, step ) < step;
+   }
+
+   std::string expectedOutcome( const Fault& fault ) const {
+      const Step& step = steps.at( fault.step );
+      if( step.failing == Failing::reported || fault.forEver ) {
+         return caused( step.exception, fault );
+      }
+      // The connection of the monitor is closed by the renewal.
+      const std::size_t process = find( "sd_bus_process", fault.step, steps.size() );
+      return step.failing == Failing::renewing && hasMonitor( fault.step ) && process < steps.size()
+                ? caused( steps.at( process ).exception, { 0, false, ECONNRESET, false } )
+                : GetParam().result;
+   }
+
+   // The golden sequence as it is after the fault.
+   std::string expectedLog( const Fault& fault ) const {
+      const Step& failing = steps.at( fault.step );
+      const bool withMonitor = hasMonitor( fault.step );
+      Steps log( steps.begin(), steps.begin() + static_cast< std::ptrdiff_t >( fault.step ) + 1 );
+      const auto goOn = [&]( std::size_t from, std::size_t to ) {
+         for( std::size_t next = from; next < to; ++next ) {
+            log.push_back( steps.at( next ) );
+         }
+      };
+      // The monitor's end is the end of each sequence.
+      const auto endMonitor = [&] {
+         if( withMonitor ) {
+            goOn( steps.size() - 4, steps.size() );
+         }
+      };
+      for( const std::string& line : failing.after ) {
+         log.push_back( { caused( line, fault ) } );
+      }
+      if( failing.failing == Failing::reported ) {
+         endMonitor();
+      } else if( failing.failing == Failing::ignored ) {
+         goOn( fault.step + 1, steps.size() );
+      } else {
+         log.push_back( { "Sodrel/5 sdbus: Reconnect sd-bus, older connection expired: " +
+                          std::to_string( fault.error ) } );
+         log.push_back( { "sd_bus_flush_close_unref( bus1 )" } );
+         log.push_back( { "sd_bus_open_system( bus )" } );
+         if( fault.forEver ) {
+            endMonitor();
+         } else {
+            // Without the release of the value, on the new connection; but the monitor's is closed.
+            const std::size_t renewed = log.size();
+            const std::size_t last =
+               withMonitor ? find( "sd_bus_process", fault.step, steps.size() ) : steps.size();
+            goOn( fault.step + 2, std::min( last, steps.size() ) );
+            for( std::size_t line = renewed; line < log.size(); ++line ) {
+               replaceAll( log[line].line, "( bus1", "( bus2" );
+            }
+            if( last < steps.size() ) {
+               goOn( last, last + 1 );
+               endMonitor();
+            }
+         }
+      }
+      return logOf( log );
+   }
+
+   // The connections that are open may be another one or none, but there is nothing else.
+   void expectNothingLeft() const {
+      const std::string alive = script.alive();
+      EXPECT_EQ( alive.find_first_not_of( "bus0123456789 " ), std::string::npos ) << alive;
+      EXPECT_EQ( livingEntities(), "1 Sodrel::Sdbus " );
+   }
+
+   // The operation does what it should when nothing fails any more.
+   void expectToWork() {
+      script.faultIs( 0 );
+      prepare();
+      EXPECT_EQ( outcome(), GetParam().result );
+      EXPECT_EQ( script.leftOver(), "" );
+      EXPECT_TRUE( unluckyWaits.empty() );
+      expectNothingLeft();
+   }
+
+   // Makes the call of that step fail.
+   void faultIs( const Fault& fault ) {
+      const std::size_t number =
+         1 + static_cast< std::size_t >( std::count_if(
+                steps.begin(), steps.begin() + static_cast< std::ptrdiff_t >( fault.step ),
+                []( const Step& step ) { return step.failing != Failing::never; } ) );
+      script.faultIs(
+         number, fault.forEver,
+         fault.withMessage ? fails( fault.error, "the cause" ) : fails( fault.error ) );
+   }
+
+   void tryFault( const Fault& fault ) {
+      SCOPED_TRACE(
+         steps.at( fault.step ).line + ( fault.forEver ? " and all later ones" : "" ) + ", error " +
+         std::to_string( fault.error ) );
+      restart();
+      prepare();
+      faultIs( fault );
+      EXPECT_EQ( outcome(), expectedOutcome( fault ) );
+      ASSERT_FALSE( script.faults().empty() );
+      EXPECT_EQ( script.faults().front(), steps.at( fault.step ).line );
+      const std::string log = takeLog();
+      if( !fault.forEver || steps.at( fault.step ).failing != Failing::ignored ) {
+         EXPECT_EQ( log, expectedLog( fault ) );
+      }
+      expectNothingLeft();
+      ++faultPoints;
+      expectToWork();
+      // Only a failed probe renews the connection.
+      const bool renewed = steps.at( fault.step ).failing == Failing::renewing;
+      EXPECT_EQ( script.alive().substr( 0, 4 ), renewed ? "bus2" : "bus1" );
+   }
+
+   // Runs the operation with a missing allocation, and a failing call if there is a fault; false
+   // when there was no allocation to miss.
+   bool tryWithoutMemory( std::size_t number, bool forEver, const Fault* fault = nullptr ) {
+      SCOPED_TRACE(
+         "allocation " + std::to_string( number ) + ( forEver ? ", and all later ones" : "" ) +
+         ( fault ? ", and " + steps.at( fault->step ).line : "" ) );
+      prepare();
+      if( fault ) {
+         faultIs( *fault );
+      }
+      bool missing = false;
+      std::size_t failures = 0;
+      {
+         const LibraryMemory memory( number, forEver );
+         try {
+            GetParam().run( *client );
+         } catch( const std::bad_alloc& ) {
+            missing = true;
+         } catch( const Tessel::Exception& ) {
+         }
+         failures = memory.failures();
+      }
+      EXPECT_EQ( missing, failures != 0 );
+      faultPoints += missing ? 1 : 0;
+      expectNothingLeft();
+      expectToWork();
+      return failures != 0;
+   }
+
+   void expectCountsToReturn( bool forEver, const Fault* fault = nullptr ) {
+      const std::size_t blocks = libraryBlocks();
+      const std::size_t slabs = slabBlocks();
+      for( std::size_t number = 1; tryWithoutMemory( number, forEver, fault ); ++number ) {
+         EXPECT_EQ( libraryBlocks(), blocks ) << "allocation " << number;
+      }
+      EXPECT_EQ( libraryBlocks(), blocks );
+      EXPECT_EQ( slabBlocks(), slabs );
+   }
+
+   const Steps& steps = GetParam().steps;
+   Tessel::Ptr< Sdbus > client = createdSdbus();
+};
+
+TEST_P( EachOperation, makesItsCallsInTheirOrder ) {
+   prepare();
+   EXPECT_EQ( outcome(), GetParam().result );
+   EXPECT_EQ( takeLog(), logOf( steps ) );
+   EXPECT_EQ( script.leftOver(), "" );
+   EXPECT_EQ( script.alive(), "bus1" );
+   EXPECT_EQ( livingEntities(), "1 Sodrel::Sdbus " );
+}
+
+TEST_P( EachOperation, makesTheSameCallsWhenNothingIsTraced ) {
+   Orl::traceLevelsIs( "Sodrel", 0 );
+   Orl::traceLevelsIs( "SignalMonitor", 0 );
+   prepare();
+   EXPECT_EQ( outcome(), GetParam().result );
+   Steps untraced = steps;
+   std::erase_if( untraced, []( const Step& step ) {
+      return step.line.starts_with( "Sodrel/" ) || step.line.starts_with( "SignalMonitor/" );
+   } );
+   EXPECT_EQ( takeLog(), logOf( untraced ) );
+}
+
+TEST_P( EachOperation, reportsEachFailureOfSdbusAndWorksOnAfterIt ) {
+   std::size_t canFail = 0;
+   const std::size_t before = faultPoints;
+   for( std::size_t step = 0; step < steps.size(); ++step ) {
+      if( steps.at( step ).failing == Failing::never ) {
+         continue;
+      }
+      ++canFail;
+      for( const bool forEver : { false, true } ) {
+         for( const int error : errors ) {
+            tryFault( { step, forEver, error, false } );
+            tryFault( { step, forEver, error, true } );
+         }
+      }
+   }
+   // The sequence has all of the operation's calls: one more never comes.
+   restart();
+   prepare();
+   script.faultIs( canFail + 1, true, fails( EIO ) );
+   EXPECT_EQ( outcome(), GetParam().result );
+   EXPECT_TRUE( script.faults().empty() );
+   EXPECT_EQ( faultPoints - before, canFail * 16 );
+}
+
+TEST_P( EachOperation, passesOnThatMemoryIsMissingAndWorksOnAfterIt ) {
+   const std::size_t before = faultPoints;
+   // First with what is made on first use.
+   for( const bool forEver : { false, true } ) {
+      for( std::size_t number = 1; tryWithoutMemory( number, forEver ); ++number ) {
+      }
+   }
+   expectCountsToReturn( false );
+   expectCountsToReturn( true );
+   // A monitor and its record.
+   EXPECT_GE( faultPoints - before, hasMonitor( steps.size() ) ? 8U : 0U );
+}
+
+TEST_P( EachOperation, passesOnThatMemoryIsMissingForAReport ) {
+   for( std::size_t step = 0; step < steps.size(); ++step ) {
+      if( steps.at( step ).failing != Failing::never ) {
+         const Fault fault{ step, false, EIO, true };
+         restart();
+         tryWithoutMemory( 1, false, &fault );
+         expectCountsToReturn( false, &fault );
+      }
+   }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+   OfTheLibrary, EachOperation, testing::ValuesIn( operations() ),
+   []( const auto& instance ) { return std::string( instance.param.name ); } );
+
+} // namespace
+
+} // namespace SodrelTest
