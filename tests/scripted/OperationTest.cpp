@@ -326,7 +326,7 @@ TEST_P( EachOperation, passesOnThatMemoryIsMissingForAReport ) {
 
 INSTANTIATE_TEST_SUITE_P(
    OfTheLibrary, EachOperation, testing::ValuesIn( operations() ),
-   []( const auto& instance ) { return std::string( instance.param.name ); } );
+   []( const auto& instance ) { return instance.param.name; } );
 
 } // namespace
 

@@ -4,21 +4,14 @@
 #include <scripted/Unlucky.h>
 #include <support/ScriptedMemory.h>
 
+#include <type_traits>
+
 namespace SodrelTest {
 
 namespace {
 
 // Made beforehand, so that only the library allocates.
-const Tessel::String reload( "Reload" );
-const Tessel::String subscribe( "Subscribe" );
-const Tessel::String getUnit( "GetUnit" );
-const Tessel::String frob( "Frob" );
-const Tessel::String startUnit( "StartUnit" );
-const Tessel::String reloadUnit( "ReloadUnit" );
-const Tessel::String reloadOrRestartUnit( "ReloadOrRestartUnit" );
-const Tessel::String reloadOrTryRestartUnit( "ReloadOrTryRestartUnit" );
 const Tessel::String foo( "foo.service" );
-const Tessel::String replace( "replace" );
 const Tessel::String version( "Version" );
 const Tessel::String confirmSpawn( "ConfirmSpawn" );
 const Tessel::String activeStateName( "ActiveState" );
@@ -28,14 +21,9 @@ Tessel::String shown( bool value ) {
    return value ? "true" : "false";
 }
 
-sd_bus_message* pathReply() {
+sd_bus_message* newReply( Content ( *content )() ) {
    const NotLibrary notLibrary;
-   return scriptedSdbus().newReply( o( fooPath ) );
-}
-
-sd_bus_message* booleanReply() {
-   const NotLibrary notLibrary;
-   return scriptedSdbus().newReply( b( true ) );
+   return scriptedSdbus().newReply( content() );
 }
 
 // Signals in one pass after the other.
@@ -79,13 +67,9 @@ void secondWaitSucceeds() {
    }
 }
 
-void secondReloadSucceeds() {
+void secondWaitForTheUnitSucceeds() {
    scriptedSdbus().next( "sd_bus_call_method", replies( o( fooPath ) ) );
    secondWaitSucceeds();
-}
-
-Steps called( const char* operation, const std::string& words ) {
-   return traced( operation, "Call sd-bus systemd manager " + words );
 }
 
 // The wait of an unlucky monitor.
@@ -93,35 +77,76 @@ Steps unluckyWait( const char* number ) {
    return { { std::string( "wait( /org/freedesktop/systemd1/job/" ) + number + " )" } };
 }
 
-// A call that waits for a job.
-Steps jobAwaited( const char* operation, const std::string& words ) {
-   const Steps read = signalRead( jobRemovedMonitor );
-   return join( {
-      called( operation, words + ", async=false" ),
-      probed(),
-      begun( jobRemovedMonitor ),
-      sent( words ),
-      waited( jobRemovedMonitor, { read, read } ),
-      ended( jobRemovedMonitor ),
-   } );
+const char* const suffixes[] = { "", "SO", "SsO" };
+
+// The three calls with the words that they are given. Their names are those of the operation and
+// of what is special about them.
+Operation asyncManagerCall( const std::string& words, const char* result ) {
+   const std::vector< Tessel::String > given = split( words );
+   return { std::string( "asyncManagerCall" ) + suffixes[given.size() - 1],
+            [given]( Sdbus& client ) -> Tessel::String {
+               if( given.size() == 1 ) {
+                  client.asyncManagerCall( given[0] );
+                  return "returned";
+               }
+               return given.size() == 2
+                         ? client.asyncManagerCallSO( given[0], given[1] )
+                         : client.asyncManagerCallSsO( given[0], given[1], given[2] );
+            },
+            result, sent( words ) };
 }
 
-// A call that is repeated because its first wait fails.
-Steps jobAwaitedAgain( const char* operation, const std::string& words ) {
+Operation managerCall(
+   const char* special, const std::string& words, bool async, const char* result,
+   const Steps& steps, void ( *prepare )() = nullptr ) {
+   const std::vector< Tessel::String > given = split( words );
+   const std::string operation = std::string( "managerCall" ) + suffixes[given.size() - 1];
+   return { operation + special,
+            [given, async]( Sdbus& client ) -> Tessel::String {
+               if( given.size() == 1 ) {
+                  client.managerCall( given[0], async );
+                  return "returned";
+               }
+               return given.size() == 2
+                         ? client.managerCallSO( given[0], given[1], async )
+                         : client.managerCallSsO( given[0], given[1], given[2], async );
+            },
+            result,
+            join( { traced(
+                       operation, "Call sd-bus systemd manager " + words +
+                                     ( async ? ", async=true" : ", async=false" ) ),
+                    steps } ),
+            prepare };
+}
+
+// Everything after the trace of a call that waits.
+Steps awaited( const Monitor& monitor, const Steps& steps ) {
+   return join( { probed(), begun( monitor ), steps, ended( monitor ) } );
+}
+
+Steps jobAwaited( const std::string& words ) {
+   const Steps read = signalRead( jobRemovedMonitor );
+   return awaited(
+      jobRemovedMonitor, join( { sent( words ), waited( jobRemovedMonitor, { read, read } ) } ) );
+}
+
+Steps sentTwice( const std::string& words, int firstReply ) {
+   return join( { sent( words, firstReply ), unluckyWait( "43" ), sent( words, firstReply + 1 ),
+                  unluckyWait( "44" ) } );
+}
+
+// A call whose monitor is one of the unit.
+Steps unitAwaited( const Steps& steps ) {
    return join( {
-      called( operation, words + ", async=false" ),
       probed(),
-      begun( jobRemovedMonitor ),
-      sent( words, 1 ),
-      unluckyWait( "43" ),
-      sent( words, 2 ),
-      unluckyWait( "44" ),
-      ended( jobRemovedMonitor ),
+      sent( "GetUnit foo.service", 1 ),
+      begun( unitReloadingMonitor ),
+      steps,
+      ended( unitReloadingMonitor ),
    } );
 }
 
 const std::string managerObject = "/org/freedesktop/systemd1, org.freedesktop.systemd1.Manager";
-const std::string fooObject = std::string( fooPath ) + ", org.freedesktop.systemd1.Unit";
 
 const Steps messageDropped{ { "sd_bus_message_unref( message1 )" } };
 
@@ -135,228 +160,179 @@ Steps messageRead( const char* type, const std::string& exception ) {
    } );
 }
 
+// Deliberately, the connection of a client that cannot be made stays open.
+Operation sdbusFactory() {
+   const std::string entityGone = "slabFree( Sodrel::Sdbus )";
+   return {
+      "sdbusFactory",
+      []( Sdbus& ) { return shown( static_cast< bool >( Sodrel::sdbusFactory() ) ); },
+      "true",
+      join( {
+         traced( "handleInitialized", "Initialize sd-bus" ),
+         traced( "managerPropertyS", "Get SystemState manager property with sd-bus" ),
+         {
+            { "sd_bus_get_property_string( null, org.freedesktop.systemd1, " + managerObject +
+                 ", SystemState, null, value )",
+              Failing::ignored, noBus },
+            { "sd_bus_open_system( bus )", Failing::reported, noBus, { entityGone } },
+         },
+         stringRead(
+            managerObject, "SystemState",
+            "managerPropertyS, manager property SystemState read failed", "bus2", { entityGone } ),
+         {
+            { "Sodrel/9 handleInitialized: SystemState running" },
+            { "Sodrel/8 handleDeleted: Deinitialize sd-bus" },
+            { "sd_bus_flush_close_unref( bus2 )" },
+            { entityGone },
+         },
+      } ),
+   };
+}
+
+Operation managerPropertyB() {
+   return {
+      "managerPropertyB",
+      []( Sdbus& client ) { return shown( client.managerPropertyB( confirmSpawn ) ); },
+      "true",
+      join( {
+         traced( "managerPropertyB", "Get ConfirmSpawn manager property with sd-bus" ),
+         probed(),
+         {
+            { "sd_bus_get_property( bus1, org.freedesktop.systemd1, " + managerObject +
+                 ", ConfirmSpawn, error, reply, b )",
+              Failing::reported,
+              "Sodrel::SdbusCallException: "
+              "Sdbus::managerPropertyB, manager property ConfirmSpawn read failed{message}",
+              { "sd_bus_error_free( {error} )" } },
+            { "sd_bus_error_free( empty )" },
+         },
+         messageRead(
+            "b", "Sdbus::managerPropertyB, message handling failed for property ConfirmSpawn" ),
+      } ),
+   };
+}
+
 std::vector< Operation > makeOperations() {
    const Steps aReloadRead = signalRead( daemonReloadingMonitor );
    return {
-      // Deliberately, the connection of a client that cannot be made stays open.
-      { "sdbusFactory", "made",
-        []( Sdbus& ) { return Tessel::String( Sodrel::sdbusFactory() ? "made" : "null" ); },
-        join( {
-           traced( "handleInitialized", "Initialize sd-bus" ),
-           traced( "managerPropertyS", "Get SystemState manager property with sd-bus" ),
-           {
-              { "sd_bus_get_property_string( null, org.freedesktop.systemd1, " + managerObject +
-                   ", SystemState, null, value )",
-                Failing::ignored, noBus },
-              { "sd_bus_open_system( bus )",
-                Failing::reported,
-                noBus,
-                { "slabFree( Sodrel::Sdbus )" } },
-           },
-           stringRead(
-              managerObject, "SystemState",
-              "managerPropertyS, manager property SystemState read failed", "bus2",
-              { "slabFree( Sodrel::Sdbus )" } ),
-           {
-              { "Sodrel/9 handleInitialized: SystemState running" },
-              { "Sodrel/8 handleDeleted: Deinitialize sd-bus" },
-              { "sd_bus_flush_close_unref( bus2 )" },
-              { "slabFree( Sodrel::Sdbus )" },
-           },
-        } ) },
-      { "sdbus", "true", []( Sdbus& client ) { return shown( client.sdbus() ); }, probed() },
-      { "managerPropertyS", "running",
-        []( Sdbus& client ) { return client.managerPropertyS( version ); },
+      sdbusFactory(),
+      { "sdbus", []( Sdbus& client ) { return shown( client.sdbus() != nullptr ); }, "true",
+        probed() },
+      managerPropertyB(),
+      { "managerPropertyS", []( Sdbus& client ) { return client.managerPropertyS( version ); },
+        "running",
         join( {
            traced( "managerPropertyS", "Get Version manager property with sd-bus" ),
            probed(),
            stringRead(
               managerObject, "Version", "managerPropertyS, manager property Version read failed" ),
         } ) },
-      { "managerPropertyB", "true",
-        []( Sdbus& client ) { return shown( client.managerPropertyB( confirmSpawn ) ); },
-        join( {
-           traced( "managerPropertyB", "Get ConfirmSpawn manager property with sd-bus" ),
-           probed(),
-           {
-              { "sd_bus_get_property( bus1, org.freedesktop.systemd1, " + managerObject +
-                   ", ConfirmSpawn, error, reply, b )",
-                Failing::reported,
-                "Sodrel::SdbusCallException: "
-                "Sdbus::managerPropertyB, manager property ConfirmSpawn read failed{message}",
-                { "sd_bus_error_free( {error} )" } },
-              { "sd_bus_error_free( empty )" },
-           },
-           messageRead(
-              "b", "Sdbus::managerPropertyB, message handling failed for property ConfirmSpawn" ),
-        } ) },
       // The trace names the property before the unit.
-      { "unitPropertyS", "running",
-        []( Sdbus& client ) { return client.unitPropertyS( foo, activeStateName ); },
+      { "unitPropertyS",
+        []( Sdbus& client ) { return client.unitPropertyS( foo, activeStateName ); }, "running",
         join( {
            traced( "unitPropertyS", "Get ActiveState property of foo.service with sd-bus" ),
            sent( "GetUnit foo.service" ),
            probed(),
            stringRead(
-              fooObject, "ActiveState",
+              std::string( fooPath ) + ", org.freedesktop.systemd1.Unit", "ActiveState",
               "unitPropertyS, read failed for property ActiveState of foo.service" ),
         } ) },
 
-      { "asyncManagerCall", "returned",
-        []( Sdbus& client ) {
-           client.asyncManagerCall( reload );
-           return Tessel::String( "returned" );
-        },
-        sent( "Reload" ) },
-      { "asyncManagerCallSO", fooPath,
-        []( Sdbus& client ) { return client.asyncManagerCallSO( getUnit, foo ); },
-        sent( "GetUnit foo.service" ) },
-      { "asyncManagerCallSsO", jobPath,
-        []( Sdbus& client ) { return client.asyncManagerCallSsO( startUnit, foo, replace ); },
-        sent( "StartUnit foo.service replace" ) },
+      asyncManagerCall( "Reload", "returned" ),
+      asyncManagerCall( "GetUnit foo.service", fooPath ),
+      asyncManagerCall( "StartUnit foo.service replace", jobPath ),
 
-      { "managerCallAsynchronous", "returned",
-        []( Sdbus& client ) {
-           client.managerCall( subscribe, true );
-           return Tessel::String( "returned" );
-        },
-        join( { called( "managerCall", "Subscribe, async=true" ), sent( "Subscribe" ) } ) },
-      { "managerCall", "returned",
-        []( Sdbus& client ) {
-           client.managerCall( reload, false );
-           return Tessel::String( "returned" );
-        },
-        join( {
-           called( "managerCall", "Reload, async=false" ),
-           probed(),
-           begun( daemonReloadingMonitor ),
-           sent( "Reload" ),
-           waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ),
-           ended( daemonReloadingMonitor ),
-        } ),
-        managerReloads },
-      { "managerCallRepeated", "returned",
-        []( Sdbus& client ) {
-           client.managerCall( reload, false );
-           return Tessel::String( "returned" );
-        },
-        join( {
-           called( "managerCall", "Reload, async=false" ),
-           probed(),
-           begun( daemonReloadingMonitor ),
-           sent( "Reload", 1 ),
-           waited( daemonReloadingMonitor, { aReloadRead } ),
-           sent( "Reload", 2 ),
-           waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ),
-           ended( daemonReloadingMonitor ),
-        } ),
-        managerReloadsAgain },
-      { "managerCallRefused",
-        "Sodrel::SdbusSyncException: "
-        "Sdbus::managerCall, method Subscribe doesn't support sync operations",
-        []( Sdbus& client ) {
-           client.managerCall( subscribe, false );
-           return Tessel::String( "returned" );
-        },
-        join( { called( "managerCall", "Subscribe, async=false" ), probed() } ) },
+      managerCall( "Asynchronous", "Subscribe", true, "returned", sent( "Subscribe" ) ),
+      managerCall(
+         "", "Reload", false, "returned",
+         awaited(
+            daemonReloadingMonitor,
+            join( { sent( "Reload" ),
+                    waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ) } ) ),
+         managerReloads ),
+      managerCall(
+         "Repeated", "Reload", false, "returned",
+         awaited(
+            daemonReloadingMonitor,
+            join( { sent( "Reload", 1 ), waited( daemonReloadingMonitor, { aReloadRead } ),
+                    sent( "Reload", 2 ),
+                    waited( daemonReloadingMonitor, { aReloadRead, aReloadRead } ) } ) ),
+         managerReloadsAgain ),
+      managerCall(
+         "Refused", "Subscribe", false,
+         "Sodrel::SdbusSyncException: "
+         "Sdbus::managerCall, method Subscribe doesn't support sync operations",
+         probed() ),
 
-      { "managerCallSOAsynchronous", fooPath,
-        []( Sdbus& client ) { return client.managerCallSO( getUnit, foo, true ); },
-        join( {
-           called( "managerCallSO", "GetUnit foo.service, async=true" ),
-           sent( "GetUnit foo.service" ),
-        } ) },
-      { "managerCallSO", jobPath,
-        []( Sdbus& client ) { return client.managerCallSO( reloadUnit, foo, false ); },
-        jobAwaited( "managerCallSO", "ReloadUnit foo.service" ), jobIsDone },
-      { "managerCallSORepeated", "/org/freedesktop/systemd1/job/44",
-        []( Sdbus& client ) { return client.managerCallSO( frob, foo, false ); },
-        jobAwaitedAgain( "managerCallSO", "Frob foo.service" ), secondWaitSucceeds },
+      managerCall(
+         "Asynchronous", "GetUnit foo.service", true, fooPath, sent( "GetUnit foo.service" ) ),
+      managerCall(
+         "", "ReloadUnit foo.service", false, jobPath, jobAwaited( "ReloadUnit foo.service" ),
+         jobIsDone ),
+      managerCall(
+         "Repeated", "Frob foo.service", false, "/org/freedesktop/systemd1/job/44",
+         awaited( jobRemovedMonitor, sentTwice( "Frob foo.service", 1 ) ), secondWaitSucceeds ),
       // There is no job to wait for.
-      { "managerCallSOOfAUnit", fooPath,
-        []( Sdbus& client ) { return client.managerCallSO( getUnit, foo, false ); },
-        join( {
-           called( "managerCallSO", "GetUnit foo.service, async=false" ),
-           probed(),
-           begun( jobRemovedMonitor ),
-           sent( "GetUnit foo.service" ),
-           { { std::string( "SignalMonitor/8 wait: Wait for JobRemoved signal of " ) + fooPath } },
-           ended( jobRemovedMonitor ),
-        } ) },
+      managerCall(
+         "OfAUnit", "GetUnit foo.service", false, fooPath,
+         awaited(
+            jobRemovedMonitor,
+            join( { sent( "GetUnit foo.service" ),
+                    { { std::string( "SignalMonitor/8 wait: Wait for JobRemoved signal of " ) +
+                        fooPath } } } ) ) ),
 
-      { "managerCallSsOAsynchronous", jobPath,
-        []( Sdbus& client ) {
-           return client.managerCallSsO( reloadOrTryRestartUnit, foo, replace, true );
-        },
-        join( {
-           called( "managerCallSsO", "ReloadOrTryRestartUnit foo.service replace, async=true" ),
-           sent( "ReloadOrTryRestartUnit foo.service replace" ),
-        } ) },
-      { "managerCallSsO", jobPath,
-        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
-        jobAwaited( "managerCallSsO", "StartUnit foo.service replace" ), jobIsDone },
-      { "managerCallSsOOfAJobThatFails",
-        "Sodrel::SdbusJobException: "
-        "JobRemovedMonitor::wait, job /org/freedesktop/systemd1/job/42 result: failed",
-        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
-        jobAwaited( "managerCallSsO", "StartUnit foo.service replace" ), jobFails },
-      { "managerCallSsORepeated", "/org/freedesktop/systemd1/job/44",
-        []( Sdbus& client ) { return client.managerCallSsO( startUnit, foo, replace, false ); },
-        jobAwaitedAgain( "managerCallSsO", "StartUnit foo.service replace" ), secondWaitSucceeds },
-      { "managerCallSsOReloadingAUnit", jobPath,
-        []( Sdbus& client ) { return client.managerCallSsO( reloadUnit, foo, replace, false ); },
-        join( {
-           called( "managerCallSsO", "ReloadUnit foo.service replace, async=false" ),
-           probed(),
-           sent( "GetUnit foo.service", 1 ),
-           begun( unitReloadingMonitor ),
-           sent( "ReloadUnit foo.service replace", 2 ),
-           waited(
-              unitReloadingMonitor,
-              { changeRead( { "ActiveState" } ), changeRead( { "SubState", "ActiveState" } ) } ),
-           ended( unitReloadingMonitor ),
-        } ),
-        unitReloads },
+      managerCall(
+         "Asynchronous", "ReloadOrTryRestartUnit foo.service replace", true, jobPath,
+         sent( "ReloadOrTryRestartUnit foo.service replace" ) ),
+      managerCall(
+         "", "StartUnit foo.service replace", false, jobPath,
+         jobAwaited( "StartUnit foo.service replace" ), jobIsDone ),
+      managerCall(
+         "OfAJobThatFails", "StartUnit foo.service replace", false,
+         "Sodrel::SdbusJobException: "
+         "JobRemovedMonitor::wait, job /org/freedesktop/systemd1/job/42 result: failed",
+         jobAwaited( "StartUnit foo.service replace" ), jobFails ),
+      managerCall(
+         "Repeated", "StartUnit foo.service replace", false, "/org/freedesktop/systemd1/job/44",
+         awaited( jobRemovedMonitor, sentTwice( "StartUnit foo.service replace", 1 ) ),
+         secondWaitSucceeds ),
+      managerCall(
+         "ReloadingAUnit", "ReloadUnit foo.service replace", false, jobPath,
+         unitAwaited( join(
+            { sent( "ReloadUnit foo.service replace", 2 ),
+              waited(
+                 unitReloadingMonitor, { changeRead( { "ActiveState" } ),
+                                         changeRead( { "SubState", "ActiveState" } ) } ) } ) ),
+         unitReloads ),
       // The unit is asked for once only.
-      { "managerCallSsOReloadingAUnitRepeated", "/org/freedesktop/systemd1/job/44",
-        []( Sdbus& client ) {
-           return client.managerCallSsO( reloadOrRestartUnit, foo, replace, false );
-        },
-        join( {
-           called( "managerCallSsO", "ReloadOrRestartUnit foo.service replace, async=false" ),
-           probed(),
-           sent( "GetUnit foo.service", 1 ),
-           begun( unitReloadingMonitor ),
-           sent( "ReloadOrRestartUnit foo.service replace", 2 ),
-           unluckyWait( "43" ),
-           sent( "ReloadOrRestartUnit foo.service replace", 3 ),
-           unluckyWait( "44" ),
-           ended( unitReloadingMonitor ),
-        } ),
-        secondReloadSucceeds },
-      { "managerCallSsORefused",
-        "Sodrel::SdbusSyncException: Sdbus::managerCallSsO, method ReloadOrTryRestartUnit "
-        "doesn't support sync operations",
-        []( Sdbus& client ) {
-           return client.managerCallSsO( reloadOrTryRestartUnit, foo, replace, false );
-        },
-        join( {
-           called( "managerCallSsO", "ReloadOrTryRestartUnit foo.service replace, async=false" ),
-           probed(),
-        } ) },
+      managerCall(
+         "ReloadingAUnitRepeated", "ReloadOrRestartUnit foo.service replace", false,
+         "/org/freedesktop/systemd1/job/44",
+         unitAwaited( sentTwice( "ReloadOrRestartUnit foo.service replace", 2 ) ),
+         secondWaitForTheUnitSucceeds ),
+      managerCall(
+         "Refused", "ReloadOrTryRestartUnit foo.service replace", false,
+         "Sodrel::SdbusSyncException: Sdbus::managerCallSsO, method ReloadOrTryRestartUnit "
+         "doesn't support sync operations",
+         probed() ),
 
-      { "handleSdbusMessage", "returned",
+      { "handleSdbusMessage",
         []( Sdbus& client ) {
-           client.handleSdbusMessage( booleanReply() );
+           client.handleSdbusMessage( newReply( [] { return b( true ); } ) );
            return Tessel::String( "returned" );
         },
-        messageDropped },
-      { "handleSdbusMessageO", fooPath,
-        []( Sdbus& client ) { return client.handleSdbusMessageO( pathReply(), text ); },
-        messageRead( "o", "What the caller did" ) },
-      { "handleSdbusMessageB", "true",
-        []( Sdbus& client ) { return shown( client.handleSdbusMessageB( booleanReply(), text ) ); },
-        messageRead( "b", "What the caller did" ) },
+        "returned", messageDropped },
+      { "handleSdbusMessageO",
+        []( Sdbus& client ) {
+           return client.handleSdbusMessageO( newReply( [] { return o( fooPath ); } ), text );
+        },
+        fooPath, messageRead( "o", "What the caller did" ) },
+      { "handleSdbusMessageB",
+        []( Sdbus& client ) {
+           return shown( client.handleSdbusMessageB( newReply( [] { return b( true ); } ), text ) );
+        },
+        "true", messageRead( "b", "What the caller did" ) },
    };
 }
 

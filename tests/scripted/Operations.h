@@ -3,16 +3,19 @@
 
 #include <scripted/Steps.h>
 
+#include <functional>
 #include <ostream>
+#include <string>
 #include <vector>
 
 namespace SodrelTest {
 
 struct Operation {
-   const char* name;
+   std::string name;
+   // Allocates nothing itself.
+   std::function< Tessel::String( Sdbus& client ) > run;
    // What it returns, as a text, or throws.
    std::string result;
-   Tessel::String ( *run )( Sdbus& client );
    Steps steps;
    // Scripts what systemd does.
    void ( *prepare )() = nullptr;

@@ -1,6 +1,7 @@
 // The parts that golden sequences are made of.
 #include <scripted/Steps.h>
 
+#include <iterator>
 #include <sstream>
 
 namespace SodrelTest {
@@ -89,15 +90,20 @@ Steps stringRead(
    };
 }
 
-Steps sent( const std::string& words, int reply ) {
+std::vector< Tessel::String > split( const std::string& words ) {
    std::istringstream stream( words );
-   std::string method;
-   stream >> method;
+   const std::istream_iterator< std::string > begin( stream );
+   return { begin, std::istream_iterator< std::string >() };
+}
+
+Steps sent( const std::string& words, int reply ) {
+   const std::vector< Tessel::String > given = split( words );
+   const std::string method = given[0].data();
    std::string types;
    std::string arguments;
-   for( std::string argument; stream >> argument; ) {
+   for( std::size_t i = 1; i < given.size(); ++i ) {
       types += 's';
-      arguments += ", " + argument;
+      arguments += std::string( ", " ) + given[i].data();
    }
    const std::string operation = std::string( "asyncManagerCall" ) + ( types.empty()  ? ""
                                                                        : types == "s" ? "SO"

@@ -29,6 +29,8 @@ struct Step {
 using Steps = std::vector< Step >;
 
 Steps join( std::initializer_list< Steps > parts );
+// The words of a call: the method, and its strings.
+std::vector< Tessel::String > split( const std::string& words );
 // Their lines, joined by line ends.
 std::string logOf( const Steps& steps );
 

@@ -1,8 +1,7 @@
-// The type data of the library's entities and the order of their virtual operations.
+// The type data of the library's entities.
 #include <scripted/Monitors.h>
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -14,33 +13,17 @@ using Tessel::MemberDesc;
 using Tessel::ModuleInspectData;
 using Tessel::TypeDesc;
 using Tessel::TypeRef;
-using Tessel::ValueType;
 
 const ModuleInspectData& sodrelModule = _Sodrel_c4788d5e_orlModule;
 const ModuleInspectData& monitorModule = _SignalMonitor_178310f1_orlModule;
 
-std::string typeText( ValueType type ) {
-   switch( type ) {
-   case ValueType::none:
-      return "void";
-   case ValueType::boolean:
-      return "bool";
-   case ValueType::u32:
-      return "u32";
-   case ValueType::s32:
-      return "s32";
-   case ValueType::duration:
-      return "duration";
-   case ValueType::string:
-      return "string";
-   case ValueType::optionalString:
-      return "optional string";
-   case ValueType::voidPtr:
-      return "pointer";
-   case ValueType::entity:
-      return "entity";
-   }
-   return "?";
+// In the order of ValueType.
+constexpr const char* typeTexts[] = {
+   "void", "bool", "u32", "s32", "duration", "string", "optional string", "pointer", "entity",
+};
+
+std::string typeText( Tessel::ValueType type ) {
+   return typeTexts[static_cast< std::size_t >( type )];
 }
 
 std::string nameOf( TypeRef type ) {
@@ -67,8 +50,8 @@ std::string declaration( const ModuleInspectData& module, std::uint32_t index ) 
    for( const MemberDesc& member : module.members.subspan( type.firstMember, type.memberCount ) ) {
       text += '\n';
       text += std::to_string( member.id ) + " ";
-      text += member.type == ValueType::entity ? nameOf( module.typeRefs[member.typeRef] )
-                                               : typeText( member.type );
+      text += member.type == Tessel::ValueType::entity ? nameOf( module.typeRefs[member.typeRef] )
+                                                       : typeText( member.type );
       text += ' ';
       text += member.name;
       if( member.kind == Tessel::MemberKind::operation ) {
@@ -88,7 +71,6 @@ std::string joined( std::span< const std::string_view > names ) {
 }
 
 using TheTypeData = BusTest;
-using TheVirtualTables = BusTest;
 
 TEST_F( TheTypeData, describesTheClient ) {
    EXPECT_EQ( sodrelModule.word, 0x00010001U );
@@ -202,53 +184,6 @@ TEST_F( TheTypeData, isGivenByEachEntity ) {
       EXPECT_EQ( kind.dataIs( *monitor )->typeData(), ( TypeRef{ &monitorModule, index++ } ) );
       EXPECT_EQ( monitor->typeData(), ( TypeRef{ &monitorModule, index++ } ) );
    }
-}
-
-// The offset of a virtual operation in the table, as the Itanium ABI writes it into a pointer to
-// member.
-template< typename Operation >
-std::size_t slotOf( Operation operation ) {
-   std::uintptr_t offset = 0;
-   std::memcpy( &offset, &operation, sizeof offset );
-   return ( offset - 1 ) / sizeof( void* );
-}
-
-TEST_F( TheVirtualTables, haveTheirOperationsInTheFixedOrder ) {
-   EXPECT_EQ( slotOf( &Tessel::Node::lastUserGone ), 2U );
-   EXPECT_EQ( slotOf( &Tessel::Node::publisher ), 3U );
-   EXPECT_EQ( slotOf( &Tessel::Node::typeData ), 4U );
-   EXPECT_EQ( slotOf( &Sdbus::typeData ), 4U );
-   EXPECT_EQ( slotOf( &SignalMonitor::typeData ), 4U );
-   EXPECT_EQ( slotOf( &SignalMonitor::wait ), 5U );
-   EXPECT_EQ( slotOf( &UnitReloadingMonitor::wait ), 5U );
-   EXPECT_EQ( slotOf( &Tessel::Exception::what ), 2U );
-   EXPECT_EQ( slotOf( &Tessel::Exception::name ), 3U );
-   EXPECT_EQ( slotOf( &Sodrel::SdbusJobException::name ), 3U );
-}
-
-// Calls what stands in a slot of an entity's virtual table.
-template< typename Result, typename... Args >
-#ifdef __clang__
-__attribute__( ( no_sanitize( "function" ) ) )
-#endif
-Result
-callSlot( Tessel::Node* entity, std::size_t slot, Args... args ) {
-   void** table = nullptr;
-   std::memcpy( &table, static_cast< void* >( entity ), sizeof table );
-   return reinterpret_cast< Result ( * )( Tessel::Node*, Args... ) >( table[slot] )(
-      entity, args... );
-}
-
-TEST_F( TheVirtualTables, answerInTheirSlots ) {
-   auto monitor = jobRemovedMonitor.make( bus );
-   EXPECT_EQ( callSlot< Tessel::Node* >( monitor.get(), 3 ), nullptr );
-   EXPECT_EQ( callSlot< TypeRef >( monitor.get(), 4 ), ( TypeRef{ &monitorModule, 2 } ) );
-   const Orl::Optional< Tessel::String > unit( fooPath );
-   EXPECT_TRUE( callSlot< bool >( monitor.get(), 5, &unit ) );
-   // The deleting destructor, as the last user's going calls it.
-   callSlot< void >( monitor.release(), 1 );
-   EXPECT_EQ( livingEntities(), "" );
-   EXPECT_EQ( script.alive(), "bus1" );
 }
 
 // A monitor as a caller may write one, without type data.

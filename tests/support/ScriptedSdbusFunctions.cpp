@@ -79,7 +79,7 @@ extern "C" {
 
 int sd_bus_open_system( sd_bus** bus ) {
    const NotLibrary notLibrary;
-   const Answer answer = called( __func__, {}, Out( bus, "bus" ) );
+   const Answer answer = called( __func__, {}, Out{ bus, "bus" } );
    if( answer.result >= 0 ) {
       *bus = scriptedSdbus().newBus();
    }
@@ -99,7 +99,7 @@ int sd_bus_get_property_string(
    const NotLibrary notLibrary;
    const Answer answer = called(
       error ? __func__ : "probe", onBus( bus, SodrelTest::gives( "running" ) ), bus, destination,
-      path, interface, member, Out( error, "error" ), Out( value, "value" ) );
+      path, interface, member, Out{ error, "error" }, Out{ value, "value" } );
    scriptedSdbus().errorIs( error, answer );
    if( answer.result >= 0 && answer.text ) {
       *value = scriptedSdbus().newText( *answer.text );
@@ -113,7 +113,7 @@ int sd_bus_get_property(
    const NotLibrary notLibrary;
    const Answer answer = called(
       __func__, onBus( bus, SodrelTest::replies( SodrelTest::b( true ) ) ), bus, destination, path,
-      interface, member, Out( error, "error" ), Out( reply, "reply" ), type );
+      interface, member, Out{ error, "error" }, Out{ reply, "reply" }, type );
    return replied( answer, error, reply );
 }
 
@@ -133,7 +133,7 @@ int sd_bus_call_method(
       SodrelTest::o( getsUnit ? SodrelTest::fooPath : SodrelTest::jobPath );
    const Answer answer = called(
       __func__, onBus( bus, SodrelTest::replies( object ) ), bus, destination, path, interface,
-      member, Out( error, "error" ), Out( reply, "reply" ), values );
+      member, Out{ error, "error" }, Out{ reply, "reply" }, values );
    return replied( answer, error, reply );
 }
 
@@ -188,7 +188,7 @@ int sd_bus_message_skip( sd_bus_message* message, const char* type ) {
 
 int sd_bus_error_set( sd_bus_error* error, const char* name, const char* message ) {
    const NotLibrary notLibrary;
-   log( __func__, Out( error, "error" ), name, message );
+   log( __func__, Out{ error, "error" }, name, message );
    scriptedSdbus().errorIs( error, { .errorName = name, .errorMessage = message } );
    return -EIO;
 }
@@ -210,8 +210,8 @@ int sd_bus_match_signal(
    const char* member, sd_bus_message_handler_t callback, void* userdata ) {
    const NotLibrary notLibrary;
    const Answer answer = called(
-      __func__, onBus( bus, {} ), bus, Out( slot, "slot" ), sender, path, interface, member,
-      callback ? "callback" : "null", Out( userdata, "userdata" ) );
+      __func__, onBus( bus, {} ), bus, Out{ slot, "slot" }, sender, path, interface, member,
+      callback ? "callback" : "null", Out{ userdata, "userdata" } );
    if( answer.result >= 0 ) {
       *slot = scriptedSdbus().newSlot( { {}, bus, path, interface, member, callback, userdata } );
    }
@@ -228,7 +228,7 @@ sd_bus_slot* sd_bus_slot_unref( sd_bus_slot* slot ) {
 int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
    const NotLibrary notLibrary;
    const Answer answer =
-      called( __func__, onBus( bus, {}, -ECONNRESET ), bus, Out( message, "message" ) );
+      called( __func__, onBus( bus, {}, -ECONNRESET ), bus, Out{ message, "message" } );
    for( const SodrelTest::Signal& signal : answer.signals ) {
       scriptedSdbus().dispatch( bus, signal );
    }
