@@ -211,6 +211,13 @@ TEST_F( TheReplyOperations, freeTheErrorOfACallAndThrowItsMessageIfTheCallFailed
    }
 }
 
+TEST_F( TheReplyOperations, takeANullErrorAsOneWithoutAMessage ) {
+   EXPECT_EQ(
+      thrownBy( [&] { client->handleSdbusCall( -EIO, nullptr, "What the caller did" ); } ),
+      "Sodrel::SdbusCallException: What the caller did" );
+   EXPECT_EQ( thrownBy( [&] { client->handleSdbusCall( 0, nullptr, "" ); } ), "nothing" );
+}
+
 TEST_F( TheReplyOperations, copyAPathBeforeTheyDropTheReply ) {
    const std::string path( 100, 'x' );
    EXPECT_EQ( client->handleSdbusMessageO( script.newReply( o( path ) ), "" ), path.c_str() );

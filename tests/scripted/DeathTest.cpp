@@ -1,6 +1,5 @@
 // The assertions that end the process.
 #include <scripted/Monitors.h>
-#include <scripted/Unlucky.h>
 
 #include <csignal>
 #include <cstdio>

@@ -1,6 +1,8 @@
 // The library's exceptions: their classes, how they are caught, and their texts.
 #include <Sodrel/Exceptions.h>
 
+#include <platform/value/TypeName.h>
+
 #include <gtest/gtest.h>
 #include <string>
 #include <type_traits>
@@ -19,29 +21,15 @@ using Derived = testing::Types<
    SdbusJobException >;
 TYPED_TEST_SUITE( EachException, Derived );
 
-// Which of the handlers, in this order, takes an exception.
-template< typename T >
-std::string handlerOf() {
-   try {
-      throw T( "text" );
-   } catch( const NoSdbusException& ) {
-      return "Sodrel::NoSdbusException";
-   } catch( const SdbusCallException& ) {
-      return "Sodrel::SdbusCallException";
-   } catch( const SdbusMessageException& ) {
-      return "Sodrel::SdbusMessageException";
-   } catch( const SdbusSyncException& ) {
-      return "Sodrel::SdbusSyncException";
-   } catch( const SdbusJobException& ) {
-      return "Sodrel::SdbusJobException";
-   } catch( const Sodrel::Exception& ) {
-      return "Sodrel::Exception";
-   }
+// As how many of these a `T` is caught.
+template< typename T, typename... Others >
+constexpr int caughtAs( testing::Types< Others... > ) {
+   return ( 0 + ... + ( std::is_base_of_v< Others, T > ? 1 : 0 ) );
 }
 
 TYPED_TEST( EachException, isCaughtByItsOwnClassAndItsBases ) {
-   EXPECT_EQ( TypeParam( "text" ).name(), handlerOf< TypeParam >() );
-   EXPECT_NE( handlerOf< TypeParam >(), "Sodrel::Exception" );
+   EXPECT_EQ( caughtAs< TypeParam >( Derived() ), 1 );
+   EXPECT_EQ( TypeParam( "text" ).name(), Tessel::typeName( typeid( TypeParam ) ) );
    EXPECT_THROW( throw TypeParam( "text" ), Sodrel::Exception );
    EXPECT_THROW( throw TypeParam( "text" ), Tessel::Exception );
    EXPECT_THROW( throw TypeParam( "text" ), std::exception );
@@ -66,7 +54,7 @@ TYPED_TEST( EachException, addsNothingToTheBase ) {
 }
 
 TEST( TheLibrarysException, isNoneOfTheFive ) {
-   EXPECT_EQ( handlerOf< Sodrel::Exception >(), "Sodrel::Exception" );
+   EXPECT_EQ( caughtAs< Sodrel::Exception >( Derived() ), 0 );
    EXPECT_EQ( Sodrel::Exception( "text" ).name(), "Sodrel::Exception" );
    EXPECT_THROW( throw Sodrel::Exception( "text" ), Tessel::Exception );
    EXPECT_STREQ( Sodrel::Exception( nullptr ).what(), "" );

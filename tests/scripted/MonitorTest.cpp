@@ -35,9 +35,7 @@ class EachMonitor : public MonitorTest, public testing::WithParamInterface< Moni
 TEST_P( EachMonitor, startsWithTheOnlyUseADefaultLimitAndANewRecord ) {
    EXPECT_EQ( monitor->useCount(), 1U );
    EXPECT_TRUE( monitor->nodeFlag( 0x20000000 ) );
-   Tessel::Interval limit;
-   EXPECT_EQ( Tessel::memberOf( *monitor, "syncTimeout" ).read( *monitor, &limit ), 0 );
-   EXPECT_EQ( limit.nanoseconds(), 600'000'000'000U );
+   EXPECT_EQ( fieldOf( *monitor, "syncTimeout" ), "600000000000" );
    EXPECT_EQ( fieldsOf( *GetParam().dataIs( *monitor ) ), GetParam().newRecord );
 }
 

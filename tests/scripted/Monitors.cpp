@@ -1,9 +1,23 @@
 // The table of the three monitors, and their signals.
 #include <scripted/Monitors.h>
 
+#include <type_traits>
+
 namespace SodrelTest {
 
 namespace {
+
+// The table's functions.
+template< typename T >
+Tessel::Ptr< SignalMonitor > make( sd_bus* bus ) {
+   if constexpr( std::is_same_v< T, JobRemovedMonitor > ) {
+      return Sodrel::jobRemovedMonitorFactory( bus );
+   } else if constexpr( std::is_same_v< T, DaemonReloadingMonitor > ) {
+      return Sodrel::daemonReloadingMonitorFactory( bus );
+   } else {
+      return Sodrel::unitReloadingMonitorFactory( bus, fooPath );
+   }
+}
 
 template< typename T >
 Tessel::Ptr< Tessel::Node > dataIs( SignalMonitor& monitor ) {
@@ -26,9 +40,7 @@ const Monitor jobRemovedMonitor{
    "",
    jobPath,
    "callbackFailed=false jobId=0 result=",
-   []( sd_bus* bus ) -> Tessel::Ptr< SignalMonitor > {
-      return Sodrel::jobRemovedMonitorFactory( bus );
-   },
+   make< JobRemovedMonitor >,
    dataIs< JobRemovedMonitor >,
    dataDel< JobRemovedMonitor >,
 };
@@ -42,9 +54,7 @@ const Monitor daemonReloadingMonitor{
    "",
    nullptr,
    "callbackFailed=false started=false finished=false",
-   []( sd_bus* bus ) -> Tessel::Ptr< SignalMonitor > {
-      return Sodrel::daemonReloadingMonitorFactory( bus );
-   },
+   make< DaemonReloadingMonitor >,
    dataIs< DaemonReloadingMonitor >,
    dataDel< DaemonReloadingMonitor >,
 };
@@ -58,9 +68,7 @@ const Monitor unitReloadingMonitor{
    " for /org/freedesktop/systemd1/unit/foo_2eservice",
    nullptr,
    "callbackFailed=false started=false finished=false failed=false",
-   []( sd_bus* bus ) -> Tessel::Ptr< SignalMonitor > {
-      return Sodrel::unitReloadingMonitorFactory( bus, fooPath );
-   },
+   make< UnitReloadingMonitor >,
    dataIs< UnitReloadingMonitor >,
    dataDel< UnitReloadingMonitor >,
 };
@@ -80,12 +88,15 @@ std::string Monitor::waitFailed( const std::string& phrase ) const {
 }
 
 std::string Monitor::timeout() const {
-   return waitFailed( "600.000000 timeout" ) + ( object ? " for " + std::string( object ) : "" );
+   return waitFailed( "600.000000 timeout" + forObject() );
 }
 
 std::string Monitor::callbackFailed() const {
-   return waitFailed( "callback handling failed" ) +
-          ( object ? " for " + std::string( object ) : "" );
+   return waitFailed( "callback handling failed" + forObject() );
+}
+
+std::string Monitor::forObject() const {
+   return object ? std::string( " for " ) + object : "";
 }
 
 Signal signalOf( const Monitor& monitor, Content content ) {

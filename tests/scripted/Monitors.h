@@ -30,6 +30,7 @@ struct Monitor {
    [[nodiscard]] std::string waitFailed( const std::string& phrase ) const;
    [[nodiscard]] std::string timeout() const;
    [[nodiscard]] std::string callbackFailed() const;
+   [[nodiscard]] std::string forObject() const;
 };
 
 inline void PrintTo( const Monitor& monitor, std::ostream* stream ) {

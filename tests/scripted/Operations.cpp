@@ -1,7 +1,6 @@
 // The operations of the library with their golden sequences.
 #include <scripted/Operations.h>
 
-#include <scripted/Unlucky.h>
 #include <support/ScriptedMemory.h>
 
 #include <type_traits>

@@ -30,21 +30,6 @@ T read( Tessel::Node& entity, std::string_view name ) {
    return value;
 }
 
-std::string fieldOf( Tessel::Node& entity, const Tessel::MemberDesc& member ) {
-   switch( member.type ) {
-   case Tessel::ValueType::boolean:
-      return read< bool >( entity, member.name ) ? "true" : "false";
-   case Tessel::ValueType::u32:
-      return std::to_string( read< std::uint32_t >( entity, member.name ) );
-   case Tessel::ValueType::duration:
-      return std::to_string( read< Tessel::Interval >( entity, member.name ).nanoseconds() );
-   case Tessel::ValueType::string:
-      return read< Tessel::String >( entity, member.name ).data();
-   default:
-      return "?";
-   }
-}
-
 } // namespace
 
 std::string thrownBy( const std::function< void() >& action ) {
@@ -69,6 +54,21 @@ std::string livingEntities() {
    return all;
 }
 
+std::string fieldOf( Tessel::Node& entity, std::string_view name ) {
+   switch( Tessel::memberOf( entity, name ).desc().type ) {
+   case Tessel::ValueType::boolean:
+      return read< bool >( entity, name ) ? "true" : "false";
+   case Tessel::ValueType::u32:
+      return std::to_string( read< std::uint32_t >( entity, name ) );
+   case Tessel::ValueType::duration:
+      return std::to_string( read< Tessel::Interval >( entity, name ).nanoseconds() );
+   case Tessel::ValueType::string:
+      return read< Tessel::String >( entity, name ).data();
+   default:
+      return "?";
+   }
+}
+
 std::string fieldsOf( Tessel::Node& entity ) {
    const Tessel::TypeRef type = entity.typeData();
    const Tessel::TypeDesc& desc = type.module->types[type.index];
@@ -76,7 +76,7 @@ std::string fieldsOf( Tessel::Node& entity ) {
    for( const auto& member : type.module->members.subspan( desc.firstMember, desc.memberCount ) ) {
       if( member.kind == Tessel::MemberKind::attribute ) {
          all += all.empty() ? "" : " ";
-         all += std::string( member.name ) + "=" + fieldOf( entity, member );
+         all += std::string( member.name ) + "=" + fieldOf( entity, member.name );
       }
    }
    return all;

@@ -11,6 +11,7 @@
 #include <support/ScriptedSdbus.h>
 #include <support/SystemdNames.h>
 
+#include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -29,12 +30,18 @@ std::string thrownBy( const std::function< void() >& action );
 // Entities of the library that are alive, "" when there are none.
 std::string livingEntities();
 
-// The attributes of an entity by generic access: "name=value name=value".
+// An attribute of an entity by generic access, and all that its type declares: "NAME=VALUE ...".
+std::string fieldOf( Tessel::Node& entity, std::string_view name );
 std::string fieldsOf( Tessel::Node& entity );
 template< typename T >
 void fieldIs( Tessel::Node& entity, const char* name, const T& value ) {
    EXPECT_EQ( Tessel::memberOf( entity, name ).write( entity, &value ), 0 ) << name;
 }
+
+// What the waits to come of monitors of a job or a unit return, which never report failure by
+// themselves. While there are any, the factories of these monitors, which are replaced by name,
+// make monitors that log the object and wait no further.
+extern std::deque< bool > unluckyWaits;
 
 class ScriptedTest : public testing::Test, private Tessel::TraceSink {
  public:

@@ -1,10 +1,5 @@
 // The replaced factories of monitors.
-#include <scripted/Unlucky.h>
-
-#include <Sodrel/SignalMonitor.h>
-
-#include <support/ScriptedLog.h>
-#include <support/ScriptedMemory.h>
+#include <scripted/ScriptedTest.h>
 
 namespace SodrelTest {
 
@@ -26,9 +21,6 @@ class Unlucky : public Monitor {
       return outcome;
    }
 };
-
-using Sodrel::JobRemovedMonitor;
-using Sodrel::UnitReloadingMonitor;
 
 } // namespace
 

@@ -2,7 +2,6 @@
 #include <support/ScriptedClock.h>
 
 #include <support/ScriptedLog.h>
-#include <support/ScriptedMemory.h>
 
 #include <chrono>
 #include <ctime>

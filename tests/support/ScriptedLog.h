@@ -1,14 +1,24 @@
 // What happened in a scripted test, in its order: sd-bus calls, clock readings and traces.
 #pragma once
 
+#include <support/ScriptedMemory.h>
+
 #include <string>
+#include <utility>
 
 namespace SodrelTest {
 
+inline std::string scriptedLog;
+
 // Appends one line to the log.
-void logLine( const std::string& line );
+inline void logLine( const std::string& line ) {
+   const NotLibrary notLibrary;
+   scriptedLog += ( scriptedLog.empty() ? "" : "\n" ) + line;
+}
 
 // The lines so far, joined by line ends; the log is empty afterwards.
-std::string takeLog();
+inline std::string takeLog() {
+   return std::exchange( scriptedLog, {} );
+}
 
 } // namespace SodrelTest

@@ -1,46 +1,31 @@
 // The replaced allocation functions.
 #include <support/ScriptedMemory.h>
 
+#include <cstddef>
 #include <cstdlib>
-#include <functional>
 #include <new>
-#include <unordered_set>
 
 namespace SodrelTest {
 
 namespace {
 
 bool active = false;
+bool library = true; // unless there is a NotLibrary
 std::size_t failingNumber = 0;
 bool failingForEver = false;
 std::size_t allocationCount = 0;
 std::size_t failureCount = 0;
+std::size_t libraryBlockCount = 0;
 std::size_t slabBlockCount = 0;
-int notLibraryDepth = 0;
 
-// Takes its memory from where operator new takes it.
-template< typename T >
-struct Malloc {
-   using value_type = T;
-   Malloc() = default;
-   template< typename U >
-   explicit Malloc( const Malloc< U >& ) {}
-   T* allocate( std::size_t count ) {
-      return static_cast< T* >( std::malloc( count * sizeof( T ) ) );
-   }
-   void deallocate( T* memory, std::size_t ) { std::free( memory ); }
-   friend bool operator==( const Malloc&, const Malloc& ) { return true; }
+// Stands before each block.
+struct alignas( std::max_align_t ) Header {
+   bool library;
 };
-
-using Blocks =
-   std::unordered_set< void*, std::hash< void* >, std::equal_to< void* >, Malloc< void* > >;
-
-// Null until the first LibraryMemory, and never destroyed: memory is freed until the very end.
-Blocks* blocks = nullptr;
 
 // Counts an allocation if it is the library's, and tells whether it must fail.
 bool mustFail() {
-   if( !active || notLibraryDepth > 0 ) {
+   if( !active || !library ) {
       return false;
    }
    ++allocationCount;
@@ -54,18 +39,21 @@ void* allocate( std::size_t size ) noexcept {
    if( mustFail() ) {
       return nullptr;
    }
-   void* const block = std::malloc( size == 0 ? 1 : size );
-   if( active && notLibraryDepth == 0 ) {
-      blocks->insert( block );
+   auto* const header = static_cast< Header* >( std::malloc( sizeof( Header ) + size ) );
+   if( !header ) {
+      return nullptr;
    }
-   return block;
+   header->library = active && library;
+   libraryBlockCount += header->library ? 1 : 0;
+   return header + 1;
 }
 
 void release( void* block ) noexcept {
-   if( blocks ) {
-      blocks->erase( block );
+   if( block ) {
+      Header* const header = static_cast< Header* >( block ) - 1;
+      libraryBlockCount -= header->library ? 1 : 0;
+      std::free( header );
    }
-   std::free( block );
 }
 
 } // namespace
@@ -74,9 +62,6 @@ void ( *onFree )( void* memory ) = nullptr;
 void ( *onSlabFree )( const std::type_info& type ) = nullptr;
 
 LibraryMemory::LibraryMemory( std::size_t failing, bool forEver ) {
-   if( !blocks ) {
-      blocks = new( std::malloc( sizeof( Blocks ) ) ) Blocks;
-   }
    failingNumber = failing;
    failingForEver = forEver;
    allocationCount = 0;
@@ -93,27 +78,19 @@ std::size_t LibraryMemory::failures() const {
 }
 
 std::size_t libraryBlocks() {
-   return blocks ? blocks->size() : 0;
+   return libraryBlockCount;
 }
 
 std::size_t slabBlocks() {
    return slabBlockCount;
 }
 
-NotLibrary::NotLibrary() {
-   ++notLibraryDepth;
+NotLibrary::NotLibrary( bool again ) : before_( library ) {
+   library = again;
 }
 
 NotLibrary::~NotLibrary() {
-   --notLibraryDepth;
-}
-
-LibraryAgain::LibraryAgain() : depth_( notLibraryDepth ) {
-   notLibraryDepth = 0;
-}
-
-LibraryAgain::~LibraryAgain() {
-   notLibraryDepth = depth_;
+   library = before_;
 }
 
 } // namespace SodrelTest

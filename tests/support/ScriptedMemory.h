@@ -26,24 +26,16 @@ std::size_t libraryBlocks();
 std::size_t slabBlocks();
 
 // While one exists, allocations are not the library's: the replaced functions and the tests' own.
+// With `again`, they are: what the replaced functions call back.
 class NotLibrary {
  public:
-   NotLibrary();
+   explicit NotLibrary( bool again = false );
    ~NotLibrary();
    NotLibrary( const NotLibrary& ) = delete;
    NotLibrary& operator=( const NotLibrary& ) = delete;
-};
-
-// While one exists, allocations are the library's again: what the replaced functions call back.
-class LibraryAgain {
- public:
-   LibraryAgain();
-   ~LibraryAgain();
-   LibraryAgain( const LibraryAgain& ) = delete;
-   LibraryAgain& operator=( const LibraryAgain& ) = delete;
 
  private:
-   int depth_;
+   const bool before_;
 };
 
 // Called with whatever is given to free, before it is gone.

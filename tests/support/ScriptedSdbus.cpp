@@ -2,7 +2,6 @@
 #include <support/ScriptedSdbus.h>
 
 #include <support/ScriptedLog.h>
-#include <support/ScriptedMemory.h>
 #include <support/SystemdNames.h>
 
 #include <algorithm>
@@ -217,7 +216,7 @@ void ScriptedSdbus::dispatch( sd_bus* bus, const Signal& signal ) {
       sd_bus_error error = {};
       int result = 0;
       {
-         const LibraryAgain libraryAgain;
+         const NotLibrary libraryAgain( true );
          result = slot->callback( message, slot->userdata, &error );
       }
       errorFreed( &error );

@@ -3,7 +3,6 @@
 
 #include <support/ScriptedClock.h>
 #include <support/ScriptedLog.h>
-#include <support/ScriptedMemory.h>
 #include <support/SystemdNames.h>
 
 #include <cerrno>
