@@ -46,16 +46,6 @@ TEST_F( TheSdbusFactory, createsASeparateEntityWithItsOwnConnectionEachTime ) {
    EXPECT_EQ( script.alive(), "bus1 bus2" );
 }
 
-TEST_F( TheSdbusFactory, leavesTheConnectionOpenWhenTheSystemStateCannotBeRead ) {
-   script.next( "sd_bus_get_property_string", fails( EACCES, "Access denied" ) );
-   EXPECT_EQ(
-      thrownBy( [] { (void)Sodrel::sdbusFactory(); } ),
-      "Sodrel::SdbusCallException: "
-      "Sdbus::managerPropertyS, manager property SystemState read failed: Access denied" );
-   EXPECT_EQ( script.alive(), "bus1 bus2" );
-   leftOpen = "bus2";
-}
-
 TEST_F( TheClient, keepsAConnectionOnWhichSystemdAnswersWhatever ) {
    sd_bus* const first = rawSdbus();
    for( const Answer& answer :

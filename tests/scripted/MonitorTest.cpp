@@ -176,9 +176,7 @@ TEST_F( TheWait, forAJobEndsWithItsResult ) {
                         record( result ) } );
    }
    expect( jobRemovedMonitor, rows );
-}
-
-TEST_F( TheWait, forAJobForgetsWhatCameBeforeIt ) {
+   // What came before it is forgotten.
    expect(
       jobRemovedMonitor,
       { { {}, jobRemovedMonitor.timeout(), "callbackFailed=false jobId=42 result=" } },
@@ -203,15 +201,9 @@ TEST_F( TheWait, forTheManagerEndsWithAFinishAndTellsWhetherItSawAStart ) {
          { { { finish, start } }, timeout, "callbackFailed=false started=true finished=false" },
          { { { start } }, timeout },
       } );
-}
-
-TEST_F( TheWait, forTheManagerForgetsWhatCameBeforeIt ) {
-   const Signal start = reloading( true );
-   const Signal finish = reloading( false );
+   // What came before it is forgotten.
    expect(
-      daemonReloadingMonitor,
-      { { { { finish } }, "false" }, { {}, daemonReloadingMonitor.timeout() } },
-      { start, finish } );
+      daemonReloadingMonitor, { { { { finish } }, "false" }, { {}, timeout } }, { start, finish } );
 }
 
 // The signals of a unit that goes through these states.

@@ -21,14 +21,6 @@ constexpr int errors[] = { EPERM, EIO, ETIMEDOUT, 4095 };
 
 std::size_t faultPoints = 0;
 
-class FaultPoints : public testing::Environment {
- public:
-   void TearDown() override { std::printf( "%zu fault points tried\n", faultPoints ); }
-};
-
-[[maybe_unused]] const auto* const environment =
-   testing::AddGlobalTestEnvironment( new FaultPoints );
-
 // How a call fails.
 struct Fault {
    std::size_t step;
@@ -57,6 +49,8 @@ std::string caused( std::string text, const Fault& fault ) {
 
 class EachOperation : public ScriptedTest, public testing::WithParamInterface< Operation > {
  protected:
+   static void TearDownTestSuite() { std::printf( "%zu fault points tried\n", faultPoints ); }
+
    // Anew, so that all names are those of the golden sequence.
    void restart() {
       client = nullptr;

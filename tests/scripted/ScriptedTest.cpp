@@ -99,7 +99,7 @@ ScriptedTest::~ScriptedTest() {
 }
 
 void ScriptedTest::TearDown() {
-   EXPECT_EQ( script.alive(), leftOpen );
+   EXPECT_EQ( script.alive(), "" );
    EXPECT_EQ( script.leftOver(), "" ) << "answers that no call has taken";
    EXPECT_EQ( livingEntities(), "" );
 }

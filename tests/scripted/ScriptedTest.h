@@ -60,8 +60,6 @@ class ScriptedTest : public testing::Test, private Tessel::TraceSink {
    ScriptedClock clock;
    // Called with each trace.
    std::function< void( const Tessel::TextTrace& trace ) > onTrace;
-   // What must still be there at the end of the test.
-   std::string leftOpen;
 
  private:
    void traceIs( const Tessel::TextTrace& trace ) override;

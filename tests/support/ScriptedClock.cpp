@@ -11,49 +11,43 @@ namespace SodrelTest {
 
 namespace {
 
-ScriptedClock* current = nullptr;
+// None when the real clock is shown.
+std::deque< std::int64_t > readings;
 
 } // namespace
 
 ScriptedClock::ScriptedClock() {
-   current = this;
+   readings = { 1'000'000'000'000 };
 }
 
 ScriptedClock::~ScriptedClock() {
-   current = nullptr;
+   readings.clear();
 }
 
 void ScriptedClock::readingsAre( std::deque< std::int64_t > nanoseconds ) {
-   readings_ = std::move( nanoseconds );
+   readings = std::move( nanoseconds );
 }
 
-void ScriptedClock::advance( std::uint64_t microseconds ) {
-   if( readings_.size() == 1 ) {
-      readings_.front() += static_cast< std::int64_t >( microseconds * 1000 );
+void clockMoves( std::uint64_t microseconds ) {
+   if( readings.size() == 1 ) {
+      readings.front() += static_cast< std::int64_t >( microseconds * 1000 );
    }
-}
-
-std::int64_t ScriptedClock::read() {
-   const NotLibrary notLibrary;
-   logLine( "steady_clock::now()" );
-   const std::int64_t reading = readings_.front();
-   if( readings_.size() > 1 ) {
-      readings_.pop_front();
-   }
-   return reading;
-}
-
-ScriptedClock* scriptedClock() {
-   return current;
 }
 
 } // namespace SodrelTest
 
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
-   if( auto* const scripted = SodrelTest::scriptedClock() ) {
-      return time_point( nanoseconds( scripted->read() ) );
+   using SodrelTest::readings;
+   if( readings.empty() ) {
+      timespec real{};
+      clock_gettime( CLOCK_MONOTONIC, &real );
+      return time_point( seconds( real.tv_sec ) + nanoseconds( real.tv_nsec ) );
    }
-   timespec real{};
-   clock_gettime( CLOCK_MONOTONIC, &real );
-   return time_point( seconds( real.tv_sec ) + nanoseconds( real.tv_nsec ) );
+   const SodrelTest::NotLibrary notLibrary;
+   SodrelTest::logLine( "steady_clock::now()" );
+   const time_point now{ nanoseconds( readings.front() ) };
+   if( readings.size() > 1 ) {
+      readings.pop_front();
+   }
+   return now;
 }

@@ -17,16 +17,9 @@ class ScriptedClock {
 
    // The next readings, in nanoseconds; the clock stands still at the last of them.
    void readingsAre( std::deque< std::int64_t > nanoseconds );
-   // Moves the clock where it stands still.
-   void advance( std::uint64_t microseconds );
-
-   std::int64_t read();
-
- private:
-   std::deque< std::int64_t > readings_{ 1'000'000'000'000 };
 };
 
-// The clock that exists; null when the real one is shown.
-ScriptedClock* scriptedClock();
+// Moves the scripted clock where it stands still.
+void clockMoves( std::uint64_t microseconds );
 
 } // namespace SodrelTest

@@ -1,8 +1,8 @@
 // The replaced allocation functions.
 #include <support/ScriptedMemory.h>
 
-#include <cstddef>
 #include <cstdlib>
+#include <malloc.h>
 #include <new>
 
 namespace SodrelTest {
@@ -18,10 +18,11 @@ std::size_t failureCount = 0;
 std::size_t libraryBlockCount = 0;
 std::size_t slabBlockCount = 0;
 
-// Stands before each block.
-struct alignas( std::max_align_t ) Header {
-   bool library;
-};
+// Whether a block is the library's stands in its last byte, so that pointers to blocks are those
+// that malloc returned, as leak checkers expect.
+bool& isLibrary( void* block ) {
+   return static_cast< bool* >( block )[malloc_usable_size( block ) - 1];
+}
 
 // Counts an allocation if it is the library's, and tells whether it must fail.
 bool mustFail() {
@@ -39,20 +40,18 @@ void* allocate( std::size_t size ) noexcept {
    if( mustFail() ) {
       return nullptr;
    }
-   auto* const header = static_cast< Header* >( std::malloc( sizeof( Header ) + size ) );
-   if( !header ) {
-      return nullptr;
+   void* const block = std::malloc( size + 1 );
+   if( block ) {
+      isLibrary( block ) = active && library;
+      libraryBlockCount += active && library ? 1 : 0;
    }
-   header->library = active && library;
-   libraryBlockCount += header->library ? 1 : 0;
-   return header + 1;
+   return block;
 }
 
 void release( void* block ) noexcept {
    if( block ) {
-      Header* const header = static_cast< Header* >( block ) - 1;
-      libraryBlockCount -= header->library ? 1 : 0;
-      std::free( header );
+      libraryBlockCount -= isLibrary( block ) ? 1 : 0;
+      std::free( block );
    }
 }
 

@@ -240,8 +240,8 @@ int sd_bus_wait( sd_bus* bus, std::uint64_t microseconds ) {
    const bool more = scriptedSdbus().expectsMore( "sd_bus_process" );
    const Answer answer = called(
       __func__, onBus( bus, { .result = more ? 1 : 0 } ), bus, std::to_string( microseconds ) );
-   if( answer.result == 0 && SodrelTest::scriptedClock() ) {
-      SodrelTest::scriptedClock()->advance( microseconds );
+   if( answer.result == 0 ) {
+      SodrelTest::clockMoves( microseconds );
    }
    return answer.result;
 }
