@@ -1,4 +1,4 @@
-// What the fuzz targets share: taking an input apart, and giving up where an invariant fails.
+// What the fuzz targets share: their entry, taking an input apart, and ending where it fails.
 #pragma once
 
 #include <algorithm>
@@ -9,10 +9,7 @@
 #include <string>
 #include <string_view>
 
-// A target's entry: called with one input after another, by the fuzzer or by the replay.
-extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size );
-
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 // Ends the process, for the fuzzer to keep the input, unless the invariant holds.
 inline void require( bool holds, const char* invariant ) {
@@ -60,4 +57,7 @@ class Input {
    std::string_view rest_;
 };
 
-} // namespace Sodrel::Fuzz
+// The entry that each target defines: called with one input after another.
+void fuzz( Input input );
+
+} // namespace SodrelTest

@@ -5,14 +5,14 @@
 
 #include <optional>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 namespace {
 
 // The number that a path names: that of its leading digits, if there are any and they fit.
 std::optional< std::uint32_t > numberIn( std::string_view path ) {
    const std::string_view start = "/org/freedesktop/systemd1/job/";
-   if( path.substr( 0, start.size() ) != start ) {
+   if( !path.starts_with( start ) ) {
       return std::nullopt;
    }
    const std::string_view rest = path.substr( start.size() );
@@ -29,13 +29,10 @@ std::optional< std::uint32_t > numberIn( std::string_view path ) {
 
 } // namespace
 
-} // namespace Sodrel::Fuzz
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   using namespace Sodrel::Fuzz;
+void fuzz( Input input ) {
    static const PrivateConnection connection;
    static const auto monitor = Sodrel::jobRemovedMonitorFactory( connection.bus() );
-   const std::string_view path = Input( data, size ).rest();
+   const std::string_view path = input.rest();
    const auto expected = numberIn( path );
    try {
       const std::uint32_t number = monitor->parseJobId( Tessel::String( path ) );
@@ -46,9 +43,10 @@ int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
          std::string( "JobRemovedMonitor::parseJobId, failed to parse job: " ).append( path );
       requireSame( exception.what(), text.c_str() );
    }
-   const std::string_view unit = "/org/freedesktop/systemd1/unit/";
    require(
-      monitor->isUnitObject( Tessel::String( path ) ) == ( path.substr( 0, unit.size() ) == unit ),
-      "a unit's path is one with a unit's beginning" );
-   return 0;
+      monitor->isUnitObject( Tessel::String( path ) ) ==
+         path.starts_with( "/org/freedesktop/systemd1/unit/" ),
+      "a unit's path starts like one" );
 }
+
+} // namespace SodrelTest

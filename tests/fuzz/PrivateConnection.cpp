@@ -8,16 +8,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 namespace {
 
-using Test::checked;
+using Sodrel::Test::BusPtr;
+using Sodrel::Test::checked;
 
-Test::BusPtr endAt( int fd, bool server ) {
+BusPtr endAt( int fd, bool server ) {
    sd_bus* raw = nullptr;
    checked( sd_bus_new( &raw ), "sd_bus_new" );
-   Test::BusPtr bus( raw );
+   BusPtr bus( raw );
    checked( sd_bus_set_fd( raw, fd, fd ), "sd_bus_set_fd" );
    checked( sd_bus_set_anonymous( raw, 1 ), "sd_bus_set_anonymous" );
    if( server ) {
@@ -135,4 +136,4 @@ int PrivateConnection::onMessage( sd_bus_message* message, void* connection, sd_
    return 0;
 }
 
-} // namespace Sodrel::Fuzz
+} // namespace SodrelTest

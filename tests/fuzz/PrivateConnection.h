@@ -3,13 +3,14 @@
 
 #include "Fuzz.h"
 
+#include <Sodrel/Exceptions.h>
 #include <support/BusPointers.h>
 
 #include <functional>
 #include <string>
 #include <string_view>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 // A message's body as it is on the wire, and what it says to be.
 struct Body {
@@ -52,10 +53,20 @@ class PrivateConnection {
  private:
    static int onMessage( sd_bus_message* message, void* connection, sd_bus_error* error );
 
-   Test::BusPtr bus_;
-   Test::BusPtr peer_;
+   Sodrel::Test::BusPtr bus_;
+   Sodrel::Test::BusPtr peer_;
    std::uint32_t serial_ = 1000;
    std::function< void( sd_bus_message* ) > hear_;
 };
 
-} // namespace Sodrel::Fuzz
+// What an operation of the library comes to: its text, or the exception as "class: text".
+template< typename Operation >
+std::string outcomeOf( const Operation& operation ) {
+   try {
+      return operation();
+   } catch( const Sodrel::Exception& exception ) {
+      return std::string( exception.name() ) + ": " + exception.what();
+   }
+}
+
+} // namespace SodrelTest

@@ -1,7 +1,7 @@
 // Fuzzes the wait for the end of the manager's reload: bodies of the signal Reloading.
 #include "Wait.h"
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 namespace {
 
@@ -50,29 +50,18 @@ struct Reload {
 
 } // namespace
 
-} // namespace Sodrel::Fuzz
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   using namespace Sodrel::Fuzz;
-   Input input( data, size );
+void fuzz( Input input ) {
    Reload reload;
-   PrivateConnection connection;
-   connection.hearWith( [&]( sd_bus_message* signal ) { reload.hear( signal ); } );
-   const auto monitor = Sodrel::daemonReloadingMonitorFactory( connection.bus() );
    const Header header{ .path = "/org/freedesktop/systemd1",
                         .interface = "org.freedesktop.systemd1.Manager",
                         .member = "Reloading" };
-   sendSignals( connection, header, input );
-
-   const std::string outcome = outcomeOf( *monitor, std::nullopt );
-   requireSame( outcome, reload.outcome() );
+   const auto record = recordOfWait( input, header, reload, Sodrel::daemonReloadingMonitorFactory );
    using State = Reload::State;
-   const bool started = reload.state == State::running || reload.state == State::ended;
-   const bool finished = reload.state == State::endedWithoutStart || reload.state == State::ended;
-   const auto record = monitor->dataIs();
-   require(
-      attributeOf< bool >( *record, "callbackFailed" ) == reload.unreadable, "callbackFailed" );
-   require( attributeOf< bool >( *record, "started" ) == started, "started" );
-   require( attributeOf< bool >( *record, "finished" ) == finished, "finished" );
-   return 0;
+   const State state = reload.state;
+   requireAttribute( *record, "callbackFailed", reload.unreadable );
+   requireAttribute( *record, "started", state == State::running || state == State::ended );
+   requireAttribute(
+      *record, "finished", state == State::endedWithoutStart || state == State::ended );
 }
+
+} // namespace SodrelTest

@@ -6,7 +6,10 @@
 #include <cstring>
 #include <iterator>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
+
+using Sodrel::Sdbus;
+using Sodrel::Test::MessagePtr;
 
 namespace {
 
@@ -25,7 +28,7 @@ class Client {
    Client() {
       wire_.send( { .type = methodReturn, .replyTo = 1 }, systemState );
       next = &wire_;
-      client_ = sdbusFactory();
+      client_ = Sodrel::sdbusFactory();
       wire_.send( { .type = methodReturn, .replyTo = 2 }, systemState );
    }
 
@@ -42,15 +45,6 @@ class Client {
    PrivateConnection wire_; // outlives the client
    Tessel::Ptr< Sdbus > client_;
 };
-
-template< typename Operation >
-std::string outcomeOf( const Operation& operation ) {
-   try {
-      return operation();
-   } catch( const Exception& exception ) {
-      return std::string( exception.name() ) + ": " + exception.what();
-   }
-}
 
 // What a reader should make of a message: its value, or the exception.
 std::string expected( int read, const std::string& value ) {
@@ -72,12 +66,12 @@ std::string expectedBoolean( sd_bus_message* message ) {
 }
 
 // The message that a body makes; none where sd-bus drops it.
-Test::MessagePtr received( PrivateConnection& connection, const Body& body ) {
+MessagePtr received( PrivateConnection& connection, const Body& body ) {
    connection.send( { .path = "/", .interface = "a.b", .member = "C" }, body );
    sd_bus_message* message = nullptr;
    while( sd_bus_process( connection.bus(), &message ) > 0 && !message ) {
    }
-   return Test::MessagePtr( message );
+   return MessagePtr( message );
 }
 
 // Each reader by itself, on a message of any kind.
@@ -89,7 +83,7 @@ const Sdbus& anyClient() {
 
 void readPath( Input& input ) {
    PrivateConnection connection;
-   if( Test::MessagePtr message = received( connection, takeBody( input ) ) ) {
+   if( MessagePtr message = received( connection, takeBody( input ) ) ) {
       const std::string path = expectedPath( message.get() );
       sd_bus_message_rewind( message.get(), 1 );
       requireSame(
@@ -102,7 +96,7 @@ void readPath( Input& input ) {
 
 void readBoolean( Input& input ) {
    PrivateConnection connection;
-   if( Test::MessagePtr message = received( connection, takeBody( input ) ) ) {
+   if( MessagePtr message = received( connection, takeBody( input ) ) ) {
       const std::string value = expectedBoolean( message.get() );
       sd_bus_message_rewind( message.get(), 1 );
       requireSame(
@@ -159,18 +153,15 @@ void callWithError( Input& input ) {
 
 } // namespace
 
-} // namespace Sodrel::Fuzz
-
-int sd_bus_open_system( sd_bus** bus ) {
-   *bus = Sodrel::Fuzz::next->release();
-   return 0;
-}
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   using namespace Sodrel::Fuzz;
-   Input input( data, size );
+void fuzz( Input input ) {
    void ( *const readers[] )( Input& ) = { readPath, readBoolean, callForPath, readProperty,
                                            callWithError };
    readers[input.byte() % std::size( readers )]( input );
+}
+
+} // namespace SodrelTest
+
+int sd_bus_open_system( sd_bus** bus ) {
+   *bus = SodrelTest::next->release();
    return 0;
 }

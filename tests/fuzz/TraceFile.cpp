@@ -1,5 +1,4 @@
-// Fuzzes the reader of trace files: the sizes of a header and of the ring's beginning, then both
-// and the descriptions. What the input does not give of the header and the ring is zero.
+// Fuzzes the reader of trace files: the beginnings of a header and of the ring, then descriptions.
 #include "Fuzz.h"
 
 #include <fennet/Output.h>
@@ -10,18 +9,18 @@
 #include <utility>
 #include <vector>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 namespace {
 
-constexpr std::size_t headerSize = 4096;
-
+// The file whose header and ring start with this many bytes of the input each, and are zero beyond;
+// the descriptions are the rest of the input.
 std::string fileIn( Input& input ) {
-   const std::size_t header = input.word();
-   const std::size_t ring = input.word();
-   std::string bytes( input.text( std::min( header, headerSize ) ) );
+   constexpr std::size_t beginning = 512;
+   constexpr std::size_t headerSize = 4096;
+   std::string bytes( input.text( beginning ) );
    bytes.resize( headerSize );
-   bytes += input.text( ring );
+   bytes += input.text( beginning );
    bytes.resize( headerSize + Fennet::minRingSize );
    return bytes.append( input.rest() );
 }
@@ -66,11 +65,7 @@ Reading readingOf( Fennet::TraceReader& reader ) {
 
 } // namespace
 
-} // namespace Sodrel::Fuzz
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   using namespace Sodrel::Fuzz;
-   Input input( data, size );
+void fuzz( Input input ) {
    const std::string file = fileIn( input );
    const Fennet::ReadAt readAt = [&]( std::uint64_t offset, char* to, std::size_t wanted ) {
       return offset < file.size() ? file.copy( to, wanted, offset ) : 0;
@@ -86,5 +81,6 @@ int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
    const Reading second = readingOf( other );
    require(
       second.lines == first.lines && second.damage == first.damage, "two readings are the same" );
-   return 0;
 }
+
+} // namespace SodrelTest

@@ -7,7 +7,7 @@
 
 #include <vector>
 
-namespace Orl {
+namespace SodrelTest {
 
 namespace {
 
@@ -63,10 +63,10 @@ std::optional< std::map< std::string, std::uint32_t > > expected( const std::str
 }
 
 void readFacilities( const std::string& text ) {
-   const auto got = parseFacilities( text );
+   const auto got = Orl::parseFacilities( text );
    const auto wanted = expected( text );
-   Sodrel::Fuzz::require( got.has_value() == wanted.has_value(), "TESSEL_TRACE is well-formed" );
-   Sodrel::Fuzz::require(
+   require( got.has_value() == wanted.has_value(), "TESSEL_TRACE is well-formed" );
+   require(
       !got || std::equal( got->begin(), got->end(), wanted->begin(), wanted->end() ),
       "TESSEL_TRACE enables what it names" );
 }
@@ -89,21 +89,19 @@ void readSettings( const std::string& text ) {
    const std::size_t comma = text.rfind( ',' );
    const bool whole = comma != std::string::npos && text.front() == '/';
    const std::uint64_t size = whole ? expectedSize( text.substr( comma + 1 ) ) : 0;
-   Sodrel::Fuzz::require( got.has_value() == ( size != 0 ), "FENNET_TRACE is well-formed" );
+   require( got.has_value() == ( size != 0 ), "FENNET_TRACE is well-formed" );
    if( got ) {
-      Sodrel::Fuzz::require( got->ringSize == size, "FENNET_TRACE gives the ring's size" );
-      Sodrel::Fuzz::requireSame( got->folder, text.substr( 0, comma ) );
+      require( got->ringSize == size, "FENNET_TRACE gives the ring's size" );
+      requireSame( got->folder, text.substr( 0, comma ) );
    }
 }
 
 } // namespace
 
-} // namespace Orl
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   Sodrel::Fuzz::Input input( data, size );
+void fuzz( Input input ) {
    const bool facilities = input.byte() % 2 == 0;
    const std::string text( input.rest() );
-   facilities ? Orl::readFacilities( text ) : Orl::readSettings( text );
-   return 0;
+   facilities ? readFacilities( text ) : readSettings( text );
 }
+
+} // namespace SodrelTest

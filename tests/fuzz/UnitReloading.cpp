@@ -1,7 +1,7 @@
 // Fuzzes the wait for a unit's reload: bodies of the signal PropertiesChanged.
 #include "Wait.h"
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
 namespace {
 
@@ -76,28 +76,19 @@ struct UnitReload {
 
 } // namespace
 
-} // namespace Sodrel::Fuzz
-
-int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {
-   using namespace Sodrel::Fuzz;
-   Input input( data, size );
+void fuzz( Input input ) {
    UnitReload reload;
-   PrivateConnection connection;
-   connection.hearWith( [&]( sd_bus_message* signal ) { reload.hear( signal ); } );
-   const auto monitor = Sodrel::unitReloadingMonitorFactory( connection.bus(), unitPath );
    const Header header{ .path = unitPath,
                         .interface = "org.freedesktop.DBus.Properties",
                         .member = "PropertiesChanged" };
-   sendSignals( connection, header, input );
-
-   const std::string outcome = outcomeOf( *monitor, std::nullopt );
-   requireSame( outcome, reload.outcome() );
+   const auto record = recordOfWait( input, header, reload, []( sd_bus* bus ) {
+      return Sodrel::unitReloadingMonitorFactory( bus, unitPath );
+   } );
    using State = UnitReload::State;
-   const auto record = monitor->dataIs();
-   const auto flag = [&]( const char* name ) { return attributeOf< bool >( *record, name ); };
-   require( flag( "callbackFailed" ) == reload.unreadable, "callbackFailed" );
-   require( flag( "started" ) == ( reload.state != State::idle ), "started" );
-   require( flag( "finished" ) == ( reload.state == State::finished ), "finished" );
-   require( flag( "failed" ) == reload.failed, "failed" );
-   return 0;
+   requireAttribute( *record, "callbackFailed", reload.unreadable );
+   requireAttribute( *record, "started", reload.state != State::idle );
+   requireAttribute( *record, "finished", reload.state == State::finished );
+   requireAttribute( *record, "failed", reload.failed );
 }
+
+} // namespace SodrelTest

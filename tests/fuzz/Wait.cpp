@@ -1,4 +1,4 @@
-// Sending the signals of an input, and the hurried clock.
+// The wait of a monitor by a hurried clock.
 #include "Wait.h"
 
 #include <chrono>
@@ -17,22 +17,11 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
    return time_point( reading[std::min( readings++, 2 )] );
 }
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
-void sendSignals( PrivateConnection& connection, const Header& header, Input& input ) {
-   constexpr int most = 64;
-   for( int sent = 0; sent < most && !input.empty(); ++sent ) {
-      connection.send( header, takeBody( input ) );
-   }
-}
-
-std::string outcomeOf( SignalMonitor& monitor, const Orl::Optional< Tessel::String >& object ) {
+std::string outcomeOfWait( Sodrel::SignalMonitor& monitor, const Object& object ) {
    readings = 0;
-   try {
-      return monitor.wait( object ) ? "true" : "false";
-   } catch( const Exception& exception ) {
-      return std::string( exception.name() ) + ": " + exception.what();
-   }
+   return outcomeOf( [&] { return monitor.wait( object ) ? "true" : "false"; } );
 }
 
-} // namespace Sodrel::Fuzz
+} // namespace SodrelTest

@@ -1,4 +1,4 @@
-// A monitor's wait for signals that an input holds.
+// A monitor's wait for signals that an input holds, beside a model of what it should come to.
 #pragma once
 
 #include "PrivateConnection.h"
@@ -7,23 +7,38 @@
 
 #include <string>
 
-namespace Sodrel::Fuzz {
+namespace SodrelTest {
 
-// Sends the bodies that the input holds, 64 at most, as signals under one header.
-void sendSignals( PrivateConnection& connection, const Header& header, Input& input );
+using Object = Orl::Optional< Tessel::String >;
 
 // Waits for what has been sent already: the second reading of the steady clock is just before the
-// time limit of 600 s, all later ones at it. Returns "true" or "false", or the exception as
-// "class: text".
-std::string outcomeOf( SignalMonitor& monitor, const Orl::Optional< Tessel::String >& object );
+// time limit of 600 s, all later ones at it. Returns "true" or "false", or the exception.
+std::string outcomeOfWait( Sodrel::SignalMonitor& monitor, const Object& object );
 
-// Reads an attribute of a callback's record.
+// Sends the bodies that the input holds, 64 at most, as signals under one header, to a monitor
+// that `factory` makes of a connection, and waits. Ends the process unless the outcome is that of
+// the model, which hears the same signals. Returns the monitor's record.
+template< typename Model, typename Factory >
+auto recordOfWait(
+   Input& input, const Header& header, Model& model, const Factory& factory,
+   const Object& object = std::nullopt ) {
+   PrivateConnection connection;
+   connection.hearWith( [&]( sd_bus_message* signal ) { model.hear( signal ); } );
+   const auto monitor = factory( connection.bus() );
+   for( int sent = 0; sent < 64 && !input.empty(); ++sent ) {
+      connection.send( header, takeBody( input ) );
+   }
+   const std::string outcome = outcomeOfWait( *monitor, object ); // lets the model hear
+   requireSame( outcome, model.outcome() );
+   return monitor->dataIs();
+}
+
+// Ends the process unless the record's attribute has this value.
 template< typename Value >
-Value attributeOf( Tessel::Node& record, std::string_view name ) {
+void requireAttribute( Tessel::Node& record, const char* name, const Value& expected ) {
    Value value{};
    const int answer = Tessel::memberOf( record, name ).read( record, &value );
-   require( answer == Tessel::accessDone, "the attribute can be read" );
-   return value;
+   require( answer == Tessel::accessDone && value == expected, name );
 }
 
 // Reads one value of a basic type; whether it could be read.
@@ -31,4 +46,4 @@ inline bool readBasic( sd_bus_message* message, char type, void* value ) {
    return sd_bus_message_read_basic( message, type, value ) > 0;
 }
 
-} // namespace Sodrel::Fuzz
+} // namespace SodrelTest
