@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -56,6 +57,21 @@ class Input {
  private:
    std::string_view rest_;
 };
+
+// The number that digits alone write, up to `most`.
+inline std::optional< std::uint64_t > numberOf( std::string_view digits, std::uint64_t most ) {
+   std::uint64_t number = 0;
+   for( const char digit : digits ) {
+      if( digit < '0' || digit > '9' ) {
+         return std::nullopt;
+      }
+      number = number * 10 + static_cast< std::uint64_t >( digit - '0' );
+      if( number > most ) {
+         return std::nullopt;
+      }
+   }
+   return digits.empty() ? std::nullopt : std::optional( number );
+}
 
 // The entry that each target defines: called with one input after another.
 void fuzz( Input input );

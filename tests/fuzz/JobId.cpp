@@ -3,28 +3,18 @@
 
 #include <Sodrel/SignalMonitor.h>
 
-#include <optional>
-
 namespace SodrelTest {
 
 namespace {
 
 // The number that a path names: that of its leading digits, if there are any and they fit.
-std::optional< std::uint32_t > numberIn( std::string_view path ) {
+std::optional< std::uint64_t > numberIn( std::string_view path ) {
    const std::string_view start = "/org/freedesktop/systemd1/job/";
    if( !path.starts_with( start ) ) {
       return std::nullopt;
    }
    const std::string_view rest = path.substr( start.size() );
-   const std::size_t digits = std::min( rest.find_first_not_of( "0123456789" ), rest.size() );
-   std::uint64_t number = 0;
-   for( const char digit : rest.substr( 0, digits ) ) {
-      number = number * 10 + static_cast< std::uint64_t >( digit - '0' );
-      if( number > 0xffff'ffff ) {
-         return std::nullopt;
-      }
-   }
-   return digits > 0 ? std::optional( static_cast< std::uint32_t >( number ) ) : std::nullopt;
+   return numberOf( rest.substr( 0, rest.find_first_not_of( "0123456789" ) ), 0xffff'ffff );
 }
 
 } // namespace

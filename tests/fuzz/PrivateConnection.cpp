@@ -29,60 +29,51 @@ BusPtr endAt( int fd, bool server ) {
 }
 
 // Composes what the wire holds: values aligned to their size, in the byte order 'l'.
-class Wire {
- public:
+struct Wire {
+   std::string bytes;
+
    void align( std::size_t to ) { bytes.resize( ( bytes.size() + to - 1 ) / to * to ); }
-   void byte( unsigned value ) { bytes.push_back( static_cast< char >( value ) ); }
+   void byte( std::size_t value ) { bytes.push_back( static_cast< char >( value ) ); }
    void number( std::size_t value ) {
       align( 4 );
       for( int shift = 0; shift < 32; shift += 8 ) {
          byte( value >> shift & 0xff );
       }
    }
-   void signature( std::string_view text ) {
-      byte( static_cast< unsigned >( text.size() ) );
-      bytes.append( text ).push_back( '\0' );
-   }
-   void string( std::string_view text ) {
-      number( text.size() );
-      bytes.append( text ).push_back( '\0' );
-   }
-   // A header field holds the code of what it is and its value as a variant.
-   void field( unsigned code, std::string_view type, std::string_view text ) {
+   // A field of a header: its code, its type, and the value.
+   void field( std::size_t code, char type, std::string_view text ) {
       if( !text.empty() ) {
-         align( 8 );
-         byte( code );
-         signature( type );
-         type == "g" ? signature( text ) : string( text );
+         beginField( code, type );
+         type == 'g' ? byte( text.size() ) : number( text.size() );
+         bytes.append( text ).push_back( '\0' );
       }
    }
-   void field( unsigned code, std::uint32_t value ) {
+   void field( std::size_t code, std::uint32_t value ) {
       if( value != 0 ) {
-         align( 8 );
-         byte( code );
-         signature( "u" );
+         beginField( code, 'u' );
          number( value );
       }
    }
-
-   std::string bytes;
+   void beginField( std::size_t code, char type ) {
+      align( 8 );
+      byte( code );
+      bytes.append( { '\1', type, '\0' } );
+   }
 };
 
 std::string composed( const Header& header, std::uint32_t serial, const Body& body ) {
    Wire fields; // they start at a multiple of 8, so their alignment is that of the whole
-   fields.field( 1, "o", header.path );
-   fields.field( 2, "s", header.interface );
-   fields.field( 3, "s", header.member );
-   fields.field( 4, "s", header.errorName );
+   fields.field( 1, 'o', header.path );
+   fields.field( 2, 's', header.interface );
+   fields.field( 3, 's', header.member );
+   fields.field( 4, 's', header.errorName );
    fields.field( 5, header.replyTo );
-   fields.field( 7, "s", "org.freedesktop.systemd1" );
-   fields.field( 8, "g", body.signature );
+   fields.field( 7, 's', "org.freedesktop.systemd1" );
+   fields.field( 8, 'g', body.signature );
 
-   Wire message;
-   message.byte( 'l' );
-   message.byte( header.type );
-   message.byte( 0 ); // no flag
-   message.byte( 1 ); // the protocol's version
+   constexpr char noFlag = '\0';
+   constexpr char version = '\1';
+   Wire message{ { 'l', static_cast< char >( header.type ), noFlag, version } };
    message.number( body.bytes.size() );
    message.number( serial );
    message.number( fields.bytes.size() );
@@ -110,15 +101,14 @@ PrivateConnection::PrivateConnection() {
       checked( sd_bus_process( bus_.get(), nullptr ), "sd_bus_process" );
       checked( sd_bus_process( peer_.get(), nullptr ), "sd_bus_process" );
    }
-   checked(
-      sd_bus_add_filter( bus_.get(), nullptr, &PrivateConnection::onMessage, this ),
-      "sd_bus_add_filter" );
-}
-
-PrivateConnection::~PrivateConnection() = default;
-
-void PrivateConnection::hearWith( std::function< void( sd_bus_message* ) > hear ) {
-   hear_ = std::move( hear );
+   const auto onMessage = []( sd_bus_message* message, void* self, sd_bus_error* ) {
+      const auto& connection = *static_cast< PrivateConnection* >( self );
+      if( connection.hear ) {
+         connection.hear( message );
+      }
+      return 0;
+   };
+   checked( sd_bus_add_filter( bus_.get(), nullptr, onMessage, this ), "sd_bus_add_filter" );
 }
 
 void PrivateConnection::send( const Header& header, const Body& body ) {
@@ -126,14 +116,6 @@ void PrivateConnection::send( const Header& header, const Body& body ) {
    const int socket = checked( sd_bus_get_fd( peer_.get() ), "sd_bus_get_fd" );
    const ssize_t sent = ::send( socket, message.data(), message.size(), MSG_NOSIGNAL );
    require( sent == static_cast< ssize_t >( message.size() ), "the socket takes the message" );
-}
-
-int PrivateConnection::onMessage( sd_bus_message* message, void* connection, sd_bus_error* ) {
-   const auto& hear = static_cast< PrivateConnection* >( connection )->hear_;
-   if( hear ) {
-      hear( message );
-   }
-   return 0;
 }
 
 } // namespace SodrelTest

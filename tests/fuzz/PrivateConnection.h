@@ -38,25 +38,21 @@ class PrivateConnection {
    PrivateConnection();
    PrivateConnection( const PrivateConnection& ) = delete;
    PrivateConnection& operator=( const PrivateConnection& ) = delete;
-   ~PrivateConnection();
 
    // The end under test. `release` gives it away, with its one use.
    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
    sd_bus* release() { return bus_.release(); }
 
-   // Hands each message to `hear` before anybody else gets it.
-   void hearWith( std::function< void( sd_bus_message* ) > hear );
+   // Gets each message before anybody else, if set.
+   std::function< void( sd_bus_message* ) > hear;
 
    // Puts a message into the socket. A connection takes 64 of up to 64 KB for certain.
    void send( const Header& header, const Body& body );
 
  private:
-   static int onMessage( sd_bus_message* message, void* connection, sd_bus_error* error );
-
    Sodrel::Test::BusPtr bus_;
    Sodrel::Test::BusPtr peer_;
    std::uint32_t serial_ = 1000;
-   std::function< void( sd_bus_message* ) > hear_;
 };
 
 // What an operation of the library comes to: its text, or the exception as "class: text".

@@ -17,18 +17,10 @@ struct Reload {
          unreadable = true;
          return;
       }
-      switch( state ) {
-      case State::idle:
-         state = active ? State::running : State::endedWithoutStart;
-         break;
-      case State::running:
+      if( state == State::running ) {
          state = active ? State::running : State::ended;
-         break;
-      case State::endedWithoutStart:
+      } else if( state != State::ended ) {
          state = active ? State::running : State::endedWithoutStart;
-         break;
-      case State::ended:
-         break;
       }
    }
 
@@ -37,14 +29,10 @@ struct Reload {
       if( unreadable ) {
          return waiting + "callback handling failed";
       }
-      switch( state ) {
-      case State::endedWithoutStart:
+      if( state == State::endedWithoutStart ) {
          return "false";
-      case State::ended:
-         return "true";
-      default:
-         return waiting + "600.000000 timeout";
       }
+      return state == State::ended ? "true" : waiting + "600.000000 timeout";
    }
 };
 

@@ -46,25 +46,6 @@ class Client {
    Tessel::Ptr< Sdbus > client_;
 };
 
-// What a reader should make of a message: its value, or the exception.
-std::string expected( int read, const std::string& value ) {
-   return read < 0
-             ? std::string( "Sodrel::SdbusMessageException: reading: " ) + std::strerror( -read )
-             : value;
-}
-
-std::string expectedPath( sd_bus_message* message ) {
-   const char* path = "";
-   const int read = sd_bus_message_read_basic( message, 'o', &path );
-   return expected( read, path );
-}
-
-std::string expectedBoolean( sd_bus_message* message ) {
-   int value = 0;
-   const int read = sd_bus_message_read_basic( message, 'b', &value );
-   return expected( read, value ? "true" : "false" );
-}
-
 // The message that a body makes; none where sd-bus drops it.
 MessagePtr received( PrivateConnection& connection, const Body& body ) {
    connection.send( { .path = "/", .interface = "a.b", .member = "C" }, body );
@@ -74,38 +55,35 @@ MessagePtr received( PrivateConnection& connection, const Body& body ) {
    return MessagePtr( message );
 }
 
-// Each reader by itself, on a message of any kind.
-
-const Sdbus& anyClient() {
+// Each reader by itself, on a message of any kind: compares what it makes of the message with what
+// `value` makes of the basic type that it reads.
+template< char type, typename Basic, typename Value, typename Reader >
+void readAlone( Input& input, const Value& value, const Reader& reader ) {
    static Client client;
-   return *client;
+   PrivateConnection connection;
+   if( MessagePtr message = received( connection, takeBody( input ) ) ) {
+      Basic basic{};
+      const int read = sd_bus_message_read_basic( message.get(), type, &basic );
+      const std::string expected =
+         read < 0 ? std::string( "Sodrel::SdbusMessageException: reading: " ) + strerror( -read )
+                  : value( read > 0 ? basic : Basic{} );
+      sd_bus_message_rewind( message.get(), 1 );
+      requireSame( outcomeOf( [&] { return reader( *client, message.release() ); } ), expected );
+   }
 }
 
 void readPath( Input& input ) {
-   PrivateConnection connection;
-   if( MessagePtr message = received( connection, takeBody( input ) ) ) {
-      const std::string path = expectedPath( message.get() );
-      sd_bus_message_rewind( message.get(), 1 );
-      requireSame(
-         outcomeOf( [&] {
-            return std::string( anyClient().handleSdbusMessageO( message.release(), "reading" ) );
-         } ),
-         path );
-   }
+   const auto text = []( const char* path ) { return std::string( path ? path : "" ); };
+   readAlone< 'o', const char* >( input, text, []( const Sdbus& client, sd_bus_message* message ) {
+      return std::string( client.handleSdbusMessageO( message, "reading" ) );
+   } );
 }
 
 void readBoolean( Input& input ) {
-   PrivateConnection connection;
-   if( MessagePtr message = received( connection, takeBody( input ) ) ) {
-      const std::string value = expectedBoolean( message.get() );
-      sd_bus_message_rewind( message.get(), 1 );
-      requireSame(
-         outcomeOf( [&] {
-            const bool read = anyClient().handleSdbusMessageB( message.release(), "reading" );
-            return std::string( read ? "true" : "false" );
-         } ),
-         value );
-   }
+   const auto text = []( int value ) { return std::string( value ? "true" : "false" ); };
+   readAlone< 'b', int >( input, text, [&]( const Sdbus& client, sd_bus_message* message ) {
+      return text( client.handleSdbusMessageB( message, "reading" ) );
+   } );
 }
 
 // The operations that they belong to.

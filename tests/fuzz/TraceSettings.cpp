@@ -19,21 +19,6 @@ std::vector< std::string > split( const std::string& text, char separator ) {
    return parts;
 }
 
-// The number that digits alone write, up to `most`.
-std::optional< std::uint64_t > number( const std::string& digits, std::uint64_t most ) {
-   std::uint64_t value = 0;
-   for( const char c : digits ) {
-      if( c < '0' || c > '9' ) {
-         return std::nullopt;
-      }
-      value = value * 10 + static_cast< std::uint64_t >( c - '0' );
-      if( value > most ) {
-         return std::nullopt;
-      }
-   }
-   return digits.empty() ? std::nullopt : std::optional( value );
-}
-
 std::optional< std::map< std::string, std::uint32_t > > expected( const std::string& text ) {
    std::map< std::string, std::uint32_t > all;
    std::vector< std::string > facilities = split( text, ';' );
@@ -52,7 +37,7 @@ std::optional< std::map< std::string, std::uint32_t > > expected( const std::str
          continue;
       }
       for( const std::string& word : split( list, ',' ) ) {
-         const auto level = number( word, 31 );
+         const auto level = numberOf( word, 31 );
          if( !level ) {
             return std::nullopt;
          }
@@ -80,7 +65,7 @@ std::uint64_t expectedSize( std::string digits ) {
    }
    constexpr std::uint64_t least = 64 * 1024;
    constexpr std::uint64_t most = 1024 * 1024 * 1024;
-   const std::uint64_t size = unit * number( digits, most / unit ).value_or( 0 );
+   const std::uint64_t size = unit * numberOf( digits, most / unit ).value_or( 0 );
    return size < least ? 0 : size;
 }
 

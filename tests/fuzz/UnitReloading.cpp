@@ -7,10 +7,10 @@ namespace {
 
 constexpr const char* unitPath = "/org/freedesktop/systemd1/unit/web_2eservice";
 
-// The three states of a unit's reload, and whether its latest ActiveState is "failed".
+// How far a unit's reload is, and whether its latest ActiveState is "failed".
 struct UnitReload {
-   enum class State { idle, started, finished };
-   State state = State::idle;
+   bool started = false;
+   bool finished = false;
    bool failed = false;
    bool unreadable = false;
 
@@ -29,20 +29,19 @@ struct UnitReload {
          return false;
       }
       while( sd_bus_message_at_end( signal, 0 ) == 0 ) {
-         const char* name = nullptr;
-         if( sd_bus_message_enter_container( signal, 'e', "sv" ) <= 0 ||
-             !readBasic( signal, 's', &name ) ) {
-            return false;
-         }
-         const bool matters = std::string_view( name ) == "ActiveState";
-         if( matters ? !readState( signal ) : sd_bus_message_skip( signal, "v" ) < 0 ) {
-            return false;
-         }
-         if( sd_bus_message_exit_container( signal ) < 0 ) {
+         if( sd_bus_message_enter_container( signal, 'e', "sv" ) <= 0 || !readEntry( signal ) ||
+             sd_bus_message_exit_container( signal ) < 0 ) {
             return false;
          }
       }
       return true;
+   }
+
+   bool readEntry( sd_bus_message* signal ) {
+      const char* name = nullptr;
+      return readBasic( signal, 's', &name ) && ( std::string_view( name ) == "ActiveState"
+                                                     ? readState( signal )
+                                                     : sd_bus_message_skip( signal, "v" ) >= 0 );
    }
 
    bool readState( sd_bus_message* signal ) {
@@ -53,11 +52,8 @@ struct UnitReload {
       }
       const std::string_view word = value;
       failed = word == "failed";
-      if( state == State::idle && ( word == "reloading" || word == "activating" ) ) {
-         state = State::started;
-      } else if( state == State::started && word == "active" ) {
-         state = State::finished;
-      }
+      finished = finished || ( started && word == "active" );
+      started = started || word == "reloading" || word == "activating";
       return true;
    }
 
@@ -66,7 +62,7 @@ struct UnitReload {
       if( unreadable ) {
          return waiting + "callback handling failed";
       }
-      if( state == State::finished ) {
+      if( finished ) {
          return "true";
       }
       return waiting + ( failed ? std::string( "unit " ) + unitPath + " failed: Success"
@@ -84,10 +80,9 @@ void fuzz( Input input ) {
    const auto record = recordOfWait( input, header, reload, []( sd_bus* bus ) {
       return Sodrel::unitReloadingMonitorFactory( bus, unitPath );
    } );
-   using State = UnitReload::State;
    requireAttribute( *record, "callbackFailed", reload.unreadable );
-   requireAttribute( *record, "started", reload.state != State::idle );
-   requireAttribute( *record, "finished", reload.state == State::finished );
+   requireAttribute( *record, "started", reload.started );
+   requireAttribute( *record, "finished", reload.finished );
    requireAttribute( *record, "failed", reload.failed );
 }
 

@@ -23,7 +23,7 @@ auto recordOfWait(
    Input& input, const Header& header, Model& model, const Factory& factory,
    const Object& object = std::nullopt ) {
    PrivateConnection connection;
-   connection.hearWith( [&]( sd_bus_message* signal ) { model.hear( signal ); } );
+   connection.hear = [&]( sd_bus_message* signal ) { model.hear( signal ); };
    const auto monitor = factory( connection.bus() );
    for( int sent = 0; sent < 64 && !input.empty(); ++sent ) {
       connection.send( header, takeBody( input ) );
