@@ -1,4 +1,4 @@
-// The switch of a mutant at run time; stands in the mutated copy of the sources only.
+// The switch of mutants at run time, included into every source of the mutated copy.
 #pragma once
 
 #include <cstdlib>
@@ -39,11 +39,7 @@ inline bool isOn( int mutant ) {
 
 } // namespace Mutation
 
-// Whether this mutant is on; never while compiling.
+// Whether this mutant is on; never at compile time.
 constexpr bool mutant( int number ) {
    return !__builtin_is_constant_evaluated() && Mutation::isOn( number );
 }
-
-// What stands in no mutant: an assertion that holds, and its words.
-#define MUTATION_NOTHING void( 0 )
-#define MUTATION_TEXT( ... ) #__VA_ARGS__
