@@ -146,14 +146,20 @@ void setSecure( pid_t program ) {
    }
    // The stack begins with the number of arguments, the arguments, a null, the environment, a null
    // and the auxiliary vector.
-   auto* at = reinterpret_cast< long* >( std::stoul( field ) );
-   const auto next = [&] { return ptrace( PTRACE_PEEKDATA, program, at++, nullptr ); };
-   at += 2 + next();
+   unsigned long at = std::stoul( field );
+   const auto next = [&] {
+      at += sizeof( long );
+      return ptrace( PTRACE_PEEKDATA, program, at - sizeof( long ), nullptr );
+   };
+   const long arguments = next();
+   for( long i = 0; i <= arguments; ++i ) {
+      next();
+   }
    while( next() != 0 ) {
    }
    for( long type = next(); type != AT_SECURE; type = next() ) {
       ASSERT_NE( type, AT_NULL );
-      ++at;
+      next();
    }
    ASSERT_EQ( ptrace( PTRACE_POKEDATA, program, at, 1 ), 0 );
    ASSERT_EQ( ptrace( PTRACE_DETACH, program, nullptr, nullptr ), 0 );
