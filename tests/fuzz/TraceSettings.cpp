@@ -63,8 +63,8 @@ std::uint64_t expectedSize( std::string digits ) {
       unit = digits.back() == 'K' ? 1024 : 1024 * 1024;
       digits.pop_back();
    }
-   constexpr std::uint64_t least = 64 * 1024;
-   constexpr std::uint64_t most = 1024 * 1024 * 1024;
+   constexpr std::uint64_t least = 64U << 10;
+   constexpr std::uint64_t most = 1U << 30;
    const std::uint64_t size = unit * numberOf( digits, most / unit ).value_or( 0 );
    return size < least ? 0 : size;
 }
