@@ -10,6 +10,11 @@
 
 namespace SodrelTest {
 
+struct Clocks {
+   std::int64_t monotonic = 0; // nanoseconds
+   timespec realtime{};
+};
+
 // Which call of a function fails next, counted from 1; 0 for none.
 struct ScriptedSystem {
    int posixFallocate = 0;
@@ -20,10 +25,6 @@ struct ScriptedSystem {
    int writeToStderr = 0;
    int writeError = 0;
 
-   struct Clocks {
-      std::int64_t monotonic = 0; // nanoseconds
-      timespec realtime{};
-   };
    std::optional< Clocks > clocks; // the system's own if there are none
 };
 extern ScriptedSystem scripted;
