@@ -111,17 +111,8 @@ TraceHandle* handleOfEnvironment() {
 
 } // namespace
 
-constinit std::atomic< TraceHandle* > defaultFennetHandle = nullptr;
-
-namespace {
-
-[[maybe_unused]] const bool loaded = [] {
-   // Release: who sees the handle sees it whole.
-   defaultFennetHandle.store( handleOfEnvironment(), std::memory_order_release );
-   return true;
-}();
-
-} // namespace
+// Null until the library is loaded.
+std::atomic< TraceHandle* > defaultFennetHandle = handleOfEnvironment();
 
 TraceHandle::TraceHandle( std::string folder, std::uint32_t ringSize, bool shared )
    : number_( lastHandleNumber.fetch_add( 1, std::memory_order_relaxed ) + 1 ),

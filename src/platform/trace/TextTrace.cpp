@@ -11,6 +11,7 @@
 #include <utility>
 
 #include <fmt/args.h>
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,16 +37,12 @@ const bool toJournal = stderrIsJournal();
 void writeToStderr( const TextTrace& trace ) {
    timespec now{};
    clock_gettime( CLOCK_REALTIME, &now );
-   std::tm parts{};
-   gmtime_r( &now.tv_sec, &parts );
-   char second[32];
-   std::strftime( second, sizeof second, "%Y-%m-%dT%H:%M:%S", &parts );
-
    // Syslog's notice, informational and debug; a trace never alarms, whatever its level.
    std::string line = toJournal ? fmt::format( "<{}>", std::clamp( trace.level, 5, 7 ) ) : "";
    line += fmt::format(
-      "{}.{:06}Z {} {}/{} {}:{} {}", second, now.tv_nsec / 1000, gettid(), trace.facility,
-      trace.level, trace.file, trace.line, trace.function );
+      "{:%Y-%m-%dT%H:%M:%S}.{:06}Z {} {}/{} {}:{} {}", fmt::gmtime( now.tv_sec ),
+      now.tv_nsec / 1000, gettid(), trace.facility, trace.level, trace.file, trace.line,
+      trace.function );
    if( *trace.tag ) {
       line += fmt::format( " [{}]", trace.tag );
    }
