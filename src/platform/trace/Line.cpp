@@ -1,12 +1,12 @@
 // Escaping texts, and writing lines without the signals that a write can raise.
 #include <platform/trace/Line.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <ctime>
 #include <iterator>
 
-#include <fmt/format.h>
 #include <unistd.h>
 
 namespace Tessel::Impl {
@@ -40,19 +40,23 @@ std::size_t printableLength( std::string_view text ) {
 
 } // namespace
 
-std::string escaped( std::string_view text ) {
-   std::string safe;
+void appendEscaped( Line& line, std::string_view text ) {
    while( !text.empty() ) {
-      if( const std::size_t length = printableLength( text ) ) {
-         safe += text.substr( 0, length );
-         text.remove_prefix( length );
+      const std::size_t length = printableLength( text );
+      if( length != 0 ) {
+         line.append( text.substr( 0, length ) );
       } else {
-         fmt::format_to(
-            std::back_inserter( safe ), "\\x{:02x}", static_cast< unsigned char >( text[0] ) );
-         text.remove_prefix( 1 );
+         const auto byte = static_cast< unsigned char >( text[0] );
+         fmt::format_to( std::back_inserter( line ), "\\x{:02x}", byte );
       }
+      text.remove_prefix( std::max< std::size_t >( length, 1 ) );
    }
-   return safe;
+}
+
+std::string escaped( std::string_view text ) {
+   Line line;
+   appendEscaped( line, text );
+   return fmt::to_string( line );
 }
 
 HeldSignal::HeldSignal( int signal ) noexcept {
@@ -74,7 +78,7 @@ HeldSignal::~HeldSignal() {
    pthread_sigmask( SIG_SETMASK, &mask_, nullptr );
 }
 
-void writeLine( std::string line ) {
+void writeLine( Line& line ) {
    constexpr std::string_view cutMark = "...";
    constexpr std::size_t capacity = PIPE_BUF - 1;
    if( line.size() > capacity ) {
@@ -83,9 +87,10 @@ void writeLine( std::string line ) {
       while( end > 0 && ( line[end] & 0xc0 ) == 0x80 ) {
          --end;
       }
-      line.replace( end, std::string::npos, cutMark );
+      line.resize( end );
+      line.append( cutMark );
    }
-   line += '\n';
+   line.push_back( '\n' );
    const HeldSignal held( SIGPIPE );
    while( ::write( STDERR_FILENO, line.data(), line.size() ) < 0 && errno == EINTR ) {
    }
@@ -93,7 +98,9 @@ void writeLine( std::string line ) {
 
 void report( std::string_view text ) {
    const KeepErrno keepErrno;
-   writeLine( escaped( text ) );
+   Line line;
+   appendEscaped( line, text );
+   writeLine( line );
 }
 
 } // namespace Tessel::Impl

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include <fmt/format.h>
+
 namespace Tessel::Impl {
 
 // Gives errno its value back at the end of a scope, so that a trace can stand anywhere.
@@ -35,14 +37,20 @@ class HeldSignal {
    bool wasPending_;
 };
 
-// The text with every control character (C0, DEL and C1) and every byte that is not UTF-8 written
-// as \xHH, so that it can neither end a line nor steer a terminal.
+// A line that is being composed. Up to 500 bytes take no allocation, so that a destructor can trace
+// when memory has run out.
+using Line = fmt::memory_buffer;
+
+// Appends the text with every control character (C0, DEL and C1) and every byte that is not UTF-8
+// written as \xHH, so that it can neither end a line nor steer a terminal.
+void appendEscaped( Line& line, std::string_view text );
+// The same as a text of its own.
 std::string escaped( std::string_view text );
 
 // Writes the line with one write. Every kind of file takes PIPE_BUF bytes in one piece, so lines of
 // several threads or processes never mix and no lock is needed. A longer line loses its end and
 // shows "..." there; one that standard error does not take is lost.
-void writeLine( std::string line );
+void writeLine( Line& line );
 
 // Writes what the trace facilities have to report about themselves, escaped. Leaves errno alone.
 void report( std::string_view text );

@@ -2,19 +2,29 @@
 #include <platform/trace/TextTrace.h>
 
 #include <platform/trace/Line.h>
+#include <platform/trace/Placeholders.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
-#include <string>
-#include <utility>
+#include <iterator>
 
-#include <fmt/args.h>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+// An argument of a trace, printed by its value.
+template<>
+struct fmt::formatter< Tessel::Impl::TraceArg > {
+   static constexpr auto parse( format_parse_context& context ) { return context.begin(); }
+   static auto format( const Tessel::Impl::TraceArg& argument, format_context& context ) {
+      return std::visit(
+         [&]( const auto& value ) { return fmt::format_to( context.out(), "{}", value ); },
+         argument );
+   }
+};
 
 namespace Tessel {
 
@@ -37,19 +47,28 @@ const bool toJournal = stderrIsJournal();
 void writeToStderr( const TextTrace& trace ) {
    timespec now{};
    clock_gettime( CLOCK_REALTIME, &now );
-   // Syslog's notice, informational and debug; a trace never alarms, whatever its level.
-   std::string line = toJournal ? fmt::format( "<{}>", std::clamp( trace.level, 5, 7 ) ) : "";
-   line += fmt::format(
-      "{:%Y-%m-%dT%H:%M:%S}.{:06}Z {} {}/{} {}:{} {}", fmt::gmtime( now.tv_sec ),
-      now.tv_nsec / 1000, gettid(), trace.facility, trace.level, trace.file, trace.line,
-      trace.function );
+   std::tm parts{};
+   gmtime_r( &now.tv_sec, &parts );
+   char second[32];
+   std::strftime( second, sizeof second, "%Y-%m-%dT%H:%M:%S", &parts );
+
+   Impl::Line line;
+   const auto end = std::back_inserter( line );
+   if( toJournal ) {
+      // Syslog's notice, informational and debug; a trace never alarms, whatever its level.
+      fmt::format_to( end, "<{}>", std::clamp( trace.level, 5, 7 ) );
+   }
+   fmt::format_to(
+      end, "{}.{:06}Z {} {}/{} {}:{} {}", second, now.tv_nsec / 1000, gettid(), trace.facility,
+      trace.level, trace.file, trace.line, trace.function );
    if( *trace.tag ) {
-      line += fmt::format( " [{}]", trace.tag );
+      fmt::format_to( end, " [{}]", trace.tag );
    }
    if( !trace.text.empty() ) {
-      line += ": " + Impl::escaped( trace.text );
+      fmt::format_to( end, ": " );
+      Impl::appendEscaped( line, trace.text );
    }
-   Impl::writeLine( std::move( line ) );
+   Impl::writeLine( line );
 }
 
 } // namespace
@@ -61,12 +80,18 @@ TraceSink* traceSinkIs( TraceSink* newSink ) noexcept {
 void Impl::vfmtrace(
    TextTrace trace, std::string_view format, std::initializer_list< TraceArg > arguments ) {
    const KeepErrno keepErrno;
-   fmt::dynamic_format_arg_store< fmt::format_context > store;
-   for( const TraceArg& argument : arguments ) {
-      std::visit( [&]( const auto& value ) { store.push_back( value ); }, argument );
+   if( placeholders( format ) > static_cast< int >( arguments.size() ) ) {
+      throw fmt::format_error( "argument not found" );
    }
-   const std::string text = fmt::vformat( format, store );
-   trace.text = text;
+   // {fmt} ignores the arguments that no placeholder stands for.
+   std::array< TraceArg, mostTraceArgs > args;
+   std::copy( arguments.begin(), arguments.end(), args.begin() );
+   Line text;
+   fmt::vformat_to(
+      std::back_inserter( text ), fmt::string_view( format.data(), format.size() ),
+      fmt::make_format_args(
+         args[0], args[1], args[2], args[3], args[4], args[5], args[6], args[7] ) );
+   trace.text = { text.data(), text.size() };
    if( TraceSink* const current = sink.load( std::memory_order_acquire ) ) {
       current->traceIs( trace );
    } else {

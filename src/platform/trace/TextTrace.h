@@ -5,6 +5,7 @@
 #include <platform/trace/Facility.h>
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string_view>
@@ -79,6 +80,9 @@ TraceArg traceArg( const T& arg ) {
    }
 }
 
+// The most that a trace can have.
+inline constexpr std::size_t mostTraceArgs = 8;
+
 // Formats the text and hands it with its origin to the sink.
 TESSEL_EXPORT void
 vfmtrace( TextTrace trace, std::string_view format, std::initializer_list< TraceArg > arguments );
@@ -87,12 +91,14 @@ vfmtrace( TextTrace trace, std::string_view format, std::initializer_list< Trace
 
 /// Formats one text trace with {fmt} and hands it to the sink, whether or not its level is enabled.
 ///
-/// Arguments are strings, bools and integers; a null C string is an empty one.
+/// Arguments are up to 8 strings, bools and integers; a null C string is an empty one. A text of up
+/// to 500 bytes takes no allocation.
 /// Throws fmt::format_error if the format and the arguments do not fit.
 template< typename... Args >
 void fmtrace(
    const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,
    const char* tag, std::string_view format, const Args&... args ) {
+   static_assert( sizeof...( Args ) <= Impl::mostTraceArgs, "a trace has 8 arguments at most" );
    Impl::vfmtrace(
       { handle.name(), level, file, function, line, tag, "" }, format,
       { Impl::traceArg( args )... } );
