@@ -25,7 +25,6 @@ void AllocTrackTypeInfo::_trackAllocation(
       // If another thread was faster, its tracker counts.
       if( known.compare_exchange_strong( info, made.get() ) ) {
          info = made.release();
-         info->older_ = newest;
          while( !newest.compare_exchange_weak( info->older_, info ) ) { // GCOVR_EXCL_BR_LINE: race
          }
       }
@@ -38,13 +37,21 @@ void AllocTrackTypeInfo::trackDeallocation( AllocTrackTypeInfo* tracker ) noexce
    std::atomic_ref( tracker->live_ ).fetch_sub( 1, std::memory_order_relaxed );
 }
 
+std::uint64_t AllocTrackTypeInfo::live() const noexcept {
+   return std::atomic_ref( live_ ).load();
+}
+
+std::uint64_t AllocTrackTypeInfo::total() const noexcept {
+   return std::atomic_ref( total_ ).load();
+}
+
 std::optional< AllocCounts > allocCounts( std::string_view typeName ) {
    std::optional< AllocCounts > counts;
    for( AllocTrackTypeInfo* info = newest; info; info = info->older_ ) {
       if( info->typeName_ == typeName ) {
          counts = counts.value_or( AllocCounts{} );
-         counts->live += std::atomic_ref( info->live_ ).load();
-         counts->total += std::atomic_ref( info->total_ ).load();
+         counts->live += info->live();
+         counts->total += info->total();
       }
    }
    return counts;
