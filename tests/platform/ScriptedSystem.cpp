@@ -1,6 +1,7 @@
 // Stands between the traces and the C library.
 #include "ScriptedSystem.h"
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <string_view>
@@ -17,7 +18,7 @@ ScriptedSystem scripted;
 namespace {
 
 // What mmap has given and munmap has not yet taken back.
-std::size_t mappedBytes = 0;
+std::atomic< std::size_t > mappedBytes = 0;
 
 bool fails( int& calls ) {
    return calls > 0 && --calls == 0;
