@@ -28,6 +28,8 @@ else()
       add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
    endif()
    add_link_options(LINKER:-z,relro LINKER:-z,now)
+   # Where all symbols are bound at the start, stubs that bind them later are of no use.
+   add_compile_options(-fno-plt)
 endif()
 
 if(SODREL_COVERAGE)

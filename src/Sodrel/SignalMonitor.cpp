@@ -51,8 +51,8 @@ struct Monitoring {
    // Throws SdbusSyncException; `failure` and `subject` open its text.
    static void matchIs(
       SignalMonitor& monitor, const char* path, const char* interface, const char* member,
-      sd_bus_message_handler_t callback, void* record, std::string_view failure,
-      std::string_view subject = {} );
+      sd_bus_message_handler_t callback, void* record, const char* failure,
+      const char* subject = "" );
    // Removes the match.
    static void matchDel( SignalMonitor& monitor );
 
@@ -68,8 +68,7 @@ struct Monitoring {
 
 void Monitoring::matchIs(
    SignalMonitor& monitor, const char* path, const char* interface, const char* member,
-   sd_bus_message_handler_t callback, void* record, std::string_view failure,
-   std::string_view subject ) {
+   sd_bus_message_handler_t callback, void* record, const char* failure, const char* subject ) {
    sd_bus_slot* slot = nullptr;
    const int matched = sd_bus_match_signal(
       monitor.rawSdbus, &slot, sender, path, interface, member, callback, record );
@@ -217,21 +216,22 @@ bool JobRemovedMonitor::wait( const Orl::Optional< Tessel::String >& object ) {
    TESSEL_ASSERT(
       object.hasValue(),
       "virtual bool Sodrel::JobRemovedMonitor::wait(const Orl::Optional<Tessel::String>&)" );
-   TRACE( 8, "Wait for JobRemoved signal of {}", *object );
-   if( isUnitObject( *object ) ) {
+   const Tessel::String& path = *object;
+   TRACE( 8, "Wait for JobRemoved signal of {}", path );
+   if( isUnitObject( path ) ) {
       return true;
    }
    data->callbackFailed = false;
-   data->jobId = parseJobId( *object );
-   data->result = "";
+   data->jobId = parseJobId( path );
+   data->result = Tessel::String();
    Monitoring::waitUntil(
-      *this, "JobRemovedMonitor::wait, ", object, data->callbackFailed, [this, &object] {
+      *this, "JobRemovedMonitor::wait, ", object, data->callbackFailed, [this, &path] {
          const Tessel::String& result = data->result;
          if( result.empty() || result == "done" || result == "skipped" ) {
             return !result.empty();
          }
          throw SdbusJobException(
-            Tessel::concat( "JobRemovedMonitor::wait, job ", *object, " result: ", result ) );
+            Tessel::concat( "JobRemovedMonitor::wait, job ", path, " result: ", result ) );
       } );
    return true;
 }
@@ -395,7 +395,7 @@ void UnitReloadingMonitor::handleInitialized() {
       record.get(),
       "UnitReloadingMonitor::handleInitialized, "
       "failed to register PropertiesChanged monitor for ",
-      unitPath );
+      unitPath.data() );
 }
 
 void UnitReloadingMonitor::handleDeleted() {

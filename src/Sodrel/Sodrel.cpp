@@ -49,13 +49,15 @@ Tessel::String withCause( const Tessel::String& what, int result ) {
 template< std::invocable Failure >
 void check( const Sdbus& client, int ret, sd_bus_error& error, const Failure& failure ) {
    ErrorContents contents( &error );
-   const Tessel::String text = ret < 0 ? failure() : Tessel::String();
-   client.handleSdbusCall( ret, contents.release(), text );
+   if( ret < 0 ) {
+      const Tessel::String text = failure();
+      client.handleSdbusCall( ret, contents.release(), text );
+   }
 }
 
 // Reads an object path. Consumes the reply.
 template< std::invocable Failure >
-Tessel::String readPath( Reply reply, const Failure& failure ) {
+Tessel::String readPath( Reply&& reply, const Failure& failure ) {
    const char* path = "";
    const int read = sd_bus_message_read( reply.get(), "o", &path );
    if( read < 0 ) {
@@ -70,7 +72,7 @@ Tessel::String readPath( Reply reply, const Failure& failure ) {
 
 // Reads a boolean. Consumes the reply.
 template< std::invocable Failure >
-bool readBool( Reply reply, const Failure& failure ) {
+bool readBool( Reply&& reply, const Failure& failure ) {
    int value = 0;
    const int read = sd_bus_message_read( reply.get(), "b", &value );
    sd_bus_message_unref( reply.release() );
@@ -252,14 +254,14 @@ Sdbus::managerCallSO( const Tessel::String& method, const Tessel::String& s, boo
       return asyncManagerCallSO( method, s );
    }
    const Tessel::Ptr< SignalMonitor > signalMonitor = jobRemovedMonitorFactory( sdbus() );
-   Tessel::String object = asyncManagerCallSO( method, s );
+   Orl::Optional< Tessel::String > object( asyncManagerCallSO( method, s ) );
    if( !signalMonitor->wait( object ) ) {
       object = asyncManagerCallSO( method, s );
       TESSEL_ASSERT(
          signalMonitor->wait( object ),
          "Orl::String Sodrel::Sdbus::managerCallSO(const String&, const String&, bool)" );
    }
-   return object;
+   return *std::move( object );
 }
 
 Orl::String Sdbus::managerCallSsO(
@@ -280,7 +282,7 @@ Orl::String Sdbus::managerCallSsO(
    } else {
       signalMonitor = jobRemovedMonitorFactory( bus );
    }
-   Tessel::String object = asyncManagerCallSsO( method, s1, s2 );
+   Orl::Optional< Tessel::String > object( asyncManagerCallSsO( method, s1, s2 ) );
    if( !signalMonitor->wait( object ) ) {
       object = asyncManagerCallSsO( method, s1, s2 );
       TESSEL_ASSERT(
@@ -288,7 +290,7 @@ Orl::String Sdbus::managerCallSsO(
          "Orl::String Sodrel::Sdbus::managerCallSsO(const String&, const String&, const String&, "
          "bool)" );
    }
-   return object;
+   return *std::move( object );
 }
 
 // Asynchronous manager calls

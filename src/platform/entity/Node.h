@@ -4,6 +4,7 @@
 #include <platform/Export.h>
 
 #include <cstdint>
+#include <sys/single_threaded.h>
 
 namespace Tessel {
 
@@ -50,11 +51,17 @@ class TESSEL_EXPORT Node {
    [[nodiscard]] virtual TypeRef typeData() const;
 
    /// Adds a use. The caller must already have one, which keeps the entity alive.
-   void incUse() noexcept;
+   void incUse() noexcept { added( 1 ); }
    /// Drops one use; the last drop destroys the entity.
-   void decUseImpl() noexcept;
+   void decUseImpl() noexcept {
+      if( added( -1U ) == 0 ) {
+         lastUserGone();
+      }
+   }
    /// Returns the number of uses, which other threads may be changing.
-   [[nodiscard]] std::uint32_t useCount() const noexcept;
+   [[nodiscard]] std::uint32_t useCount() const noexcept {
+      return __atomic_load_n( &useCount_, __ATOMIC_RELAXED );
+   }
 
    /// Sets or clears a flag and leaves the others.
    void nodeFlagSet( std::uint32_t flag, bool value ) noexcept {
@@ -66,7 +73,17 @@ class TESSEL_EXPORT Node {
    }
 
  private:
-   mutable std::uint32_t useCount_ = 1; // std::atomic_ref takes nothing const
+   // Adds to the use count and returns the new one; plainly while the process has one thread.
+   // By builtins, because <atomic> is a heavy header.
+   std::uint32_t added( std::uint32_t by ) noexcept {
+      if( __libc_single_threaded ) {
+         return useCount_ += by;
+      }
+      // Acquire and release: the work of all users comes before the destruction by the last one.
+      return __atomic_add_fetch( &useCount_, by, __ATOMIC_ACQ_REL );
+   }
+
+   std::uint32_t useCount_ = 1;
    std::uint32_t nodeFlags_ = 0;
 };
 

@@ -15,19 +15,24 @@ constinit std::atomic< AllocTrackTypeInfo* > newest = nullptr;
 
 } // namespace
 
+AllocTrackTypeInfo*
+AllocTrackTypeInfo::create( AllocTrackTypeInfo** tracker, const std::type_info& type ) {
+   std::unique_ptr< AllocTrackTypeInfo > made( new AllocTrackTypeInfo( Tessel::typeName( type ) ) );
+   AllocTrackTypeInfo* info = nullptr;
+   // If another thread was faster, its tracker counts.
+   if( std::atomic_ref( *tracker ).compare_exchange_strong( info, made.get() ) ) {
+      info = made.release();
+      while( !newest.compare_exchange_weak( info->older_, info ) ) { // GCOVR_EXCL_BR_LINE: race
+      }
+   }
+   return info;
+}
+
 void AllocTrackTypeInfo::_trackAllocation(
    AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t, std::size_t ) {
-   const std::atomic_ref known( *tracker );
-   AllocTrackTypeInfo* info = known.load();
+   AllocTrackTypeInfo* info = std::atomic_ref( *tracker ).load();
    if( !info ) {
-      std::unique_ptr< AllocTrackTypeInfo > made(
-         new AllocTrackTypeInfo( Tessel::typeName( type ) ) );
-      // If another thread was faster, its tracker counts.
-      if( known.compare_exchange_strong( info, made.get() ) ) {
-         info = made.release();
-         while( !newest.compare_exchange_weak( info->older_, info ) ) { // GCOVR_EXCL_BR_LINE: race
-         }
-      }
+      info = create( tracker, type );
    }
    std::atomic_ref( info->total_ ).fetch_add( 1, std::memory_order_relaxed );
    std::atomic_ref( info->live_ ).fetch_add( 1, std::memory_order_relaxed );

@@ -41,6 +41,7 @@ class AllocTrackTypeInfo {
    friend std::optional< AllocCounts > allocCounts( std::string_view typeName );
 
    explicit AllocTrackTypeInfo( const Tessel::String& typeName ) : typeName_( typeName ) {}
+   static AllocTrackTypeInfo* create( AllocTrackTypeInfo** tracker, const std::type_info& type );
 
    const Tessel::String typeName_;
    // Accessed through std::atomic_ref only: <atomic> is a heavy header.

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <new>
 #include <pthread.h>
+#include <sys/single_threaded.h>
 #include <utility>
 
 #if defined( __SANITIZE_ADDRESS__ )
@@ -46,28 +47,56 @@ constinit std::mutex mutex;
 // By size, in headers. Slabs stay, so entities may be destroyed at any time.
 constinit std::array< Block*, largestInSlab / sizeof( Block ) + 1 > freeBlocks{};
 
+// Holds the mutex unless the process is known to be single-threaded.
+class Lock {
+ public:
+   Lock() {
+      if( locks_ ) {
+         mutex.lock();
+      }
+   }
+   ~Lock() {
+      if( locks_ ) {
+         mutex.unlock();
+      }
+   }
+   Lock( const Lock& ) = delete;
+   Lock& operator=( const Lock& ) = delete;
+
+ private:
+   const bool locks_ = !__libc_single_threaded;
+};
+
 // The forking thread holds the mutex, so the child finds the lists whole and the mutex free.
 [[maybe_unused]] const int forkHandlers =
    pthread_atfork( [] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); } );
 
+// Cuts a slab into blocks; none if there is no memory.
+[[gnu::noinline]] void addBlocks( std::size_t bytes ) noexcept {
+   auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
+   Block*& first = freeBlocks[bytes / sizeof( Block )];
+   for( std::size_t at = 0; slab && at + bytes <= slabBytes; at += bytes ) {
+      first = new( slab + at ) Block{ bytes, first };
+   }
+}
+
 // Takes a free block of a slab; null if there is no memory.
 Block* take( std::size_t bytes ) noexcept {
-   const std::lock_guard lock( mutex );
+   const Lock lock;
    Block*& first = freeBlocks[bytes / sizeof( Block )];
    if( !first ) {
-      auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
-      if( !slab ) {
-         return nullptr;
-      }
-      std::size_t at = 0;
-      do {
-         first = new( slab + at ) Block{ bytes, first };
-         at += bytes;
-      } while( at + bytes <= slabBytes );
+      addBlocks( bytes );
    }
    Block* const block = first;
-   first = std::exchange( block->next, &live );
+   if( block ) {
+      first = std::exchange( block->next, &live );
+   }
    return block;
+}
+
+[[noreturn]] void noLiveBlock( const void* memory, const std::type_info& type ) noexcept {
+   std::fprintf( stderr, "slabFree: %p is no live block of %s\n", memory, typeName( type ).data() );
+   std::abort();
 }
 
 } // namespace
@@ -90,12 +119,10 @@ void* slabAlloc( std::size_t size ) noexcept {
 void slabFree( void* memory, const std::type_info& type ) noexcept {
    Block* const block = static_cast< Block* >( memory ) - 1;
    if( block->next != &live ) {
-      std::fprintf(
-         stderr, "slabFree: %p is no live block of %s\n", memory, typeName( type ).data() );
-      std::abort();
+      noLiveBlock( memory, type );
    }
    if( block->bytes <= largestInSlab ) {
-      const std::lock_guard lock( mutex );
+      const Lock lock;
       Block*& first = freeBlocks[block->bytes / sizeof( Block )];
       block->next = std::exchange( first, block );
    } else {
