@@ -34,9 +34,15 @@ class TheClient : public ClientTest {
 using TheSdbusFactory = ClientTest;
 using TheReplyOperations = ClientTest;
 
-TEST_F( TheSdbusFactory, returnsTheOnlyUseOfAnInitializedEntity ) {
+TEST_F( TheSdbusFactory, returnsTheOnlyUseOfAnEntityInitializedUntilItsEndBegins ) {
    EXPECT_EQ( client->useCount(), 1U );
    EXPECT_TRUE( client->nodeFlag( 0x20000000 ) );
+   bool initialized = true;
+   onTrace = [&, entity = client.get()]( const Tessel::TextTrace& ) {
+      initialized = entity->nodeFlag( 0x20000000 );
+   };
+   client = nullptr;
+   EXPECT_FALSE( initialized );
 }
 
 TEST_F( TheSdbusFactory, createsASeparateEntityWithItsOwnConnectionEachTime ) {

@@ -98,12 +98,6 @@ TEST_P( EachMonitor, reportsASignalThatItCannotReadButOnlyToTheWaitInWhichItCome
    EXPECT_EQ( GetParam().waiting( *monitor ), GetParam().timeout() );
 }
 
-TEST_P( EachMonitor, takesASignalThatEndsEarlyAsOneOfEmptyValues ) {
-   script.dispatch( bus, signalOf( GetParam(), {} ) );
-   EXPECT_TRUE( takeLog().ends_with( " callback gives 0" ) );
-   EXPECT_TRUE( fieldsOf( *GetParam().dataIs( *monitor ) ).starts_with( "callbackFailed=false" ) );
-}
-
 TEST_P( EachMonitor, reportsAConnectionThatWasClosedUnderIt ) {
    sd_bus_flush_close_unref( bus );
    EXPECT_EQ(
