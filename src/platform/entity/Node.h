@@ -16,6 +16,7 @@ struct TypeRef {
    const ModuleInspectData* module = nullptr; ///< null for nodeType
    std::uint32_t index = 0;                   ///< among the module's types
 
+   /// Returns whether both refer to the same type.
    friend constexpr bool operator==( const TypeRef& left, const TypeRef& right ) = default;
 };
 

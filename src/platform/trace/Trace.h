@@ -31,13 +31,13 @@ std::integral_constant< int, sizeof...( Args ) > argumentCount( const Args&... )
 /// One place in the code that traces: all that is constant about it. Borrows what it is given for
 /// ever.
 struct TracePoint {
-   const char* file;
-   int line;
-   const char* function;
-   const char* format;
-   int level;
-   const Orl::TraceHandle& facility;
-   std::atomic< int >& msgId; ///< 0 until the first record needs one
+   const char* file;                 ///< the source file, from src/ on
+   int line;                         ///< in the source file
+   const char* function;             ///< the function's plain name
+   const char* format;               ///< with one {} for each argument
+   int level;                        ///< 0 to 31
+   const Orl::TraceHandle& facility; ///< of the source file
+   std::atomic< int >& msgId;        ///< 0 until the first record needs one
 
    /// Traces: the ring-buffer record, then the text.
    ///

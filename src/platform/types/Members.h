@@ -136,7 +136,7 @@ inline constexpr std::size_t maxParams = 4;
 struct ParamRow {
    /// The first `count` are the parameters.
    std::array< ParamDesc, maxParams > params;
-   std::uint32_t count = 0;
+   std::uint32_t count = 0; ///< at most maxParams
 };
 
 /// Returns parameters of these types with these names.

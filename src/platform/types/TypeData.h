@@ -74,7 +74,7 @@ using ConstructFunction = void ( * )( void* result, const void* const* arguments
 
 /// Generic access to one type: the operations of its HideMe.
 struct TypeHooks {
-   AccessFunction inspectOperation;
+   AccessFunction inspectOperation;         ///< as HideMe's
    ConstructFunction constructFromCtorArgs; ///< null for a type that can't be created
 };
 

@@ -14,7 +14,9 @@ class TESSEL_EXPORT Exception : public std::exception {
  public:
    /// Copies the message. Throws std::bad_alloc.
    explicit Exception( const String& message );
+   /// Shares the message.
    Exception( const Exception& ) = default;
+   /// Shares the message.
    Exception& operator=( const Exception& ) = default;
    ~Exception() override;
 

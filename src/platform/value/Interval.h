@@ -12,6 +12,7 @@ namespace Tessel {
 /// Thrown when a length of time would be negative.
 class TESSEL_EXPORT NegativeNotAllowed : public Exception {
  public:
+   /// Takes the message.
    using Exception::Exception;
    ~NegativeNotAllowed() override;
 };
@@ -19,6 +20,7 @@ class TESSEL_EXPORT NegativeNotAllowed : public Exception {
 /// Thrown when a length of time exceeds the largest interval.
 class TESSEL_EXPORT ArgOutOfRange : public Exception {
  public:
+   /// Takes the message.
    using Exception::Exception;
    ~ArgOutOfRange() override;
 };
@@ -63,6 +65,7 @@ class Interval {
 
    /// Subtracts seconds in double precision. Throws as fromSeconds.
    TESSEL_EXPORT friend Interval operator-( Interval left, Interval right );
+   /// Compares the lengths.
    // NOLINTNEXTLINE(modernize-use-nullptr): the defaulted comparison's own 0.
    friend constexpr auto operator<=>( Interval left, Interval right ) = default;
 
