@@ -2,7 +2,10 @@
 #include <scripted/Monitors.h>
 
 #include <cerrno>
+#include <clocale>
+#include <cstdlib>
 #include <limits>
+#include <string>
 
 namespace SodrelTest {
 
@@ -45,6 +48,15 @@ TEST_F( TheWaitLoop, processesUntilTheQueueIsDrainedBeforeItLooksAtTheClock ) {
    finishes();
    EXPECT_EQ( waiting(), "true" );
    EXPECT_EQ( takeLog(), begin + process + process + process + read + read + process + now );
+}
+
+TEST_F( TheWaitLoop, writesItsLimitWithAPointInEveryLocale ) {
+   setenv( "LOCPATH", LOCALES, 1 );
+   ASSERT_STREQ( std::setlocale( LC_ALL, "de_DE.UTF-8" ), "de_DE.UTF-8" );
+   ASSERT_EQ( std::to_string( 0.5 ), "0,500000" );
+   clock.readingsAre( { 0, 600 * second } );
+   EXPECT_EQ( waiting(), timeout );
+   std::setlocale( LC_ALL, "C" );
 }
 
 TEST_F( TheWaitLoop, waitsForTheRestOfTheLimitAfterEachDrainedPass ) {
