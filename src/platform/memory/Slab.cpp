@@ -71,7 +71,8 @@ class Lock {
 [[maybe_unused]] const int forkHandlers =
    pthread_atfork( [] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); } );
 
-// Cuts a slab into blocks; none if there is no memory.
+// Cuts a slab, which stays, into blocks; none if there is no memory.
+// NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
 [[gnu::noinline]] void addBlocks( std::size_t bytes ) noexcept {
    auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
    Block*& first = freeBlocks[bytes / sizeof( Block )];
@@ -79,6 +80,7 @@ class Lock {
       first = new( slab + at ) Block{ bytes, first };
    }
 }
+// NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
 
 // Takes a free block of a slab; null if there is no memory.
 Block* take( std::size_t bytes ) noexcept {

@@ -65,7 +65,7 @@ Facilities* facilitiesOfEnvironment() {
    if( !parsed ) {
       Tessel::Impl::report(
          std::string( "TESSEL_TRACE: ignored malformed value \"" ) + text +
-         "\": expected something like \"Sodrel=5,8;SignalMonitor=*\"" );
+         R"(": expected something like "Sodrel=5,8;SignalMonitor=*")" );
       return new Facilities;
    }
    return new Facilities( parsed->begin(), parsed->end() );

@@ -103,7 +103,7 @@ TraceHandle* handleOfEnvironment() {
    if( !settings ) {
       Tessel::Impl::report(
          std::string( "FENNET_TRACE: ignored malformed value \"" ) + text +
-         "\": expected something like \"/var/tmp/traces,1M\"" );
+         R"(": expected something like "/var/tmp/traces,1M")" );
       return nullptr;
    }
    return new TraceHandle( std::move( settings->folder ), settings->ringSize, true );

@@ -122,7 +122,7 @@ void TraceFile::clocksAre() {
 // blocks go. That takes nothing but where each block began, so no old record is looked at.
 void TraceFile::makeRoom() {
    const std::uint64_t blockSize = ringSize_ / blocks;
-   const std::uint64_t roomEnd = end_ + blockSize + 2 * maxRecordSize;
+   const std::uint64_t roomEnd = end_ + blockSize + std::uint64_t{ 2 } * maxRecordSize;
 
    blockStarts_[lastBlock_++ % blocks] = end_;
    std::uint64_t tail = end_;
