@@ -16,6 +16,8 @@ function(sodrel_library name)
    set_target_properties(${name}Objects PROPERTIES
       CXX_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON)
+   # No other library replaces what these export; see -Bsymbolic-functions below.
+   target_compile_options(${name}Objects PRIVATE -fno-semantic-interposition)
    target_include_directories(${name}Objects PUBLIC "${PROJECT_SOURCE_DIR}/src")
    target_link_libraries(${name}Objects PUBLIC ${arg_PUBLIC} PRIVATE SodrelWarnings Threads::Threads)
 

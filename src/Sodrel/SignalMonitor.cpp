@@ -223,7 +223,7 @@ bool JobRemovedMonitor::wait( const Orl::Optional< Tessel::String >& object ) {
    }
    data->callbackFailed = false;
    data->jobId = parseJobId( path );
-   data->result = Tessel::String();
+   data->result.clear();
    Monitoring::waitUntil(
       *this, "JobRemovedMonitor::wait, ", object, data->callbackFailed, [this, &path] {
          const Tessel::String& result = data->result;

@@ -22,6 +22,8 @@ class String {
    /// Takes the text over.
    String( std::string text ) : text_( std::move( text ) ) {}
 
+   /// Makes the string empty.
+   void clear() { text_.clear(); }
    /// Appends and returns the string itself; a string may be appended to itself.
    String& append( std::string_view text ) {
       text_.append( text );
