@@ -38,7 +38,8 @@ std::string textOf( const Record& record ) {
 
 std::string formatTime( std::int64_t time ) {
    return fmt::format(
-      "{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime( std::time_t{ time / second } ), time % second );
+      "{:%Y-%m-%dT%H:%M:%S}.{:09}Z", fmt::gmtime( static_cast< std::time_t >( time / second ) ),
+      time % second );
 }
 
 std::optional< std::int64_t > parseTime( const std::string& text ) {

@@ -3,6 +3,7 @@
 // The standard library's pools would not do: libstdc++ 12's crash when an allocation fails.
 #include <platform/memory/Slab.h>
 
+#include <platform/value/LockedByForks.h>
 #include <platform/value/TypeName.h>
 
 #include <array>
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <mutex>
 #include <new>
-#include <pthread.h>
 #include <sys/single_threaded.h>
 #include <utility>
 
@@ -67,9 +67,7 @@ class Lock {
    const bool locks_ = !__libc_single_threaded;
 };
 
-// The forking thread holds the mutex, so the child finds the lists whole and the mutex free.
-[[maybe_unused]] const int forkHandlers =
-   pthread_atfork( [] { mutex.lock(); }, [] { mutex.unlock(); }, [] { mutex.unlock(); } );
+[[maybe_unused]] const bool mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
 // Cuts a slab, which stays, into blocks; none if there is no memory.
 // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)

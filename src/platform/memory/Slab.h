@@ -12,7 +12,8 @@ namespace Tessel {
 /// there is no memory or no object can be that large.
 ///
 /// The caller owns the block until it passes it to slabFree.
-/// Thread: any, also while a thread or the process ends, and in the child after a fork.
+/// Thread: any, also while a thread or the process ends, and in the child after a fork, but
+/// not in fork handlers that were registered before the library was loaded.
 TESSEL_EXPORT void* slabAlloc( std::size_t size ) noexcept;
 
 /// Consumes a block that slabAlloc returned to any thread.

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include <pthread.h>
 #include <unistd.h>
 
 namespace Fennet {
@@ -26,11 +27,21 @@ namespace {
 
 constinit std::atomic< std::uint64_t > lastHandleNumber = 0;
 
+// Changed only in the child of a fork, while it has one thread.
+constinit std::uint32_t forks = 0;
+[[maybe_unused]] const int forksAreCounted = pthread_atfork( nullptr, nullptr, [] { ++forks; } );
+
+// Tells a process from its parent: by its id after any kind of fork, by the count where both have
+// the same id in different PID namespaces. Never 0.
+std::uint64_t thisProcess() {
+   return std::uint64_t{ forks } << 32 | static_cast< std::uint32_t >( getpid() );
+}
+
 // The files that a process keeps of its ended threads.
 struct EndedFiles {
    std::array< std::string, 64 > paths; // the oldest one stands at `next`
    std::size_t next = 0;
-   pid_t pid = getpid();
+   std::uint64_t process = thisProcess();
 };
 constinit std::mutex endedMutex;
 [[maybe_unused]] const bool mutexIsLockedByForks = Tessel::Impl::lockedByForks< endedMutex >();
@@ -40,7 +51,7 @@ EndedFiles& endedFiles = *new EndedFiles;
 // Keeps the file of a thread that ends, in the place of the oldest one.
 void keepEnded( std::string path ) {
    const std::scoped_lock lock( endedMutex );
-   if( endedFiles.pid != getpid() ) {
+   if( endedFiles.process != thisProcess() ) {
       // The files of the parent stay the parent's.
       endedFiles = {};
    }
@@ -56,13 +67,13 @@ constinit thread_local bool threadEnds = false;
 // The files of one thread by the number of their handle; null where none could be created.
 struct ThreadFiles {
    std::vector< std::pair< std::uint64_t, std::unique_ptr< TraceFile > > > files;
-   pid_t pid = 0;
+   std::uint64_t process = 0;
 
    ~ThreadFiles() {
       threadEnds = true;
       for( const auto& [number, file] : files ) {
-         if( file && pid == getpid() ) {
-            keepEnded( file->path() );
+         if( file && process == thisProcess() ) {
+            keepEnded( file->takePath() );
          }
       }
    }
@@ -128,26 +139,26 @@ TraceFile* TraceHandle::mtTraceFile() {
    if( threadEnds ) {
       return nullptr;
    }
-   // A child process, however it was made, drops its mappings of the parent's files.
-   const pid_t pid = getpid();
+   // A child process drops its mappings of the parent's files.
+   const std::uint64_t process = thisProcess();
    if( !shared_ ) {
-      if( ownFilePid_ != pid ) {
+      if( ownFileProcess_ != process ) {
          delete std::exchange( ownFile_, nullptr );
-         ownFilePid_ = pid;
          ownFile_ = newTraceFile();
+         ownFileProcess_ = process;
       }
       return ownFile_;
    }
-   if( threadFiles.pid != pid ) {
+   if( threadFiles.process != process ) {
       threadFiles.files.clear();
-      threadFiles.pid = pid;
+      threadFiles.process = process;
    }
    auto& files = threadFiles.files;
    auto found = std::find_if(
       files.begin(), files.end(), [&]( const auto& entry ) { return entry.first == number_; } );
    if( found == files.end() ) {
-      found = files.emplace( files.end(), number_, std::unique_ptr< TraceFile >() );
-      found->second.reset( newTraceFile() );
+      std::unique_ptr< TraceFile > file( newTraceFile() );
+      found = files.emplace( files.end(), number_, std::move( file ) );
    }
    return found->second.get();
 }

@@ -48,8 +48,8 @@ class TESSEL_EXPORT TraceHandle {
    const std::uint32_t ringSize_;
    const bool shared_;
    std::atomic< bool > troubleReported_ = false;
-   TraceFile* ownFile_ = nullptr; // owned; of a handle that is not shared
-   int ownFilePid_ = 0;           // the process that created it; 0 before
+   TraceFile* ownFile_ = nullptr;     // owned; of a handle that is not shared
+   std::uint64_t ownFileProcess_ = 0; // the process that created it; 0 before
 };
 
 /// The handle that every trace point writes to; null if there is none. Borrows the handle, which

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <string>
 #include <string_view>
@@ -37,9 +38,9 @@ class HeldSignal {
    bool wasPending_;
 };
 
-// A line that is being composed. Up to 500 bytes take no allocation, so that a destructor can trace
-// when memory has run out.
-using Line = fmt::memory_buffer;
+// A line that is being composed. No line that is written whole takes an allocation, so a destructor
+// can trace when memory has run out.
+using Line = fmt::basic_memory_buffer< char, PIPE_BUF >;
 
 // Appends the text with every control character (C0, DEL and C1) and every byte that is not UTF-8
 // written as \xHH, so that it can neither end a line nor steer a terminal.

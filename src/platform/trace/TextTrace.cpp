@@ -38,11 +38,13 @@ constinit std::atomic< TraceSink* > sink = nullptr;
 bool stderrIsJournal() {
    const char* const stream = std::getenv( "JOURNAL_STREAM" );
    struct stat status {};
-   return stream && fstat( STDERR_FILENO, &status ) == 0 &&
-          stream == fmt::format( "{}:{}", status.st_dev, status.st_ino );
+   if( !stream || fstat( STDERR_FILENO, &status ) != 0 ) {
+      return false;
+   }
+   Impl::Line socket;
+   fmt::format_to( std::back_inserter( socket ), "{}:{}", status.st_dev, status.st_ino );
+   return stream == std::string_view( socket.data(), socket.size() );
 }
-
-const bool toJournal = stderrIsJournal();
 
 void writeToStderr( const TextTrace& trace ) {
    timespec now{};
@@ -54,7 +56,7 @@ void writeToStderr( const TextTrace& trace ) {
 
    Impl::Line line;
    const auto end = std::back_inserter( line );
-   if( toJournal ) {
+   if( stderrIsJournal() ) {
       // Syslog's notice, informational and debug; a trace never alarms, whatever its level.
       fmt::format_to( end, "<{}>", std::clamp( trace.level, 5, 7 ) );
    }
@@ -80,7 +82,8 @@ TraceSink* traceSinkIs( TraceSink* newSink ) noexcept {
 void Impl::vfmtrace(
    TextTrace trace, std::string_view format, std::initializer_list< TraceArg > arguments ) {
    const KeepErrno keepErrno;
-   if( placeholders( format ) > static_cast< int >( arguments.size() ) ) {
+   const int wanted = placeholders( format );
+   if( wanted < 0 || wanted > static_cast< int >( arguments.size() ) ) {
       throw fmt::format_error( "argument not found" );
    }
    // {fmt} ignores the arguments that no placeholder stands for.

@@ -91,8 +91,8 @@ vfmtrace( TextTrace trace, std::string_view format, std::initializer_list< Trace
 
 /// Formats one text trace with {fmt} and hands it to the sink, whether or not its level is enabled.
 ///
-/// Arguments are up to 8 strings, bools and integers; a null C string is an empty one. A text of up
-/// to 500 bytes takes no allocation.
+/// The format has {} for its placeholders, and the arguments are up to 8 strings, bools and
+/// integers; a null C string is an empty one. A line of up to PIPE_BUF bytes takes no allocation.
 /// Throws fmt::format_error if the format and the arguments do not fit.
 template< typename... Args >
 void fmtrace(

@@ -73,16 +73,23 @@ std::unique_ptr< TraceFile >
 TraceFile::create( const std::string& folder, std::uint32_t ringSize ) {
    std::string path;
    const int fd = openNew( folder, path );
-   std::byte* const mapping = fd < 0 ? nullptr : mapNew( fd, headerSize + ringSize );
-   if( !mapping ) {
-      const KeepErrno keepErrno;
-      if( fd >= 0 ) {
-         close( fd );
-         unlink( path.c_str() );
-      }
+   if( fd < 0 ) {
       return nullptr;
    }
-   return std::unique_ptr< TraceFile >( new TraceFile( path, fd, mapping, ringSize ) );
+   std::byte* const mapping = mapNew( fd, headerSize + ringSize );
+   if( mapping ) {
+      if( auto* const file =
+             new( std::nothrow ) TraceFile( std::move( path ), fd, mapping, ringSize ) ) {
+         return std::unique_ptr< TraceFile >( file );
+      }
+   }
+   const KeepErrno keepErrno;
+   if( mapping ) {
+      munmap( mapping, headerSize + ringSize );
+   }
+   close( fd );
+   unlink( path.c_str() );
+   return nullptr;
 }
 
 TraceFile::TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_t ringSize )

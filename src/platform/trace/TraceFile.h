@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Fennet {
@@ -32,7 +33,8 @@ class TraceFile {
    TraceFile( const TraceFile& ) = delete;
    TraceFile& operator=( const TraceFile& ) = delete;
 
-   [[nodiscard]] const std::string& path() const { return path_; }
+   // Releases the path to the caller; the file has none afterwards.
+   std::string takePath() { return std::move( path_ ); }
 
    // Returns whether the file can take this trace point's records: true once it is described.
    [[nodiscard]] bool describes( int msgId ) const {
@@ -56,7 +58,7 @@ class TraceFile {
    void makeRoom();
    void clocksAre();
 
-   const std::string path_;
+   std::string path_;
    const int fd_;
    const std::uint32_t ringSize_;
    FileHeader* const header_; // only written

@@ -1,6 +1,8 @@
 // The registry of module records, and the search for types and members.
 #include <platform/types/TypeData.h>
 
+#include <platform/value/LockedByForks.h>
+
 #include <algorithm>
 #include <mutex>
 #include <vector>
@@ -10,6 +12,7 @@ namespace Tessel {
 namespace {
 
 constinit std::mutex mutex;
+[[maybe_unused]] const bool mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
 // Never destroyed: records come and go with their libraries, before and after any other object.
 std::vector< const ModuleInspectData* >& modules() {
