@@ -139,6 +139,59 @@ TEST( ASlabBlock, isGuardedByTheAddressSanitizer ) {
 }
 #endif
 
+// Under the address sanitizer no block comes from a slab.
+#ifndef SODREL_TEST_ASAN
+constexpr std::array< std::size_t, 9 > sizesInSlabs = { 0, 1, 16, 17, 33, 112, 240, 1007, 1008 };
+
+// Takes blocks until operator new has been called so often and is needed once more.
+std::vector< void* > allBlocks( std::size_t size, std::size_t allocations ) {
+   std::vector< void* > taken;
+   taken.reserve( 1'000'000 );
+   const MemoryFailure failure( allocations, true );
+   while( void* const block = slabAlloc( size ) ) {
+      taken.push_back( block );
+   }
+   return taken;
+}
+
+void freeAll( const std::vector< void* >& blocks ) {
+   for( void* const block : blocks ) {
+      slabFree( block );
+   }
+}
+
+TEST( ASlab, isUsedUpToItsEnd ) {
+   for( const std::size_t size : sizesInSlabs ) {
+      const std::vector< void* > before = allBlocks( size, 0 );
+      const std::vector< void* > ofOneSlab = allBlocks( size, 1 );
+      // A block has a header of 16 bytes and ends at a multiple of 16.
+      EXPECT_EQ( ofOneSlab.size(), 16384 / ( 16 + ( size + 15 ) / 16 * 16 ) ) << size;
+      freeAll( before );
+      freeAll( ofOneSlab );
+   }
+}
+
+TEST( ASlab, keepsItsBlocksWhateverIsWrittenToThem ) {
+   for( const std::size_t size : sizesInSlabs ) {
+      const std::vector< void* > taken = allBlocks( size, 1 );
+      for( void* const block : taken ) {
+         std::memset( block, 0xff, size );
+      }
+      freeAll( taken );
+      const std::vector< void* > again = allBlocks( size, 0 );
+      EXPECT_EQ( again.size(), taken.size() ) << size;
+      freeAll( again );
+   }
+}
+
+TEST( ASlab, hasNoBlocksOfMoreThan1008Bytes ) {
+   const std::vector< void* > taken = allBlocks( 1009, 3 );
+   EXPECT_EQ( taken.size(), 3 );
+   freeAll( taken );
+   EXPECT_EQ( allBlocks( 1009, 0 ).size(), 0 );
+}
+#endif
+
 TEST( TheSlabAllocator, hasNoBlockOfAnImpossibleSize ) {
    constexpr std::size_t largest = std::numeric_limits< std::size_t >::max();
    for( const std::size_t size : { largest, largest - 15, largest - 64, largest / 2 } ) {

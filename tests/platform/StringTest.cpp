@@ -1,4 +1,6 @@
 // The string: where it comes from, how it grows, and what it compares with.
+#include "Memory.h"
+
 #include <platform/value/String.h>
 
 #include <gtest/gtest.h>
@@ -121,6 +123,16 @@ TEST( AConcatenation, joinsAllPiecesInTheirOrder ) {
       "read failed for dbus.service: 5" );
    EXPECT_TRUE( concat() == "" );
    EXPECT_TRUE( concat( "", "" ).empty() );
+}
+
+TEST( AConcatenation, allocatesOnce ) {
+   const std::string longPiece( 100, 'x' );
+   String joined;
+   {
+      const MemoryFailure ofTheSecond( 1 );
+      joined = concat( longPiece, "-", longPiece, longPiece );
+   }
+   EXPECT_EQ( joined.size(), 301U );
 }
 
 } // namespace
