@@ -31,6 +31,7 @@ def say(text):
 def make_tree():
     """The texts to be mutated, by their place in the tree; all else is linked to."""
     sources = {}
+    TREE.mkdir(parents=True, exist_ok=True)
     for path in (*ROOT.iterdir(), *sorted((ROOT / "src").rglob("*"))):
         target = TREE / path.relative_to(ROOT)
         if path.suffix in (".cpp", ".h"):
