@@ -88,6 +88,7 @@ TraceFile::create( const std::string& folder, std::uint32_t ringSize ) {
       munmap( mapping, headerSize + ringSize );
    }
    close( fd );
+   // NOLINTNEXTLINE(bugprone-use-after-move): moved from only where a file is returned
    unlink( path.c_str() );
    return nullptr;
 }
