@@ -107,7 +107,7 @@ TEST_F( ARingTrace, isDescribedOnceInItsFile ) {
 }
 
 TEST_F( ARingTrace, endsWhereAnArgumentFindsNoRoom ) {
-   constexpr std::size_t room = Fennet::maxRecordSize - sizeof( Fennet::RecordHead ) - 2;
+   constexpr std::size_t room = Fennet::blockSize - sizeof( Fennet::RecordHead ) - 2;
    const auto xs = []( std::size_t count ) { return std::string( count, 'x' ); };
    TRACE( 8, "{}", xs( room ) );
    TRACE( 8, "{}", xs( room + 1 ) );
@@ -132,10 +132,10 @@ TEST_F( ARingTrace, overwritesTheOldestWhenTheRingIsFull ) {
       traceNumber( number );
    }
    const Texts texts = folder.texts();
-   // 24 bytes each; what is free: two blocks, the room of two records, and the ring's last.
-   const std::size_t kept = Fennet::minRingSize * 30 / 32 - 3 * Fennet::maxRecordSize;
-   EXPECT_GE( texts.size(), kept / 24 - 1 );
-   EXPECT_LE( texts.size(), Fennet::minRingSize / 24 );
+   // 24 bytes each, in the last block and all others but the one that made room for it.
+   constexpr std::size_t perBlock = Fennet::blockSize / 24;
+   constexpr std::size_t blocks = Fennet::minRingSize / Fennet::blockSize;
+   EXPECT_EQ( texts.size(), ( blocks - 1 ) * perBlock + traces % perBlock );
    int number = traces - static_cast< int >( texts.size() );
    for( const std::string& text : texts ) {
       ASSERT_EQ( text, "number " + std::to_string( number++ ) );

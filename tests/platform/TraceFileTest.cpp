@@ -37,7 +37,7 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( Fennet::maxRingSize, 1'073'741'824U );
    EXPECT_EQ( Fennet::headerSize, 4096U );
    EXPECT_EQ( Fennet::maxDescriptionsSize, 268'435'456U );
-   EXPECT_EQ( Fennet::maxRecordSize, 4096U );
+   EXPECT_EQ( Fennet::blockSize, 4096U );
    EXPECT_EQ( Fennet::recordAlignment, 8U );
    EXPECT_EQ( Fennet::cutString, 0x8000 );
    EXPECT_EQ( Fennet::descriptionStrings, 6U );
@@ -172,7 +172,7 @@ TEST_F( AClock, isShownInLinesToTheMicrosecond ) {
    EXPECT_EQ( timeOfALine( 365 * day, 999'999'999 ), "1971-01-01T00:00:00.999999Z" );
 }
 
-TEST_F( AClock, isReadForAFileAtItsBeginningAndWheneverARingsThirtySecondIsFull ) {
+TEST_F( AClock, isReadForAFileAtTheBeginningOfEachBlock ) {
    const TraceFolder folder;
    const DefaultHandle handle( folder );
    const auto traceAt = []( std::int64_t monotonic, timespec realtime ) {
@@ -185,7 +185,7 @@ TEST_F( AClock, isReadForAFileAtItsBeginningAndWheneverARingsThirtySecondIsFull 
    EXPECT_EQ( folder.header()->clocks[1].realtime, 1'000'000'000 * second + 7 );
    EXPECT_EQ( folder.records().at( 0 ).time, 1'000'000'000 * second + 7 );
    // 16 bytes each.
-   for( int record = 1; record < 128; ++record ) {
+   for( std::size_t record = 1; record < Fennet::blockSize / 16; ++record ) {
       traceAt( 2 * second, { 2'000'000'000, 0 } );
    }
    EXPECT_EQ( folder.header()->clockPairs, 1U );

@@ -1,6 +1,4 @@
 // Handles of ring-buffer traces: their files, threads that end, and child processes.
-#include <platform/trace/MsgDesc.h>
-#include <platform/trace/RingBuf.h>
 #include <platform/trace/Trace.h>
 
 #include "Process.h"
@@ -163,33 +161,6 @@ TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfOtherProcessesAlone ) {
    EXPECT_TRUE( std::includes( files.begin(), files.end(), ofParent.begin(), ofParent.end() ) );
 }
 
-// The operations that a trace point consists of, one by one.
-TEST( AMessageDescription, givesAnIdOnceAndDescribesItInTheFile ) {
-   const TraceFolder folder;
-   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, true );
-   Fennet::TraceFile& file = *handle.mtTraceFile();
-   std::atomic< int > msgId = 0;
-   Fennet::MsgDesc description( file, msgId, "a.cpp", 7 );
-   EXPECT_GT( msgId, 0 );
-   EXPECT_FALSE( file.describes( msgId ) );
-   description.formatString().put( "p" );
-   Fennet::msgDesc( description, "tag", "f", "<{}>" );
-   EXPECT_TRUE( description.finish( "F", 3 ) );
-   EXPECT_TRUE( file.describes( msgId ) );
-
-   const int id = msgId;
-   const Fennet::MsgDesc again( file, msgId, "a.cpp", 7 );
-   EXPECT_EQ( msgId, id );
-
-   Fennet::RingBuf ring;
-   ring.startMsg( file, msgId );
-   EXPECT_TRUE( Fennet::put( ring, "text" ) );
-   EXPECT_EQ( folder.texts(), Texts{} );
-   ring.endMsg();
-   EXPECT_EQ( folder.texts(), Texts{ "<text>" } );
-   EXPECT_EQ( folder.records().at( 0 ).record.description->tag, "tag" );
-}
-
 TEST( AMessageDescription, losesTheEndOfALongText ) {
    const TraceFolder folder;
    const DefaultHandle handle( folder );
@@ -210,7 +181,7 @@ TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
    const DefaultHandle handle( folder );
    EXPECT_EXIT(
       point.trace(), testing::KilledBySignal( SIGABRT ),
-      "^src/platform/trace/MsgDesc\\.cpp:[0-9]+: Fennet::MsgDesc::MsgDesc: "
+      "^src/platform/trace/Trace\\.cpp:[0-9]+: Tessel::TracePoint::record: "
       "Assertion `msgId_ >= 0' failed\\.\n$" );
 }
 

@@ -170,7 +170,7 @@ bool TraceReader::readHeader( FileHeader& header ) {
    }
    constexpr std::uint64_t mostWritten = std::numeric_limits< std::int64_t >::max();
    if( header.tail > header.end || header.end - header.tail > ringSize ||
-       header.end > mostWritten || header.tail % recordAlignment != 0 ||
+       header.end > mostWritten || header.tail % blockSize != 0 ||
        header.end % recordAlignment != 0 ) {
       damaged( offsetof( FileHeader, tail ), "inconsistent positions" );
    }
@@ -220,13 +220,11 @@ void TraceReader::readDescriptions( std::uint64_t size ) {
    }
 }
 
-// Reads the part of the ring that starts at the present position.
-void TraceReader::readPiece() {
-   constexpr std::uint64_t pieceSize = 16 << 10;
-   static_assert( pieceSize >= maxRecordSize );
-   piece_ = readExactly(
-      place(), std::min( { pieceSize, end_ - position_, ringSize_ - position_ % ringSize_ } ) );
-   pieceStart_ = position_;
+// Reads the rest of the block at the present position.
+void TraceReader::readBlock() {
+   block_ = readExactly(
+      place(), std::min< std::uint64_t >( blockSize - position_ % blockSize, end_ - position_ ) );
+   blockEnd_ = position_ + block_.size();
    // The process may have gone on meanwhile. What it may have overwritten lies before the tail as
    // it is now, and what it has described in between may be needed.
    FileHeader header{};
@@ -237,25 +235,24 @@ void TraceReader::readPiece() {
 
 std::optional< Record > TraceReader::next() {
    while( position_ < end_ ) {
-      position_ = recordStart( position_, ringSize_ );
-      const std::uint64_t skipped = position_ - pieceStart_;
-      const auto rest = std::string_view( piece_ ).substr( std::min( skipped, piece_.size() ) );
-      Bytes bytes( rest );
-      const auto head = bytes.take< RecordHead >();
-      const bool isPossible = head && head->size >= sizeof *head && head->size <= maxRecordSize;
-      if( isPossible && alignedSize( head->size ) <= rest.size() ) {
-         Record record =
-            parseRecord( *head, rest.substr( sizeof *head, head->size - sizeof *head ) );
-         position_ += alignedSize( head->size );
-         return record;
+      if( position_ >= blockEnd_ ) {
+         readBlock();
+         continue;
       }
-      // A piece that starts with a record holds all of it, unless the records end before.
-      if( position_ >= end_ || ( !rest.empty() && skipped == 0 ) || ( head && !isPossible ) ) {
+      const auto rest =
+         std::string_view( block_ ).substr( block_.size() - ( blockEnd_ - position_ ) );
+      if( blockEnd_ % blockSize == 0 && Bytes( rest ).take< std::uint32_t >() == 0U ) {
+         position_ = blockEnd_;
+         continue;
+      }
+      const auto head = Bytes( rest ).take< RecordHead >();
+      if( !head || head->size < sizeof *head || head->size > rest.size() ) {
          damaged( place(), "a record has an impossible size" );
       }
-      readPiece();
+      Record record = parseRecord( *head, rest.substr( sizeof *head, head->size - sizeof *head ) );
+      position_ += alignedSize( head->size );
+      return record;
    }
-   piece_.clear();
    return std::nullopt;
 }
 

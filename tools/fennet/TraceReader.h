@@ -85,7 +85,7 @@ class TraceReader {
  private:
    bool readHeader( FileHeader& header );
    void readDescriptions( std::uint64_t size );
-   void readPiece();
+   void readBlock();
    std::string readExactly( std::uint64_t offset, std::size_t size );
    [[nodiscard]] Record parseRecord( const RecordHead& head, std::string_view arguments ) const;
    // Where the record at `position_` stands in the file.
@@ -99,8 +99,8 @@ class TraceReader {
    std::uint64_t descriptionsSize_ = 0; // of those that were read
    std::uint64_t end_ = 0;              // at the last refresh
    std::uint64_t position_ = 0;         // of the next record
-   std::string piece_;                  // a part of the ring
-   std::uint64_t pieceStart_ = 0;       // its position
+   std::string block_;                  // what was read of the latest block
+   std::uint64_t blockEnd_ = 0;         // the position behind that
 };
 
 } // namespace Fennet

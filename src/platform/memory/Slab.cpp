@@ -48,24 +48,10 @@ constinit std::mutex mutex;
 constinit std::array< Block*, largestInSlab / sizeof( Block ) + 1 > freeBlocks{};
 
 // Holds the mutex unless the process is known to be single-threaded.
-class Lock {
- public:
-   Lock() {
-      if( locks_ ) {
-         mutex.lock();
-      }
-   }
-   ~Lock() {
-      if( locks_ ) {
-         mutex.unlock();
-      }
-   }
-   Lock( const Lock& ) = delete;
-   Lock& operator=( const Lock& ) = delete;
-
- private:
-   const bool locks_ = !__libc_single_threaded;
-};
+std::unique_lock< std::mutex > lock() {
+   return __libc_single_threaded ? std::unique_lock( mutex, std::defer_lock )
+                                 : std::unique_lock( mutex );
+}
 
 [[maybe_unused]] const bool mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
@@ -82,7 +68,7 @@ class Lock {
 
 // Takes a free block of a slab; null if there is no memory.
 Block* take( std::size_t bytes ) noexcept {
-   const Lock lock;
+   const auto locked = lock();
    Block*& first = freeBlocks[bytes / sizeof( Block )];
    if( !first ) {
       addBlocks( bytes );
@@ -122,7 +108,7 @@ void slabFree( void* memory, const std::type_info& type ) noexcept {
       noLiveBlock( memory, type );
    }
    if( block->bytes <= largestInSlab ) {
-      const Lock lock;
+      const auto locked = lock();
       Block*& first = freeBlocks[block->bytes / sizeof( Block )];
       block->next = std::exchange( first, block );
    } else {

@@ -11,12 +11,12 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include <pthread.h>
 #include <unistd.h>
@@ -66,7 +66,7 @@ constinit thread_local bool threadEnds = false;
 
 // The files of one thread by the number of their handle; null where none could be created.
 struct ThreadFiles {
-   std::vector< std::pair< std::uint64_t, std::unique_ptr< TraceFile > > > files;
+   std::map< std::uint64_t, std::unique_ptr< TraceFile > > files;
    std::uint64_t process = 0;
 
    ~ThreadFiles() {
@@ -153,14 +153,11 @@ TraceFile* TraceHandle::mtTraceFile() {
       threadFiles.files.clear();
       threadFiles.process = process;
    }
-   auto& files = threadFiles.files;
-   auto found = std::find_if(
-      files.begin(), files.end(), [&]( const auto& entry ) { return entry.first == number_; } );
-   if( found == files.end() ) {
-      std::unique_ptr< TraceFile > file( newTraceFile() );
-      found = files.emplace( files.end(), number_, std::move( file ) );
+   const auto [place, isNew] = threadFiles.files.try_emplace( number_ );
+   if( isNew ) {
+      place->second.reset( newTraceFile() );
    }
-   return found->second.get();
+   return place->second.get();
 }
 
 // Null if no file can be created.

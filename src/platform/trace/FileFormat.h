@@ -1,14 +1,15 @@
 // The layout of a ring-buffer trace file, shared by its writer and its readers.
 //
 //    header        headerSize bytes
-//    ring          ringSize bytes, a power of two: the records
+//    ring          ringSize bytes, a power of two: the records, in blocks of blockSize
 //    descriptions  from there to the end of the file: what each message id means
 //
 // Positions in the ring count bytes since the file's beginning and never wrap; a position's place
-// is its value modulo ringSize. Records lie one behind the other, but none starts in the last
-// maxRecordSize bytes of the ring, so that none has to be split. The records from `tail` to `end`
-// are whole; what lies elsewhere in the ring means nothing. Likewise the first `descriptionsSize`
-// bytes of descriptions are whole. Numbers are in the byte order of the machine that wrote them.
+// is its value modulo ringSize. Records lie one behind the other, but none crosses the end of a
+// block: a record size of 0 leads to the next block. The records from `tail`, the beginning of a
+// block, to `end` are whole; what lies elsewhere in the ring means nothing. Likewise the first
+// `descriptionsSize` bytes of descriptions are whole. Numbers are in the byte order of the machine
+// that wrote them.
 #pragma once
 
 #include <atomic>
@@ -26,8 +27,8 @@ inline constexpr std::uint32_t maxRingSize = 1 << 30;
 inline constexpr std::uint32_t headerSize = 4096;
 inline constexpr std::uint64_t maxDescriptionsSize = 256 << 20;
 
-// No record is longer; it starts at a multiple of the alignment.
-inline constexpr std::uint32_t maxRecordSize = 4096;
+// No record is longer than a block; it starts at a multiple of the alignment.
+inline constexpr std::uint32_t blockSize = 4096;
 inline constexpr std::uint32_t recordAlignment = 8;
 
 // One moment by both clocks, in nanoseconds: what turns the times of records into times of day.
@@ -73,15 +74,9 @@ constexpr std::uint32_t alignedSize( std::uint32_t size ) {
    return ( size + recordAlignment - 1 ) & ~( recordAlignment - 1 );
 }
 
-// Where the record starts that comes first at this position or behind it.
-constexpr std::uint64_t recordStart( std::uint64_t position, std::uint32_t ringSize ) {
-   const std::uint64_t rest = ringSize - position % ringSize;
-   return rest < maxRecordSize ? position + rest : position;
-}
-
 // Marks, in a string's length, that the string lost its end.
 inline constexpr std::uint16_t cutString = 0x8000;
-static_assert( maxRecordSize < cutString );
+static_assert( blockSize < cutString );
 
 // A description: this head, then six strings, each as its length in 16 bits and its characters:
 // source file, argument codes separated by spaces, tag, function, format, facility.

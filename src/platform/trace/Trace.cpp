@@ -2,22 +2,110 @@
 #include <platform/trace/Trace.h>
 
 #include <platform/trace/Line.h>
-#include <platform/trace/MsgDesc.h>
-#include <platform/trace/RingBuf.h>
+#include <platform/trace/TraceFile.h>
+#include <platform/value/Assert.h>
 
 #include <array>
+#include <cstring>
+#include <string>
 
 namespace Tessel {
 
 namespace {
 
+// Ids count through the whole process, so that one trace point has the same in every file.
+constinit std::atomic< int > lastMsgId = 0;
+
+// Returns the id, which it draws if there is none, whichever thread comes first.
+int drawnId( std::atomic< int >& msgId ) {
+   // Relaxed: an id carries no other data with it. The loser of a race takes the winner's id, and
+   // the number drawn in vain stays unused.
+   int id = msgId.load( std::memory_order_relaxed );
+   if( id == 0 ) {
+      const int drawn = lastMsgId.fetch_add( 1, std::memory_order_relaxed ) + 1;
+      id = msgId.compare_exchange_strong( id, drawn, std::memory_order_relaxed ) ? drawn : id;
+   }
+   return id;
+}
+
 // The codes of the alternatives of an argument, in their order.
 constexpr std::array codes{ "p", "b", "si", "ui", "sl", "ul" };
 static_assert( codes.size() == std::variant_size_v< Impl::TraceArg > );
 
+using Arguments = std::initializer_list< Impl::TraceArg >;
+
+std::string descriptionOf( const TracePoint& point, int msgId, Arguments arguments ) {
+   std::string argumentCodes;
+   for( const Impl::TraceArg& argument : arguments ) {
+      argumentCodes += argumentCodes.empty() ? "" : " ";
+      argumentCodes += codes.at( argument.index() );
+   }
+   Fennet::DescriptionHead head{ 0, msgId, point.line, point.level };
+   std::string description( sizeof head, '\0' );
+   const char* const tag = "";
+   for( const std::string_view text :
+        { std::string_view( point.file ), std::string_view( argumentCodes ),
+          std::string_view( tag ), std::string_view( point.function ),
+          std::string_view( point.format ), std::string_view( point.facility.name() ) } ) {
+      const auto size =
+         static_cast< std::uint16_t >( std::min( text.size(), Fennet::maxDescriptionText ) );
+      description.append( reinterpret_cast< const char* >( &size ), sizeof size );
+      description.append( text, 0, size );
+   }
+   head.size = static_cast< std::uint32_t >( description.size() );
+   std::memcpy( description.data(), &head, sizeof head );
+   return description;
+}
+
+// A record while it is composed.
+class Record {
+ public:
+   explicit Record( int msgId ) {
+      put( Fennet::RecordHead{ 0, msgId, Fennet::nanoseconds( CLOCK_MONOTONIC ) } );
+   }
+
+   // Appends an argument and returns whether it fits. A text that does not fit loses its end and is
+   // marked so; a number that does not fit is left out.
+   template< typename Number >
+   bool put( const Number& number ) {
+      return append( &number, sizeof number );
+   }
+   bool put( std::string_view text ) {
+      std::uint16_t length = 0;
+      if( room() < sizeof length ) {
+         return false;
+      }
+      const std::string_view kept = text.substr( 0, room() - sizeof length );
+      const bool fits = kept.size() == text.size();
+      length = static_cast< std::uint16_t >( fits ? kept.size() : kept.size() | Fennet::cutString );
+      return put( length ) && append( kept.data(), kept.size() ) && fits;
+   }
+
+   // The whole record, with its size in its head. Borrowed.
+   std::string_view whole() {
+      const auto size = static_cast< std::uint32_t >( size_ );
+      std::memcpy( bytes_ + offsetof( Fennet::RecordHead, size ), &size, sizeof size );
+      return { bytes_, size_ };
+   }
+
+ private:
+   [[nodiscard]] std::size_t room() const { return sizeof bytes_ - size_; }
+   bool append( const void* data, std::size_t size ) {
+      if( size > room() ) {
+         return false;
+      }
+      std::memcpy( bytes_ + size_, data, size );
+      size_ += size;
+      return true;
+   }
+
+   char bytes_[Fennet::blockSize];
+   std::size_t size_ = 0;
+};
+
 } // namespace
 
-void TracePoint::record( std::initializer_list< Impl::TraceArg > arguments ) const {
+void TracePoint::record( Arguments arguments ) const {
    const Impl::KeepErrno keepErrno;
    // Acquire: the handle was published whole.
    auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire );
@@ -25,24 +113,19 @@ void TracePoint::record( std::initializer_list< Impl::TraceArg > arguments ) con
    if( !records ) {
       return;
    }
-   if( !records->describes( msgId ) ) {
-      Fennet::MsgDesc description( *records, msgId, file, line );
-      for( const Impl::TraceArg& argument : arguments ) {
-         description.formatString().put( codes.at( argument.index() ) );
-      }
-      Fennet::msgDesc( description, "", function, format );
-      if( !description.finish( facility.name(), level ) ) {
-         return;
-      }
+   const int msgId_ = drawnId( msgId ); // as the assertion's message names it
+   TESSEL_ASSERT( msgId_ >= 0, "Tessel::TracePoint::record" );
+   if( !records->describes( msgId_ ) &&
+       !records->descriptionIs( msgId_, descriptionOf( *this, msgId_, arguments ) ) ) {
+      return;
    }
-   Fennet::RingBuf ring;
-   ring.startMsg( *records, msgId );
+   Record record( msgId_ );
    for( const Impl::TraceArg& argument : arguments ) {
-      if( !std::visit( [&]( const auto& value ) { return put( ring, value ); }, argument ) ) {
+      if( !std::visit( [&]( const auto& value ) { return record.put( value ); }, argument ) ) {
          break;
       }
    }
-   ring.endMsg();
+   records->recordIs( record.whole() );
 }
 
 } // namespace Tessel

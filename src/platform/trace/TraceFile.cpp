@@ -98,8 +98,7 @@ TraceFile::TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_
      fd_( fd ),
      ringSize_( ringSize ),
      header_( new( mapping ) FileHeader{} ),
-     ring_( mapping + headerSize ),
-     blockEnd_( ringSize / blocks ) {
+     ring_( mapping + headerSize ) {
    header_->headerSize = headerSize;
    header_->ringSize = ringSize;
    header_->pid = getpid();
@@ -107,7 +106,6 @@ TraceFile::TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_
    readBootId( header_->bootId );
    std::string_view( program_invocation_short_name )
       .copy( header_->program, sizeof header_->program - 1 );
-   clocksAre();
    // Everything above is in the file before the magic says so: a reader that sees the magic with
    // acquire sees the rest, and a kill before it leaves a file that holds nothing.
    header_->magic.store( fileMagic, std::memory_order_release );
@@ -118,55 +116,41 @@ TraceFile::~TraceFile() {
    close( fd_ );
 }
 
-// Publishes a whole pair of clock readings; the one before stays in place until the next but one.
-void TraceFile::clocksAre() {
+// Goes to the beginning of a block, whose old records are gone then, and reads the clocks.
+void TraceFile::startBlock() {
+   if( end_ % blockSize != 0 ) {
+      std::memset( ring_ + end_ % ringSize_, 0, sizeof( RecordHead::size ) );
+      end_ += blockSize - end_ % blockSize;
+   }
+   // First the tail says that the old records are gone, only then may their bytes change. A kill
+   // keeps the program's order, so the compiler alone must not move a record's stores before this
+   // one; for a reader of the living file, whoever has seen a changed byte and reads the tail
+   // again must find the new one. A release fence between the stores gives both.
+   header_->tail.store(
+      end_ < ringSize_ ? 0 : end_ + blockSize - ringSize_, std::memory_order_relaxed );
+   std::atomic_thread_fence( std::memory_order_release );
+   // Publishes a whole pair of readings; the one before stays in place until the next but one.
    ++clockPairs_;
    header_->clocks[clockPairs_ % 2] = { nanoseconds( CLOCK_MONOTONIC ),
                                         nanoseconds( CLOCK_REALTIME ) };
    header_->clockPairs.store( clockPairs_, std::memory_order_release );
 }
 
-// Makes room for a block of records and the one that may reach beyond it, by letting the oldest
-// blocks go. That takes nothing but where each block began, so no old record is looked at.
-void TraceFile::makeRoom() {
-   const std::uint64_t blockSize = ringSize_ / blocks;
-   const std::uint64_t roomEnd = end_ + blockSize + std::uint64_t{ 2 } * maxRecordSize;
-
-   blockStarts_[lastBlock_++ % blocks] = end_;
-   std::uint64_t tail = end_;
-   for( const std::uint64_t start : blockStarts_ ) {
-      if( start + ringSize_ >= roomEnd ) {
-         tail = std::min( tail, start );
-      }
+void TraceFile::recordIs( std::string_view record ) {
+   const std::uint32_t size = alignedSize( static_cast< std::uint32_t >( record.size() ) );
+   if( end_ % blockSize == 0 || end_ % blockSize + size > blockSize ) {
+      startBlock();
    }
-   // First the tail says that the old records are gone, only then may their bytes change. A kill
-   // keeps the program's order, so the compiler alone must not move a record's stores before this
-   // one; for a reader of the living file, whoever has seen a changed byte and reads the tail
-   // again must find the new one. A release fence between the stores gives both.
-   header_->tail.store( tail, std::memory_order_relaxed );
-   std::atomic_thread_fence( std::memory_order_release );
-   blockEnd_ = end_ + blockSize;
-   clocksAre();
-}
-
-std::byte* TraceFile::nextRecord() {
-   if( end_ >= blockEnd_ ) {
-      makeRoom();
-   }
-   end_ = recordStart( end_, ringSize_ );
-   return ring_ + end_ % ringSize_;
-}
-
-void TraceFile::recordIs( std::uint32_t size ) {
-   end_ += alignedSize( size );
+   std::memcpy( ring_ + end_ % ringSize_, record.data(), record.size() );
+   end_ += size;
    // The one store that makes the record part of the file. Release: all its bytes are stored
    // before, for a reader of the living file as for a kill, which keeps the program's order.
    header_->end.store( end_, std::memory_order_release );
 }
 
-void TraceFile::descriptionIs( int msgId, std::string_view description ) {
+bool TraceFile::descriptionIs( int msgId, std::string_view description ) {
    if( full_ ) {
-      return;
+      return false;
    }
    const std::uint64_t place = headerSize + std::uint64_t{ ringSize_ } + descriptionsSize_;
    // Not through the mapping: a write says that the disk is full, a store would be SIGBUS.
@@ -178,7 +162,7 @@ void TraceFile::descriptionIs( int msgId, std::string_view description ) {
       Tessel::Impl::report(
          std::string( "Fennet: a trace file takes no more descriptions: " ) +
          std::strerror( errno ) + "; records without one are left out" );
-      return;
+      return false;
    }
    const auto index = static_cast< std::size_t >( msgId );
    described_.resize( std::max( described_.size(), index + 1 ) );
@@ -186,6 +170,7 @@ void TraceFile::descriptionIs( int msgId, std::string_view description ) {
    descriptionsSize_ += description.size();
    // Publishes a whole description, before the first record that needs it.
    header_->descriptionsSize.store( descriptionsSize_, std::memory_order_release );
+   return true;
 }
 
 } // namespace Fennet

@@ -4,7 +4,6 @@
 
 #include <platform/trace/FileFormat.h>
 
-#include <array>
 #include <cstdint>
 #include <ctime>
 #include <memory>
@@ -41,32 +40,22 @@ class TraceFile {
       const auto index = static_cast< std::size_t >( msgId );
       return index < described_.size() && described_[index];
    }
-   // Appends the description of a message that the file does not describe yet. If the disk takes
-   // no more, reports that once and describes nothing from then on.
-   void descriptionIs( int msgId, std::string_view description );
-
-   // Returns maxRecordSize bytes for the next record, after letting the oldest ones go as needed.
-   std::byte* nextRecord();
-   // Makes the next record, of that many bytes, part of the file.
-   void recordIs( std::uint32_t size );
+   // Appends the description of a message that the file does not describe yet, and returns whether
+   // it does now. If the disk takes no more, reports that once and describes nothing from then on.
+   bool descriptionIs( int msgId, std::string_view description );
+   // Appends a record of at most blockSize bytes. In a full ring the oldest block makes room.
+   void recordIs( std::string_view record );
 
  private:
-   // The ring is overwritten in blocks: the oldest one goes at once.
-   static constexpr std::size_t blocks = 32;
-
    TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_t ringSize );
-   void makeRoom();
-   void clocksAre();
+   void startBlock();
 
    std::string path_;
    const int fd_;
    const std::uint32_t ringSize_;
    FileHeader* const header_; // only written
    std::byte* const ring_;
-   std::uint64_t end_ = 0;  // the position behind the last record
-   std::uint64_t blockEnd_; // a record that starts there or later needs room made first
-   std::array< std::uint64_t, blocks > blockStarts_ = {};
-   std::size_t lastBlock_ = 1; // the one that starts at 0
+   std::uint64_t end_ = 0; // the position behind the last record
    std::uint64_t clockPairs_ = 0;
    std::uint64_t descriptionsSize_ = 0;
    std::vector< bool > described_; // by message id

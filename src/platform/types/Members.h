@@ -163,58 +163,51 @@ struct MemberRow {
 
 namespace Impl {
 
-template< auto member, typename Pointer = decltype( member ) >
-struct RowOf;
-
 template< auto member, typename Class, typename Value >
-struct RowOf< member, Value Class::* > {
-   static constexpr MemberRow row( std::string_view name ) {
-      return {
-         name,
-         MemberKind::attribute,
-         Reflected< Value >::valueType,
-         Reflected< Value >::typeRef(),
-         {},
-         &accessAttribute< member, Class, Value >,
-      };
-   }
-};
+requires std::is_object_v< Value >
+constexpr MemberRow rowOf( Value Class::*, std::string_view name ) {
+   return {
+      name,
+      MemberKind::attribute,
+      Reflected< Value >::valueType,
+      Reflected< Value >::typeRef(),
+      {},
+      &accessAttribute< member, Class, Value >,
+   };
+}
 
-template< auto member, typename Class, typename Result, typename... Args >
-struct OperationRow {
-   template< typename... Names >
-   static constexpr MemberRow row( std::string_view name, Names... params ) {
-      return {
-         name,
-         MemberKind::operation,
-         Reflected< Result >::valueType,
-         Reflected< Result >::typeRef(),
-         paramRow< Args... >( params... ),
-         &callOperation< member, Class, Result, std::remove_cvref_t< Args >... >,
-      };
-   }
-};
+template< auto member, typename Class, typename Result, typename... Args, typename... Names >
+constexpr MemberRow
+rowOf( Result ( Class::* )( Args... ), std::string_view name, Names... params ) {
+   return {
+      name,
+      MemberKind::operation,
+      Reflected< Result >::valueType,
+      Reflected< Result >::typeRef(),
+      paramRow< Args... >( params... ),
+      &callOperation< member, Class, Result, std::remove_cvref_t< Args >... >,
+   };
+}
 
-template< auto member, typename Class, typename Result, typename... Args, bool isNoexcept >
-struct RowOf< member, Result ( Class::* )( Args... ) noexcept( isNoexcept ) >
-   : OperationRow< member, Class, Result, Args... > {};
-
-template< auto member, typename Class, typename Result, typename... Args, bool isNoexcept >
-struct RowOf< member, Result ( Class::* )( Args... ) const noexcept( isNoexcept ) >
-   : OperationRow< member, Class, Result, Args... > {};
+template< auto member, typename Class, typename Result, typename... Args, typename... Names >
+constexpr MemberRow
+rowOf( Result ( Class::* )( Args... ) const, std::string_view name, Names... params ) {
+   return rowOf< member >(
+      static_cast< Result ( Class::* )( Args... ) >( nullptr ), name, params... );
+}
 
 } // namespace Impl
 
 /// Describes a field that can be read and written.
 template< auto member >
 constexpr MemberRow attribute( std::string_view name ) {
-   return Impl::RowOf< member >::row( name );
+   return Impl::rowOf< member >( member, name );
 }
 
 /// Describes an operation that can be called; one name for each of its parameters.
 template< auto member, typename... Names >
 constexpr MemberRow operation( std::string_view name, Names... params ) {
-   return Impl::RowOf< member >::row( name, params... );
+   return Impl::rowOf< member >( member, name, params... );
 }
 
 /// Describes an operation that the runtime calls by its id: callable, but not listed by name.
@@ -228,7 +221,7 @@ constexpr MemberRow hook( std::string_view name ) {
 /// Describes a member that refuses every access. Only fields are listed by name.
 template< auto member, typename... Names >
 constexpr MemberRow closed( std::string_view name, Names... params ) {
-   MemberRow row = Impl::RowOf< member >::row( name, params... );
+   MemberRow row = Impl::rowOf< member >( member, name, params... );
    row.listed = row.kind == MemberKind::attribute;
    row.access = &Impl::refuseAccess;
    return row;
