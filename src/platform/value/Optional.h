@@ -31,11 +31,18 @@ class Optional {
    /// Returns whether there is a value.
    [[nodiscard]] bool hasValue() const { return value_.has_value(); }
    /// Returns the value, borrowed. Throws std::bad_optional_access if there is none.
-   [[nodiscard]] const T& operator*() const {
+   [[nodiscard]] const T& operator*() const& {
       if( !value_ ) {
          Impl::throwBadOptionalAccess();
       }
       return *value_;
+   }
+   /// Returns the value of an optional that is no longer needed; otherwise the same.
+   [[nodiscard]] T operator*() && {
+      if( !value_ ) {
+         Impl::throwBadOptionalAccess();
+      }
+      return *std::move( value_ );
    }
    /// Drops the value; holds nothing afterwards.
    void optionalClearValue() { value_.reset(); }
