@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <thread>
 
 #include <sys/resource.h>
@@ -152,9 +153,14 @@ class ALimitedProcess : public ATroubledRingTrace {
    template< typename Body >
    static std::string stderrWithLimit( std::size_t size, Body body ) {
       return stderrOf( [&] {
-         const rlimit limit{ size, size };
+         rlimit limit{};
+         getrlimit( RLIMIT_FSIZE, &limit );
+         const rlim_t before = std::exchange( limit.rlim_cur, size );
          setrlimit( RLIMIT_FSIZE, &limit );
          body();
+         // What counts coverage writes files when the process ends.
+         limit.rlim_cur = before;
+         setrlimit( RLIMIT_FSIZE, &limit );
       } );
    }
 };

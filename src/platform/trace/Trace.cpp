@@ -113,13 +113,15 @@ void TracePoint::record( Arguments arguments ) const {
    if( !records ) {
       return;
    }
-   const int msgId_ = drawnId( msgId ); // as the assertion's message names it
-   TESSEL_ASSERT( msgId_ >= 0, "Tessel::TracePoint::record" );
-   if( !records->describes( msgId_ ) &&
-       !records->descriptionIs( msgId_, descriptionOf( *this, msgId_, arguments ) ) ) {
+   const int id = drawnId( msgId );
+   if( id < 0 ) {
+      Impl::assertFailed( __FILE__, __LINE__, "Tessel::TracePoint::record", "msgId_ >= 0" );
+   }
+   if( !records->describes( id ) &&
+       !records->descriptionIs( id, descriptionOf( *this, id, arguments ) ) ) {
       return;
    }
-   Record record( msgId_ );
+   Record record( id );
    for( const Impl::TraceArg& argument : arguments ) {
       if( !std::visit( [&]( const auto& value ) { return record.put( value ); }, argument ) ) {
          break;
