@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <utility>
 #include <thread>
+#include <utility>
 
 #include <sys/resource.h>
 #include <unistd.h>
