@@ -160,6 +160,19 @@ TEST_F( ATextTrace, givesATagToTheSink ) {
    EXPECT_STREQ( capture.last.tag, "tag" );
 }
 
+TEST_F( ATextTrace, refusesAFormatThatItsArgumentsDoNotFill ) {
+   const Orl::TraceHandle handle( "Own", false );
+   for( const char* const format : { "{} {}", "{0}", "{:x}", "{" } ) {
+      try {
+         Tessel::fmtrace( handle, 5, "file", "function", 7, "", format, 1 );
+         ADD_FAILURE() << format;
+      } catch( const fmt::format_error& error ) {
+         EXPECT_STREQ( error.what(), "argument not found" );
+      }
+   }
+   EXPECT_EQ( capture.texts, Texts{} );
+}
+
 TEST( AFacility, hasNoLevelAtFirstAndEveryOneWhenOpenedSo ) {
    const Orl::TraceHandle first( "AFacility.first", false );
    EXPECT_STREQ( first.name(), "AFacility.first" );

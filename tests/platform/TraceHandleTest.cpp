@@ -6,12 +6,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <ostream>
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -159,6 +162,45 @@ TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfOtherProcessesAlone ) {
    const auto files = folder.files();
    EXPECT_EQ( files.size(), 128U );
    EXPECT_TRUE( std::includes( files.begin(), files.end(), ofParent.begin(), ofParent.end() ) );
+}
+
+// A child process has its parent's files until it traces.
+TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfAParentAlone ) {
+   pid_t child = 0;
+   std::vector< std::filesystem::path > ofParent;
+   std::thread( [&] {
+      traceNumber( -1 );
+      ofParent = folder.files();
+      child = fork();
+      if( child == 0 ) {
+         std::thread( [main = pthread_self()] {
+            pthread_join( main, nullptr );
+            endThreads( 70 );
+            _exit( 0 );
+         } ).detach();
+      }
+   } ).join();
+   EXPECT_EQ( statusOf( child ), 0 );
+   const auto files = folder.files();
+   EXPECT_EQ( files.size(), 65U );
+   EXPECT_TRUE( std::includes( files.begin(), files.end(), ofParent.begin(), ofParent.end() ) );
+}
+
+TEST( AMessageDescription, isWrittenWhicheverTracePointComesFirst ) {
+   const auto one = [] { TRACE( 8, "one" ); };
+   const auto other = [] { TRACE( 8, "other" ); };
+   {
+      const TraceFolder folder;
+      const DefaultHandle handle( folder );
+      one();
+      other();
+      EXPECT_EQ( folder.texts(), ( Texts{ "one", "other" } ) );
+   }
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   other();
+   one();
+   EXPECT_EQ( folder.texts(), ( Texts{ "other", "one" } ) );
 }
 
 TEST( AMessageDescription, losesTheEndOfALongText ) {

@@ -153,11 +153,12 @@ TraceFile* TraceHandle::mtTraceFile() {
       threadFiles.files.clear();
       threadFiles.process = process;
    }
-   const auto [place, isNew] = threadFiles.files.try_emplace( number_ );
-   if( isNew ) {
-      place->second.reset( newTraceFile() );
+   const auto found = threadFiles.files.find( number_ );
+   if( found != threadFiles.files.end() ) {
+      return found->second.get();
    }
-   return place->second.get();
+   std::unique_ptr< TraceFile > file( newTraceFile() );
+   return threadFiles.files.emplace( number_, std::move( file ) ).first->second.get();
 }
 
 // Null if no file can be created.

@@ -72,8 +72,7 @@ HeldSignal::~HeldSignal() {
    const KeepErrno keepErrno;
    if( !wasPending_ ) {
       const timespec noTime{};
-      while( sigtimedwait( &signals_, nullptr, &noTime ) < 0 && errno == EINTR ) {
-      }
+      sigtimedwait( &signals_, nullptr, &noTime );
    }
    pthread_sigmask( SIG_SETMASK, &mask_, nullptr );
 }
@@ -84,7 +83,7 @@ void writeLine( Line& line ) {
    if( line.size() > capacity ) {
       // Before the first byte of a character.
       std::size_t end = capacity - cutMark.size();
-      while( end > 0 && ( line[end] & 0xc0 ) == 0x80 ) {
+      while( ( line[end] & 0xc0 ) == 0x80 ) {
          --end;
       }
       line.resize( end );

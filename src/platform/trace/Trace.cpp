@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstring>
+#include <new>
 #include <string>
 
 namespace Tessel {
@@ -23,7 +24,8 @@ int drawnId( std::atomic< int >& msgId ) {
    int id = msgId.load( std::memory_order_relaxed );
    if( id == 0 ) {
       const int drawn = lastMsgId.fetch_add( 1, std::memory_order_relaxed ) + 1;
-      id = msgId.compare_exchange_strong( id, drawn, std::memory_order_relaxed ) ? drawn : id;
+      const bool isFirst = msgId.compare_exchange_strong( id, drawn, std::memory_order_relaxed );
+      id = isFirst ? drawn : id; // GCOVR_EXCL_BR_LINE: a race
    }
    return id;
 }
@@ -71,14 +73,14 @@ class Record {
       return append( &number, sizeof number );
    }
    bool put( std::string_view text ) {
-      std::uint16_t length = 0;
-      if( room() < sizeof length ) {
+      if( room() < sizeof( std::uint16_t ) ) {
          return false;
       }
-      const std::string_view kept = text.substr( 0, room() - sizeof length );
+      const std::string_view kept = text.substr( 0, room() - sizeof( std::uint16_t ) );
       const bool fits = kept.size() == text.size();
-      length = static_cast< std::uint16_t >( fits ? kept.size() : kept.size() | Fennet::cutString );
-      return put( length ) && append( kept.data(), kept.size() ) && fits;
+      put( static_cast< std::uint16_t >( fits ? kept.size() : kept.size() | Fennet::cutString ) );
+      append( kept.data(), kept.size() );
+      return fits;
    }
 
    // The whole record, with its size in its head. Borrowed.
@@ -105,11 +107,9 @@ class Record {
 
 } // namespace
 
-void TracePoint::record( Arguments arguments ) const {
+void TracePoint::record( Fennet::TraceHandle& handle, Arguments arguments ) const try {
    const Impl::KeepErrno keepErrno;
-   // Acquire: the handle was published whole.
-   auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire );
-   Fennet::TraceFile* const records = handle ? handle->mtTraceFile() : nullptr;
+   Fennet::TraceFile* const records = handle.mtTraceFile();
    if( !records ) {
       return;
    }
@@ -128,6 +128,8 @@ void TracePoint::record( Arguments arguments ) const {
       }
    }
    records->recordIs( record.whole() );
+} catch( const std::bad_alloc& ) {
+   // Destructors trace too.
 }
 
 } // namespace Tessel

@@ -39,13 +39,15 @@ struct TracePoint {
    const Orl::TraceHandle& facility; ///< of the source file
    std::atomic< int >& msgId;        ///< 0 until the first record needs one
 
-   /// Traces: the ring-buffer record, then the text.
+   /// Traces: the ring-buffer record, which is lost if there is no memory for it, then the text.
    ///
    /// Ends the process if a record is to be written and the message id is negative.
    template< typename... Args >
    void trace( const Args&... args ) const {
-      if( Fennet::defaultFennetHandle.load( std::memory_order_relaxed ) ) [[unlikely]] {
-         record( { Impl::traceArg( args )... } );
+      // Acquire: the handle was published whole.
+      if( auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire ) )
+         [[unlikely]] {
+         record( *handle, { Impl::traceArg( args )... } );
       }
       if( facility.enabled( level ) ) [[unlikely]] {
          fmtrace( facility, level, file, function, line, "", format, args... );
@@ -53,7 +55,8 @@ struct TracePoint {
    }
 
  private:
-   TESSEL_EXPORT void record( std::initializer_list< Impl::TraceArg > arguments ) const;
+   TESSEL_EXPORT void
+   record( Fennet::TraceHandle& handle, std::initializer_list< Impl::TraceArg > arguments ) const;
 };
 
 } // namespace Tessel

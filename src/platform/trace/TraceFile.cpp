@@ -71,36 +71,36 @@ std::int64_t nanoseconds( clockid_t clock ) {
 
 std::unique_ptr< TraceFile >
 TraceFile::create( const std::string& folder, std::uint32_t ringSize ) {
-   std::string path;
-   const int fd = openNew( folder, path );
-   if( fd < 0 ) {
-      return nullptr;
-   }
-   std::byte* const mapping = mapNew( fd, headerSize + ringSize );
-   if( mapping ) {
-      if( auto* const file =
-             new( std::nothrow ) TraceFile( std::move( path ), fd, mapping, ringSize ) ) {
-         return std::unique_ptr< TraceFile >( file );
-      }
-   }
-   const KeepErrno keepErrno;
-   if( mapping ) {
-      munmap( mapping, headerSize + ringSize );
-   }
-   close( fd );
-   // NOLINTNEXTLINE(bugprone-use-after-move): moved from only where a file is returned
-   unlink( path.c_str() );
-   return nullptr;
+   std::unique_ptr< TraceFile > file( new TraceFile( ringSize ) );
+   return file->begins( folder ) ? std::move( file ) : nullptr;
 }
 
-TraceFile::TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_t ringSize )
-   : path_( std::move( path ) ),
-     fd_( fd ),
-     ringSize_( ringSize ),
-     header_( new( mapping ) FileHeader{} ),
-     ring_( mapping + headerSize ) {
+TraceFile::~TraceFile() {
+   const KeepErrno keepErrno;
+   if( header_ ) {
+      munmap( header_, std::size_t{ headerSize } + ringSize_ );
+   }
+   if( fd_ >= 0 ) {
+      close( fd_ );
+   }
+}
+
+// Returns false and sets errno if the file cannot be created.
+bool TraceFile::begins( const std::string& folder ) {
+   fd_ = openNew( folder, path_ );
+   if( fd_ < 0 ) {
+      return false;
+   }
+   std::byte* const mapping = mapNew( fd_, headerSize + ringSize_ );
+   if( !mapping ) {
+      const KeepErrno keepErrno;
+      unlink( path_.c_str() );
+      return false;
+   }
+   ring_ = mapping + headerSize;
+   header_ = new( mapping ) FileHeader{};
    header_->headerSize = headerSize;
-   header_->ringSize = ringSize;
+   header_->ringSize = ringSize_;
    header_->pid = getpid();
    header_->tid = gettid();
    readBootId( header_->bootId );
@@ -109,11 +109,7 @@ TraceFile::TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_
    // Everything above is in the file before the magic says so: a reader that sees the magic with
    // acquire sees the rest, and a kill before it leaves a file that holds nothing.
    header_->magic.store( fileMagic, std::memory_order_release );
-}
-
-TraceFile::~TraceFile() {
-   munmap( header_, std::size_t{ headerSize } + ringSize_ );
-   close( fd_ );
+   return true;
 }
 
 // Goes to the beginning of a block, whose old records are gone then, and reads the clocks.

@@ -25,7 +25,7 @@ class TraceFile {
    // Creates a file for the calling thread in `folder`, named PID-TID.N.fennet, with mode 0600. All
    // its space is allocated here, so no later record can run out of space.
    // `ringSize` is a power of two from minRingSize to maxRingSize.
-   // Returns null and sets errno if the file cannot be created.
+   // Returns null and sets errno if the file cannot be created. Throws std::bad_alloc.
    static std::unique_ptr< TraceFile > create( const std::string& folder, std::uint32_t ringSize );
 
    ~TraceFile();
@@ -47,14 +47,15 @@ class TraceFile {
    void recordIs( std::string_view record );
 
  private:
-   TraceFile( std::string path, int fd, std::byte* mapping, std::uint32_t ringSize );
+   explicit TraceFile( std::uint32_t ringSize ) : ringSize_( ringSize ) {}
+   bool begins( const std::string& folder );
    void startBlock();
 
    std::string path_;
-   const int fd_;
+   int fd_ = -1;
    const std::uint32_t ringSize_;
-   FileHeader* const header_; // only written
-   std::byte* const ring_;
+   FileHeader* header_ = nullptr; // only written
+   std::byte* ring_ = nullptr;
    std::uint64_t end_ = 0; // the position behind the last record
    std::uint64_t clockPairs_ = 0;
    std::uint64_t descriptionsSize_ = 0;
