@@ -12,9 +12,6 @@ namespace SodrelTest {
 
 namespace {
 
-using Sodrel::Test::BusPtr;
-using Sodrel::Test::checked;
-
 BusPtr endAt( int fd, bool server ) {
    sd_bus* raw = nullptr;
    checked( sd_bus_new( &raw ), "sd_bus_new" );

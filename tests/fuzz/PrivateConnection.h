@@ -50,8 +50,8 @@ class PrivateConnection {
    void send( const Header& header, const Body& body );
 
  private:
-   Sodrel::Test::BusPtr bus_;
-   Sodrel::Test::BusPtr peer_;
+   BusPtr bus_;
+   BusPtr peer_;
    std::uint32_t serial_ = 1000;
 };
 

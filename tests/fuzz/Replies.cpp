@@ -9,7 +9,6 @@
 namespace SodrelTest {
 
 using Sodrel::Sdbus;
-using Sodrel::Test::MessagePtr;
 
 namespace {
 

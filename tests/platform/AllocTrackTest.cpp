@@ -1,9 +1,10 @@
 // The counts of the allocation tracker: exact over threads, and when memory is missing.
-#include "Memory.h"
+#include "Threads.h"
 
 #include <platform/entity/Entity.h>
 #include <platform/memory/AllocTrack.h>
 #include <platform/value/TypeName.h>
+#include <support/Memory.h>
 
 #include <gtest/gtest.h>
 
@@ -118,10 +119,10 @@ TEST( AnAllocationTracker, neverShowsMoreLiveThanAllocatedWhileOthersCount ) {
 
 TEST( AnAllocationTracker, recordsNothingWithoutMemoryForItself ) {
    using Type = Numbered< 4 >;
-   for( std::size_t before = 0;; ++before ) {
+   for( std::size_t number = 1;; ++number ) {
       bool missing = false;
       {
-         const MemoryFailure failure( before );
+         const WatchedMemory memory( number );
          try {
             const auto dropped = ptrIsImpl< Type >();
          } catch( const std::bad_alloc& ) {
@@ -129,10 +130,10 @@ TEST( AnAllocationTracker, recordsNothingWithoutMemoryForItself ) {
          }
       }
       if( !missing ) {
-         EXPECT_GE( before, 2 );
+         EXPECT_GT( number, 2 );
          break;
       }
-      EXPECT_EQ( countsOf< Type >().first, 0 ) << before;
+      EXPECT_EQ( countsOf< Type >().first, 0 ) << number;
    }
    EXPECT_EQ( countsOf< Type >().first, 0 );
    EXPECT_NE( Type::memAllocationTracker_, nullptr );

@@ -1,7 +1,8 @@
 // The blocks of the slab allocator: size, alignment, reuse, lack of memory, threads and forks.
-#include "Memory.h"
+#include "Threads.h"
 
 #include <platform/memory/Slab.h>
+#include <support/Memory.h>
 
 #include <gtest/gtest.h>
 
@@ -81,6 +82,7 @@ TEST( ASlabBlock, isAlignedForEveryTypeAndHasItsWholeSize ) {
 
 TEST( ASlabBlock, isUsedAgainAfterItsRelease ) {
    const auto takeAndFree = [] {
+      const WatchedMemory memory;
       for( const bool forward : { true, false } ) {
          std::vector< void* > taken( 10'000 );
          for( void*& block : taken ) {
@@ -92,17 +94,18 @@ TEST( ASlabBlock, isUsedAgainAfterItsRelease ) {
       }
    };
    takeAndFree();
-   const std::size_t before = blocksAllocated();
+   const std::size_t before = watchedBlocks();
    for( int round = 0; round < 10; ++round ) {
       takeAndFree();
       inThreads( 1, takeAndFree );
    }
-   EXPECT_EQ( blocksAllocated(), before );
+   EXPECT_EQ( watchedBlocks(), before );
 }
 
 TEST( ASlabBlock, ofLargeEntitiesNeedsNoMappingOfItsOwn ) {
    std::vector< void* > taken( 200'000 );
-   const std::size_t before = blocksAllocated();
+   const WatchedMemory memory;
+   const std::size_t before = watchedBlocks();
    for( void*& block : taken ) {
       block = slabAlloc( largeBytes );
       ASSERT_NE( block, nullptr );
@@ -111,7 +114,7 @@ TEST( ASlabBlock, ofLargeEntitiesNeedsNoMappingOfItsOwn ) {
    for( void* const block : taken ) {
       slabFree( block );
    }
-   EXPECT_EQ( blocksAllocated(), before );
+   EXPECT_EQ( watchedBlocks(), before );
 }
 
 TEST( ASlabBlock, endsTheProcessWhenItIsNone ) {
@@ -147,7 +150,7 @@ constexpr std::array< std::size_t, 9 > sizesInSlabs = { 0, 1, 16, 17, 33, 112, 2
 std::vector< void* > allBlocks( std::size_t size, std::size_t allocations ) {
    std::vector< void* > taken;
    taken.reserve( 1'000'000 );
-   const MemoryFailure failure( allocations, true );
+   const WatchedMemory memory( allocations + 1, true );
    while( void* const block = slabAlloc( size ) ) {
       taken.push_back( block );
    }
@@ -204,21 +207,21 @@ TEST( TheSlabAllocator, returnsNullWhenAnyAllocationFails ) {
    taken.reserve( 1'000'000 );
    for( const std::size_t size : { entityBytes, largeBytes } ) {
       for( const bool forEver : { false, true } ) {
-         for( std::size_t before = 0; before < 6; ++before ) {
+         for( std::size_t number = 1; number <= 6; ++number ) {
             {
-               const MemoryFailure failure( before, forEver );
+               const WatchedMemory memory( number, forEver );
                while( void* const block = slabAlloc( size ) ) {
                   taken.push_back( block );
                }
-               EXPECT_EQ( failure.count(), 1 ) << before;
+               EXPECT_EQ( memory.failures(), 1 ) << number;
                void* const next = slabAlloc( size );
-               EXPECT_EQ( next == nullptr, forEver ) << before;
+               EXPECT_EQ( next == nullptr, forEver ) << number;
                if( next ) {
                   taken.push_back( next );
                }
             }
             taken.push_back( slabAlloc( size ) );
-            ASSERT_NE( taken.back(), nullptr ) << before;
+            ASSERT_NE( taken.back(), nullptr ) << number;
          }
       }
    }

@@ -1,7 +1,6 @@
 // The string: where it comes from, how it grows, and what it compares with.
-#include "Memory.h"
-
 #include <platform/value/String.h>
+#include <support/Memory.h>
 
 #include <gtest/gtest.h>
 
@@ -129,7 +128,7 @@ TEST( AConcatenation, allocatesOnce ) {
    const std::string longPiece( 100, 'x' );
    String joined;
    {
-      const MemoryFailure ofTheSecond( 1 );
+      const WatchedMemory failing( 2 );
       joined = concat( longPiece, "-", longPiece, longPiece );
    }
    EXPECT_EQ( joined.size(), 301U );

@@ -5,7 +5,7 @@
 // says what comes of it. The n-th allocation fails likewise, also while a call of sd-bus fails.
 #include <scripted/Operations.h>
 
-#include <support/ScriptedMemory.h>
+#include <support/Memory.h>
 
 #include <cerrno>
 #include <cstring>
@@ -218,7 +218,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       bool missing = false;
       std::size_t failures = 0;
       {
-         const LibraryMemory memory( number, forEver );
+         const WatchedMemory memory( number, forEver );
          try {
             GetParam().run( *client );
          } catch( const std::bad_alloc& ) {
@@ -236,13 +236,13 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
 
    // Misses each of the allocations, whose number is returned.
    std::size_t tryAllocations( bool forEver, const Fault* fault = nullptr ) {
-      const std::size_t blocks = libraryBlocks();
+      const std::size_t blocks = watchedBlocks();
       const std::size_t slabs = slabBlocks();
       std::size_t number = 1;
       for( ; tryWithoutMemory( number, forEver, fault ); ++number ) {
-         EXPECT_EQ( libraryBlocks(), blocks ) << "allocation " << number;
+         EXPECT_EQ( watchedBlocks(), blocks ) << "allocation " << number;
       }
-      EXPECT_EQ( libraryBlocks(), blocks );
+      EXPECT_EQ( watchedBlocks(), blocks );
       EXPECT_EQ( slabBlocks(), slabs );
       return number - 1;
    }

@@ -1,7 +1,7 @@
 // The operations of the library with their golden sequences.
 #include <scripted/Operations.h>
 
-#include <support/ScriptedMemory.h>
+#include <support/Memory.h>
 
 #include <type_traits>
 
@@ -21,7 +21,7 @@ Tessel::String shown( bool value ) {
 }
 
 sd_bus_message* newReply( Content ( *content )() ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    return scriptedSdbus().newReply( content() );
 }
 

@@ -2,10 +2,7 @@
 #include <scripted/ScriptedTest.h>
 
 #include <platform/memory/AllocTrack.h>
-#include <platform/value/TypeName.h>
-#include <support/ScriptedMemory.h>
-
-#include <typeinfo>
+#include <support/Memory.h>
 
 namespace SodrelTest {
 
@@ -87,14 +84,9 @@ ScriptedTest::ScriptedTest() {
       Orl::traceLevelsIs( facility, Orl::allTraceLevels );
    }
    Tessel::traceSinkIs( this );
-   onSlabFree = []( const std::type_info& type ) {
-      const NotLibrary notLibrary;
-      logLine( std::string( "slabFree( " ) + Tessel::typeName( type ).data() + " )" );
-   };
 }
 
 ScriptedTest::~ScriptedTest() {
-   onSlabFree = nullptr;
    Tessel::traceSinkIs( nullptr );
 }
 
@@ -111,7 +103,7 @@ Tessel::Ptr< Sdbus > ScriptedTest::createdSdbus() {
 }
 
 void ScriptedTest::traceIs( const Tessel::TextTrace& trace ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    logLine(
       std::string( trace.facility ) + '/' + std::to_string( trace.level ) + ' ' + trace.function +
       ": " + std::string( trace.text ) );

@@ -30,6 +30,9 @@ std::string thrownBy( const std::function< void() >& action );
 // Entities of the library that are alive, "" when there are none.
 std::string livingEntities();
 
+// The blocks that the slab allocator has given out and not got back.
+std::size_t slabBlocks();
+
 // An attribute of an entity by generic access, and all that its type declares: "NAME=VALUE ...".
 std::string fieldOf( Tessel::Node& entity, std::string_view name );
 std::string fieldsOf( Tessel::Node& entity );

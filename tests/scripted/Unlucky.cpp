@@ -14,7 +14,7 @@ class Unlucky : public Monitor {
    using Monitor::Monitor;
 
    bool wait( const Orl::Optional< Tessel::String >& object ) override {
-      const NotLibrary notLibrary;
+      const UnwatchedMemory unwatched;
       logLine( std::string( "wait( " ) + ( object.hasValue() ? ( *object ).data() : "" ) + " )" );
       const bool outcome = unluckyWaits.front();
       unluckyWaits.pop_front();

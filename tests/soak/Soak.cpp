@@ -15,11 +15,8 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 
-namespace Sodrel::Test {}
-
 namespace {
 
-using namespace Sodrel::Test;
 using namespace SodrelTest;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;

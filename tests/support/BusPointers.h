@@ -63,8 +63,3 @@ inline void roundTrip( sd_bus* bus ) {
 }
 
 } // namespace SodrelTest
-
-// For tests that live in this namespace.
-namespace Sodrel::Test {
-using namespace SodrelTest;
-} // namespace Sodrel::Test

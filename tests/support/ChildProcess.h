@@ -31,8 +31,3 @@ class ChildProcess {
 };
 
 } // namespace SodrelTest
-
-// For tests that live in this namespace.
-namespace Sodrel::Test {
-using namespace SodrelTest;
-} // namespace Sodrel::Test

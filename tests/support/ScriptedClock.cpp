@@ -43,7 +43,7 @@ std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept 
       clock_gettime( CLOCK_MONOTONIC, &real );
       return time_point( seconds( real.tv_sec ) + nanoseconds( real.tv_nsec ) );
    }
-   const SodrelTest::NotLibrary notLibrary;
+   const SodrelTest::UnwatchedMemory unwatched;
    SodrelTest::logLine( "steady_clock::now()" );
    const time_point now{ nanoseconds( readings.front() ) };
    if( readings.size() > 1 ) {

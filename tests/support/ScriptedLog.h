@@ -1,7 +1,7 @@
 // What happened in a scripted test, in its order: sd-bus calls, clock readings and traces.
 #pragma once
 
-#include <support/ScriptedMemory.h>
+#include <support/Memory.h>
 
 #include <string>
 #include <utility>
@@ -12,7 +12,7 @@ inline std::string scriptedLog;
 
 // Appends one line to the log.
 inline void logLine( const std::string& line ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    scriptedLog += ( scriptedLog.empty() ? "" : "\n" ) + line;
 }
 

@@ -70,11 +70,9 @@ ScriptedSdbus& scriptedSdbus() {
 ScriptedSdbus::ScriptedSdbus() {
    takeLog();
    current = this;
-   onFree = []( void* memory ) { current->textFreed( memory ); };
 }
 
 ScriptedSdbus::~ScriptedSdbus() {
-   onFree = nullptr;
    current = nullptr;
 }
 
@@ -197,7 +195,7 @@ void ScriptedSdbus::errorFreed( sd_bus_error* error ) {
 void ScriptedSdbus::textFreed( void* text ) {
    const auto known = texts_.find( text );
    if( known != texts_.end() ) {
-      const NotLibrary notLibrary;
+      const UnwatchedMemory unwatched;
       logLine( "free( " + known->second + " )" );
       texts_.erase( known );
    }
@@ -216,7 +214,7 @@ void ScriptedSdbus::dispatch( sd_bus* bus, const Signal& signal ) {
       sd_bus_error error = {};
       int result = 0;
       {
-         const NotLibrary libraryAgain( true );
+         const UnwatchedMemory watchedAgain( true );
          result = slot->callback( message, slot->userdata, &error );
       }
       errorFreed( &error );
@@ -261,6 +259,17 @@ void ScriptedSdbus::released( sd_bus_message* message ) {
          }
       }
    }
+}
+
+// The linker gives these names to the calls of free, and to the original.
+void realFree( void* memory ) asm( "__real_free" );
+void wrappedFree( void* memory ) asm( "__wrap_free" );
+
+void wrappedFree( void* memory ) {
+   if( memory && current ) {
+      current->textFreed( memory );
+   }
+   realFree( memory );
 }
 
 } // namespace SodrelTest

@@ -12,8 +12,8 @@
 namespace {
 
 using SodrelTest::Answer;
-using SodrelTest::NotLibrary;
 using SodrelTest::scriptedSdbus;
+using SodrelTest::UnwatchedMemory;
 
 // Whether the caller gave an address for what is named.
 struct Out {
@@ -77,7 +77,7 @@ int replied( const Answer& answer, sd_bus_error* error, sd_bus_message** reply )
 extern "C" {
 
 int sd_bus_open_system( sd_bus** bus ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called( __func__, {}, Out{ bus, "bus" } );
    if( answer.result >= 0 ) {
       *bus = scriptedSdbus().newBus();
@@ -86,7 +86,7 @@ int sd_bus_open_system( sd_bus** bus ) {
 }
 
 sd_bus* sd_bus_flush_close_unref( sd_bus* bus ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    log( __func__, bus );
    scriptedSdbus().released( bus );
    return nullptr;
@@ -95,7 +95,7 @@ sd_bus* sd_bus_flush_close_unref( sd_bus* bus ) {
 int sd_bus_get_property_string(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, char** value ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called(
       error ? __func__ : "probe", onBus( bus, SodrelTest::gives( "running" ) ), bus, destination,
       path, interface, member, Out{ error, "error" }, Out{ value, "value" } );
@@ -109,7 +109,7 @@ int sd_bus_get_property_string(
 int sd_bus_get_property(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, sd_bus_message** reply, const char* type ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called(
       __func__, onBus( bus, SodrelTest::replies( SodrelTest::b( true ) ) ), bus, destination, path,
       interface, member, Out{ error, "error" }, Out{ reply, "reply" }, type );
@@ -119,7 +119,7 @@ int sd_bus_get_property(
 int sd_bus_call_method(
    sd_bus* bus, const char* destination, const char* path, const char* interface,
    const char* member, sd_bus_error* error, sd_bus_message** reply, const char* types, ... ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    std::string values = show( types );
    std::va_list arguments;
    va_start( arguments, types );
@@ -137,14 +137,14 @@ int sd_bus_call_method(
 }
 
 sd_bus_message* sd_bus_message_unref( sd_bus_message* message ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    log( __func__, message );
    scriptedSdbus().released( message );
    return nullptr;
 }
 
 int sd_bus_message_read( sd_bus_message* message, const char* types, ... ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    std::va_list values;
    va_start( values, types );
    std::string shown = show( types );
@@ -163,7 +163,7 @@ int sd_bus_message_read( sd_bus_message* message, const char* types, ... ) {
 }
 
 int sd_bus_message_enter_container( sd_bus_message* message, char type, const char* contents ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer =
       called( __func__, { .result = 1 }, message, std::string( 1, type ), contents );
    return answer.result > 0 ? message->enter( type, contents ) : answer.result;
@@ -172,28 +172,28 @@ int sd_bus_message_enter_container( sd_bus_message* message, char type, const ch
 // Leaving and skipping happen even where a script makes them fail, so that it shows whether the
 // library looks at the result.
 int sd_bus_message_exit_container( sd_bus_message* message ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called( __func__, { .result = 1 }, message );
    const int left = message->exit();
    return answer.result > 0 ? left : answer.result;
 }
 
 int sd_bus_message_skip( sd_bus_message* message, const char* type ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called( __func__, { .result = 1 }, message, type );
    const int skipped = message->skip( type );
    return answer.result > 0 ? skipped : answer.result;
 }
 
 int sd_bus_error_set( sd_bus_error* error, const char* name, const char* message ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    log( __func__, Out{ error, "error" }, name, message );
    scriptedSdbus().errorIs( error, { .errorName = name, .errorMessage = message } );
    return -EIO;
 }
 
 void sd_bus_error_free( sd_bus_error* error ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    if( !error ) {
       log( __func__, "null" );
    } else if( error->name || error->message ) {
@@ -207,7 +207,7 @@ void sd_bus_error_free( sd_bus_error* error ) {
 int sd_bus_match_signal(
    sd_bus* bus, sd_bus_slot** slot, const char* sender, const char* path, const char* interface,
    const char* member, sd_bus_message_handler_t callback, void* userdata ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer = called(
       __func__, onBus( bus, {} ), bus, Out{ slot, "slot" }, sender, path, interface, member,
       callback ? "callback" : "null", Out{ userdata, "userdata" } );
@@ -218,14 +218,14 @@ int sd_bus_match_signal(
 }
 
 sd_bus_slot* sd_bus_slot_unref( sd_bus_slot* slot ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    log( __func__, slot );
    scriptedSdbus().released( slot );
    return nullptr;
 }
 
 int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const Answer answer =
       called( __func__, onBus( bus, {}, -ECONNRESET ), bus, Out{ message, "message" } );
    for( const SodrelTest::Signal& signal : answer.signals ) {
@@ -236,7 +236,7 @@ int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
 
 // Waits in vain, which moves the clock, unless there is more for sd_bus_process to do.
 int sd_bus_wait( sd_bus* bus, std::uint64_t microseconds ) {
-   const NotLibrary notLibrary;
+   const UnwatchedMemory unwatched;
    const bool more = scriptedSdbus().expectsMore( "sd_bus_process" );
    const Answer answer = called(
       __func__, onBus( bus, { .result = more ? 1 : 0 } ), bus, std::to_string( microseconds ) );

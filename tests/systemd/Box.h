@@ -14,12 +14,9 @@
 #include <platform/trace/TextTrace.h>
 #include <support/BusPointers.h>
 
-namespace Sodrel::Test {}
-
 namespace SodrelTest {
 
 using namespace Sodrel;
-using namespace Sodrel::Test;
 
 // Runs a shell command; systemctl reaches the manager without the bus. Returns the command's output
 // without the line end. Throws std::runtime_error if the command fails.
