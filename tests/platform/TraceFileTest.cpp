@@ -50,6 +50,18 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( sizeof( Fennet::DescriptionHead ), 16U );
 }
 
+// tests/fuzz/README.md says how to renew a seed, and what is left out of it.
+TEST( TheFormatOfTraceFiles, isTheOneOfTheSeedsThatTheFuzzerStartsFrom ) {
+   const std::string seed = contentOf( SEEDS "/thread-1" );
+   std::string bytes = seed.substr( 0, 512 );
+   bytes.resize( Fennet::headerSize );
+   bytes += seed.substr( 512, 512 );
+   bytes.resize( Fennet::headerSize + Fennet::minRingSize );
+   const TraceFolder folder;
+   std::ofstream( folder.path() / "seed.fennet" ) << bytes << seed.substr( 1024 );
+   EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "six", "eight" } ) );
+}
+
 class ATraceFile : public testing::Test {
  protected:
    std::unique_ptr< TraceFile > create() const {
