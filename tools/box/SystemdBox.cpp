@@ -96,9 +96,14 @@ void awaitReady( const Descriptor& signals, const fs::path& run, const Child& in
 // Turns a child of the program into the command.
 void becomeCommand( const Options& options, const Cgroup& cgroup, const Child& init ) {
    cgroup.join( "init.scope" );
+   const Descriptor root =
+      opened( "/proc/" + std::to_string( init.id() ) + "/root", O_PATH | O_DIRECTORY );
    checked(
       setns( init.descriptor(), CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWCGROUP ),
       "cannot enter the box" );
+   // That leads out of a chroot that the box was started in.
+   checked( fchdir( root.number() ), "cannot enter the box" );
+   checked( chroot( "." ), "cannot enter the box" );
    if( chdir( options.workingDirectory.c_str() ) < 0 ) {
       throw Failure( bootFailed, options.workingDirectory + " does not exist in the box" );
    }
