@@ -70,6 +70,13 @@ machineIs() {
     mount --bind "$archives" "$machine/var/cache/apt/archives"
 }
 
+# Gives the machine the devices and control groups that a box takes.
+boxCanRun() {
+    for folder in dev sys; do
+        mount --rbind "/$folder" "$machine/$folder"
+    done
+}
+
 # onMachine COMMAND...
 onMachine() {
     chroot "$machine" env -i DEBIAN_FRONTEND=noninteractive HOME=/root LC_ALL=C.UTF-8 \
