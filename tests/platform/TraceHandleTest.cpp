@@ -4,18 +4,22 @@
 #include "Process.h"
 #include "TraceFolder.h"
 
+#include <support/Memory.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -96,6 +100,33 @@ INSTANTIATE_TEST_SUITE_P(
       Fork{ "clone",
             [] { return static_cast< pid_t >( syscall( SYS_clone, SIGCHLD, 0, 0, 0, 0 ) ); } } ) );
 
+// How a process ends that runs the body and has the id 1. Only root needs no user namespace for it.
+int statusInPidNamespace( const std::function< void() >& body ) {
+   return statusOf( [&] {
+      EXPECT_TRUE( unshare( CLONE_NEWPID ) == 0 || unshare( CLONE_NEWUSER | CLONE_NEWPID ) == 0 );
+      EXPECT_EQ( statusOf( body ), 0 );
+   } );
+}
+
+TEST( AChildInAPidNamespace, writesToAFileOfItsOwnAlsoWithTheIdOfItsParent ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   const int status = statusInPidNamespace( [] {
+      EXPECT_EQ( getpid(), 1 );
+      traceNumber( 1 );
+      EXPECT_EQ(
+         statusInPidNamespace( [] {
+            EXPECT_EQ( getpid(), 1 );
+            traceNumber( 2 );
+         } ),
+         0 );
+      traceNumber( 3 );
+   } );
+   EXPECT_EQ( status, 0 );
+   EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2", "number 3" } ) );
+   EXPECT_EQ( folder.files().size(), 2U );
+}
+
 // Traces, and in a child process too, when its thread's files have been closed.
 struct LateTracer {
    ~LateTracer() {
@@ -153,6 +184,21 @@ TEST_F( ThreadsThatHaveEnded, leaveTheLatest64Files ) {
       expected.insert( "number " + std::to_string( number ) );
    }
    EXPECT_EQ( texts(), expected );
+}
+
+TEST_F( ThreadsThatHaveEnded, leaveTheLatest64FilesWithoutMemoryToo ) {
+   for( int number = 0; number < 70; ++number ) {
+      std::thread( [number] {
+         // Goes last, because it comes before the first trace.
+         thread_local std::optional< WatchedMemory > memory;
+         memory.reset();
+         traceNumber( number );
+         memory.emplace( 1, true );
+      } ).join();
+   }
+   EXPECT_EQ( folder.files().size(), 64U );
+   EXPECT_FALSE( texts().contains( "number 5" ) );
+   EXPECT_TRUE( texts().contains( "number 6" ) );
 }
 
 TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfOtherProcessesAlone ) {

@@ -1,5 +1,6 @@
 // Type data: what a module's record holds, and how types and members are found.
 #include "Instruments.h"
+#include "Process.h"
 
 #include <platform/types/Module.h>
 #include <platform/types/TypeData.h>
@@ -11,9 +12,12 @@
 #include <cstdint>
 #include <ostream>
 #include <span>
+#include <stop_token>
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace Tessel {
 
@@ -240,6 +244,21 @@ TEST_F( AModuleOfAnotherLibrary, comesAndGoesWhileOtherThreadsLookTypesUp ) {
       ASSERT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
       const TypeRef shelf = findType( "Depot::Shelf" );
       ASSERT_TRUE( shelf == Tessel::nodeType || shelf.module == &record );
+   }
+}
+
+TEST_F( AModuleOfAnotherLibrary, comesAndGoesWhileAnotherThreadForks ) {
+   const std::jthread loads( [this]( const std::stop_token& end ) {
+      while( !end.stop_requested() ) {
+         const Tessel::ModuleRegistration registration( record );
+      }
+   } );
+   for( int fork = 0; fork < 100; ++fork ) {
+      const int status = statusOf( [] {
+         alarm( 30 ); // ends a child that waits for a lock
+         EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
+      } );
+      ASSERT_EQ( status, 0 );
    }
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -33,6 +34,7 @@ bool& isWatched( void* block ) {
 
 void* allocate( std::size_t size, std::size_t alignment = alignof( std::max_align_t ) ) noexcept {
    if( allocationFails() ) {
+      errno = ENOMEM;
       return nullptr;
    }
    if( const auto work = std::exchange( duringAllocation, nullptr ) ) {
