@@ -42,7 +42,7 @@ class TESSEL_EXPORT TraceSink {
 ///     2026-11-21T02:32:38.123456Z 4711 Sodrel/8 src/Sodrel/Sodrel.cpp:57 managerCall: Call ...
 ///
 /// with the time in UTC, the thread's id and the facility with the level. Control characters and
-/// invalid UTF-8 are written as \xHH. Under the journal each line starts with its priority. A line
+/// invalid UTF-8 are written as \\xHH. Under the journal each line starts with its priority. A line
 /// longer than PIPE_BUF is cut.
 ///
 /// Returns the previous sink, null for standard error.
