@@ -17,7 +17,7 @@ from xml.etree import ElementTree
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 XML, SOURCE = map(Path, sys.argv[1:])
-SAMPLES = ("bash", "cpp", "ini")  # the languages of which samples are compared
+NO_SAMPLES = ("mermaid", "text")  # what fenced blocks may be besides pieces of examples
 
 # Where the site shows a file of the tree, as paths below both.
 shown_at = {}
@@ -70,11 +70,12 @@ def reference():
 
 
 def examples():
-    for program in sorted(ROOT.glob("examples/*.cpp")):
-        path = program.relative_to(ROOT)
-        shown_at[path] = path.with_suffix(".rst")
-        write(shown_at[path], title(program.name)
-              + ".. code-block:: cpp\n\n" + textwrap.indent(program.read_text(), "   "))
+    for program in sorted(ROOT.glob("examples/*.c*")):
+        if program.suffix in (".c", ".cpp"):
+            path = program.relative_to(ROOT)
+            shown_at[path] = Path(f"{path}.rst")
+            write(shown_at[path], title(program.name) + f".. code-block:: {program.suffix[1:]}\n\n"
+                  + textwrap.indent(program.read_text(), "   "))
 
 
 def man_pages():
@@ -106,7 +107,7 @@ def pages():
             continue
         text = (ROOT / path).read_text()
         for language, sample in re.findall(r"^```(\w+)\n(.*?)^```$", text, flags=re.M | re.S):
-            if language in SAMPLES and not any(f"\n{sample}" in f"\n{code}" for code in held):
+            if language not in NO_SAMPLES and not any(f"\n{sample}" in f"\n{code}" for code in held):
                 faults.append(f"{path}: no example holds the sample '{sample.splitlines()[0]}'")
         text = re.sub(r"(!?)\[([^\]]*)\]\(([^)#:\s]+)(#[^)\s]*)?\)",
                       lambda link: linked(path, shown, link), text)
