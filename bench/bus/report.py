@@ -118,7 +118,7 @@ def main():
     full = [*results["machine"], "", *full_table(results)]
     print(*full, "", *short, sep="\n")
     if sys.argv[2:] == ["--publish"]:
-        page.publish("performance.md", "bus", short)
+        page.publish("performance-table.md", "summary", short)
         page.publish("performance-table.md", "bus", full)
         plot.draw({kind.name: [microseconds(results, "processor", kind, operation)
                                for operation in measure.OPERATIONS] for kind in PEERS},

@@ -67,7 +67,7 @@ def main():
                      f"{ratio:>8.3f}{verdict}")
     print(*lines, sep="\n")
     if sys.argv[2:] == ["--publish"]:
-        page.publish("performance.md", "platform", lines)
+        page.publish("performance-table.md", "platform", lines)
     return 0 if all_met else 1
 
 
