@@ -1,4 +1,4 @@
-// Starts a unit and tells the kinds of failure apart by the class of the exception.
+// Starts a unit and distinguishes the kinds of failure by the class of the exception.
 //
 //    catch-errors NAME.service
 #include <Sodrel/Sodrel.h>

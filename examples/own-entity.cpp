@@ -1,4 +1,4 @@
-// Defines an entity of one's own with the platform layer: counted, tracked, traced and reflected.
+// Defines a custom entity with the platform layer: counted, tracked, traced and reflected.
 //
 //    TESSEL_TRACE='Lamp=8' own-entity
 #include <platform/entity/Entity.h>
@@ -44,7 +44,7 @@ Tessel::Ptr< Lamp > lampFactory( const Tessel::String& room ) {
 
 } // namespace House
 
-// The class's one table. A row's place is the member's id.
+// The table of the class. The position of a row is the member's ID.
 template<>
 struct Tessel::TypeTable< House::Lamp > {
    using Lamp = House::Lamp;

@@ -1,4 +1,4 @@
-// Takes the traces of one facility into the program's own hands instead of standard error.
+// Receives the traces of one facility in the program instead of on standard error.
 //
 //    own-sink
 #include <Sodrel/Sodrel.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Called on the thread that traces, by several at a time when several trace.
+// Called on the thread that traces, possibly on several threads at once.
 class Sink : public Tessel::TraceSink {
  public:
    void traceIs( const Tessel::TextTrace& trace ) override {
@@ -29,6 +29,6 @@ int main() {
    } catch( const Sodrel::Exception& error ) {
       std::fprintf( stderr, "%s\n", error.what() );
    }
-   // Nothing is traced any more, so the sink may go.
+   // Nothing is traced any more, so the sink can be destroyed.
    Tessel::traceSinkIs( nullptr );
 }

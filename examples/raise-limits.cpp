@@ -1,4 +1,5 @@
-// Gives a slow reload more time: both for the reply, 25 s by default, and for the signal, 600 s.
+// Raises both time limits for a slow reload: that of the reply, 25 s by default, and that of the
+// signal, 600 s.
 //
 //    raise-limits
 #include <Sodrel/SignalMonitor.h>
@@ -12,13 +13,13 @@ int main() {
       auto systemd = Sodrel::sdbusFactory();
       systemd->managerCall( "Subscribe", /*async*/ true );
 
-      // The reply's limit belongs to the connection and is lost with it. SYSTEMD_BUS_TIMEOUT in
-      // the environment sets it for every connection that is opened.
+      // The limit of the reply belongs to the connection and is lost with it. The environment
+      // variable SYSTEMD_BUS_TIMEOUT sets it for every new connection.
       constexpr std::uint64_t oneHourInMicroseconds = 3'600'000'000;
       sd_bus* const bus = systemd->sdbus();
       sd_bus_set_method_call_timeout( bus, oneHourInMicroseconds );
 
-      // The signal's limit belongs to the monitor, and reflection sets it.
+      // The limit of the signal belongs to the monitor, and reflection sets it.
       auto monitor = Sodrel::daemonReloadingMonitorFactory( bus );
       const Tessel::Interval oneHour( 3'600'000'000'000 );
       Tessel::memberOf( *monitor, "syncTimeout" ).write( *monitor, &oneHour );

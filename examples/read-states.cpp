@@ -1,5 +1,4 @@
-// Reads the manager's state, whether it shows status messages, and the state of each unit
-// that is named.
+// Prints the manager's state, whether it shows status messages, and the state of each named unit.
 //
 //    read-states [UNIT...]
 #include <Sodrel/Sodrel.h>

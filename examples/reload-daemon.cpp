@@ -1,4 +1,4 @@
-// Has systemd read its unit files again, and waits until it has.
+// Makes systemd read its unit files again, and waits until it has done so.
 //
 //    reload-daemon
 #include <Sodrel/Sodrel.h>
@@ -8,8 +8,8 @@
 int main() {
    try {
       auto systemd = Sodrel::sdbusFactory();
-      // systemd says that it reloads only while somebody has subscribed. This lasts as long as
-      // the connection, so it is to be done again after a reconnection.
+      // systemd reports reloads only while some client has subscribed. A subscription ends with
+      // the connection, so subscribe again after a reconnection.
       systemd->managerCall( "Subscribe", /*async*/ true );
       systemd->managerCall( "Reload", /*async*/ false );
       std::puts( "reloaded" );

@@ -1,7 +1,7 @@
-// Reloads a unit and reports the job's own word, such as "failed" when its ExecReload= fails.
+// Reloads a unit and reports the job's own result, such as "failed" if its ExecReload= fails.
 //
-// A synchronous "ReloadUnit" waits until the unit is active again, which a unit is after a failed
-// reload too. This way the outcome is the job's, and nobody needs to have subscribed.
+// A synchronous "ReloadUnit" waits until the unit is active again, which is also the case after a
+// failed reload. This way the outcome is that of the job, and no client needs to subscribe.
 //
 //    reload-unit NAME.service
 #include <Sodrel/SignalMonitor.h>
@@ -16,7 +16,7 @@ int main( int argc, char** argv ) {
    }
    try {
       auto systemd = Sodrel::sdbusFactory();
-      // Before the call, so that the end of the job cannot be missed.
+      // Created before the call, so that the end of the job cannot be missed.
       auto monitor = Sodrel::jobRemovedMonitorFactory( systemd->sdbus() );
       const auto job = systemd->asyncManagerCallSsO( "ReloadUnit", argv[1], "replace" );
       monitor->wait( job );

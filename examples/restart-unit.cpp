@@ -1,4 +1,4 @@
-// Restarts a unit, waits until systemd has done it, and says how it went.
+// Restarts units, waits until systemd has done so, and prints their states.
 //
 //    restart-unit UNIT...
 #include <Sodrel/Sodrel.h>

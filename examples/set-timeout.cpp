@@ -1,4 +1,4 @@
-// Uses reflection: lists what a monitor's type says of itself, and sets its time limit to 0.
+// Uses reflection to list the members of a monitor's type and to set its time limit to 0.
 //
 //    set-timeout
 #include <Sodrel/SignalMonitor.h>

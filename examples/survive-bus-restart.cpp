@@ -1,6 +1,6 @@
-// Uses one Sdbus across a restart of the bus: the next operation renews the connection.
+// Uses one Sdbus across a restart of the bus: the next operation replaces the connection.
 //
-// Asks for a line on standard input before each of its reads; restart the bus meanwhile.
+// Waits for a line on standard input before each read; restart the bus meanwhile.
 //
 //    survive-bus-restart
 #include <Sodrel/Sodrel.h>
@@ -13,10 +13,10 @@ void report( Sodrel::Sdbus& systemd ) {
    try {
       std::printf( "system %s\n", systemd.managerPropertyS( "SystemState" ).data() );
    } catch( const Sodrel::NoSdbusException& error ) {
-      // While there is no bus, each operation tries again and fails; none hangs.
+      // While there is no bus, each operation tries to connect and fails; none hangs.
       std::printf( "no bus: %s\n", error.what() );
    } catch( const Sodrel::SdbusCallException& error ) {
-      // The bus is back, systemd is not on it yet.
+      // The bus is back, but systemd is not on it yet.
       std::printf( "no answer: %s\n", error.what() );
    }
 }
@@ -29,8 +29,8 @@ int main() {
       int key = 0;
       do {
          report( *systemd );
-         // What was bound to the old connection is gone with it: a "Subscribe", a raised time
-         // limit, and every monitor. A program that needs them sets them up again here.
+         // What belonged to the old connection is lost: its subscription, a raised time limit and
+         // every monitor. A program that needs them sets them up again here.
          std::puts( "press return to read again, Ctrl-D to end" );
          while( ( key = std::getchar() ) != '\n' && key != EOF ) {
          }

@@ -45,7 +45,7 @@ std::string Report::in( const char* colour, const std::string& text ) const {
    return coloured ? std::string( "\033[" ) + colour + "m" + text + "\033[0m" : text;
 }
 
-// Each line is written at once, so that what a log shows last is where a demo stopped.
+// Each line is written immediately, so the last line of a log shows where a demo stopped.
 void Report::line( const std::string& text ) {
    std::puts( text.c_str() );
    std::fflush( stdout );
@@ -101,8 +101,8 @@ void Report::traceIs( const Tessel::TextTrace& trace ) {
 }
 
 int Report::finish() {
-   const std::string sum = std::to_string( steps - wrong ) + " of " + std::to_string( steps ) +
-                           " steps went as they should";
+   const std::string sum =
+      std::to_string( steps - wrong ) + " of " + std::to_string( steps ) + " steps succeeded";
    line( "\n" + in( wrong > 0 ? red : green, sum ) );
    return wrong > 0 ? 1 : 0;
 }

@@ -1,4 +1,4 @@
-// How the demo tells what it does: each call, what came of it, and how long it took.
+// The report of the demo: each call, its outcome, and how long it took.
 #pragma once
 
 #include <platform/trace/TextTrace.h>
@@ -16,20 +16,20 @@ class Report : public Tessel::TraceSink {
    Report& operator=( const Report& ) = delete;
    ~Report();
 
-   // Begins a group of steps and says what they are about.
+   // Begins a group of steps with a title and an explanation.
    void chapter( const char* title, const char* about );
 
-   // Runs one operation and prints its result, or the exception that it throws. The step is as it
-   // should be when the result, or the exception's class, ": " and text, fits `expected`, a pattern
-   // of fnmatch(3).
+   // Runs one operation and prints its result, or the exception that it throws. The step has
+   // succeeded if the result, or the exception's class, ": " and its text, matches `expected`, a
+   // pattern of fnmatch(3).
    void
    step( const char* call, const char* expected, const std::function< std::string() >& operation );
 
-   // Shows the library's own traces among the steps, or no longer.
+   // Starts or stops showing the library's own traces among the steps.
    void tracesAre( bool shown );
    void traceIs( const Tessel::TextTrace& trace ) override;
 
-   // Prints the sum. Returns the exit status: 0 if every step went as it should.
+   // Prints the totals. Returns the exit status: 0 if every step has succeeded.
    int finish();
 
  private:

@@ -1,8 +1,8 @@
-// Shows the main uses of the library, step by step; scripts/demo gives it a systemd to talk to.
+// Shows the main uses of the library step by step; scripts/demo provides a systemd to talk to.
 //
 //    demo box          on a fresh systemd with the units beside this file
 //    demo scripted     on a manager that imitates systemd
-//    demo read-only    on this machine's own systemd, which it leaves as it is
+//    demo read-only    on this machine's own systemd, which it does not change
 #include "Report.h"
 
 #include <Sodrel/SignalMonitor.h>
@@ -30,8 +30,8 @@ Client connect( Report& report ) {
    Client systemd;
    report.chapter(
       "A client of systemd",
-      "It opens the system bus and reads \"SystemState\", to see that systemd "
-      "answers." );
+      "It connects to the system bus and reads \"SystemState\" to check that systemd "
+      "replies." );
    report.step( "systemd = sdbusFactory()", "a connected client", [&] {
       systemd = Sodrel::sdbusFactory();
       return "a connected client";
@@ -50,7 +50,7 @@ Client connect( Report& report ) {
    return systemd;
 }
 
-// Reads a unit's state. The call's text and what is done stand side by side here as below.
+// Reads a unit's state. Here and below, the text of a call stands next to the call.
 void readState( Report& report, const Client& systemd, const char* unit, const char* expected ) {
    const std::string call =
       std::string( "systemd->unitPropertyS( \"" ) + unit + "\", \"ActiveState\" )";
@@ -70,7 +70,7 @@ void callUnit(
    } );
 }
 
-// Calls a manager method that takes nothing.
+// Calls a manager method without arguments.
 void callManager(
    Report& report, const Client& systemd, const char* method, bool async, const char* expected ) {
    const std::string call = std::string( "systemd->managerCall( \"" ) + method + "\", " +
@@ -83,7 +83,7 @@ void callManager(
 
 void startAndRestart( Report& report, const Client& systemd ) {
    report.chapter(
-      "Jobs, followed to their ends",
+      "Jobs, followed to their end",
       "Each call queues a job and returns its path when the job has ended with \"done\"." );
    callUnit( report, systemd, "StartUnit", "web.service", job );
    readState( report, systemd, "web.service", "active" );
@@ -93,10 +93,9 @@ void startAndRestart( Report& report, const Client& systemd ) {
 
 void reload( Report& report, const Client& systemd ) {
    report.chapter(
-      "Reloads, followed to their ends",
-      "systemd tells of reloads only while some client of the bus has subscribed. On many "
-      "machines\n"
-      "the login service has; nobody has here, so that the demo does it, once per connection." );
+      "Reloads, followed to their end",
+      "systemd reports reloads only while some client has subscribed. On many machines the login\n"
+      "service has. Here no client has, so the demo subscribes, once per connection." );
    callManager( report, systemd, "Subscribe", true, returned );
    callManager( report, systemd, "Reload", false, returned );
    callUnit( report, systemd, "ReloadUnit", "web.service", job );
@@ -116,9 +115,9 @@ void refuse( Report& report, const Client& systemd ) {
 
 void fail( Report& report, const Client& systemd ) {
    report.chapter(
-      "What goes wrong is said",
-      "A job that fails, a reload that the unit has no way to do, a method that has no outcome to\n"
-      "wait for, a unit that nobody knows: the class says at which stage, the text why." );
+      "Errors",
+      "A job that fails, a unit that cannot reload, a method without an outcome to wait for, an\n"
+      "unknown unit: the class names the stage, the text the cause." );
    callUnit(
       report, systemd, "StartUnit", "broken.service",
       "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job /org/freedesktop/systemd1/job/* "
@@ -132,8 +131,8 @@ void fail( Report& report, const Client& systemd ) {
 
 void loseTheBus( Report& report, const Client& systemd, bool inBox ) {
    report.chapter(
-      "A connection that is lost",
-      "The next call finds it out, opens a new one and goes on. Its traces are shown." );
+      "A lost connection",
+      "The next call notices, opens a new one and continues. Its traces are shown." );
    if( inBox ) {
       report.step( "$ systemctl restart dbus.service", "exit status 0", [] {
          return "exit status " + std::to_string( std::system( "systemctl restart dbus.service" ) );
@@ -149,8 +148,8 @@ void loseTheBus( Report& report, const Client& systemd, bool inBox ) {
    report.tracesAre( false );
 
    report.chapter(
-      "Carrying on",
-      "The subscription went with the old connection, so that the demo subscribes again." );
+      "After the reconnection",
+      "The subscription ended with the old connection, so the demo subscribes again." );
    callManager( report, systemd, "Subscribe", true, returned );
    callManager( report, systemd, "Reload", false, returned );
    callUnit( report, systemd, "StopUnit", "web.service", job );
