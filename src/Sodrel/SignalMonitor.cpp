@@ -26,12 +26,12 @@ constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr std::string_view jobPathStart = "/org/freedesktop/systemd1/job/";
 constexpr std::string_view unitPathStart = "/org/freedesktop/systemd1/unit/";
 
-// The end of a text that names the awaited object, if there is one.
+// The end of a text, which names the awaited object if there is one.
 Tessel::String forObject( const Orl::Optional< Tessel::String >& object ) {
    return object.hasValue() ? ( *object ).addLeft( " for " ) : Tessel::String();
 }
 
-// What sd-bus has read; a null C string is an empty text.
+// A string that sd-bus has read; null is the empty string.
 std::string_view textOf( const char* text ) {
    return text ? text : "";
 }
@@ -47,18 +47,18 @@ int callbackFailedIs( bool& callbackFailed, sd_bus_error* error, const char* tex
 
 // What all monitors do with the connection. Not exported.
 struct Monitoring {
-   // Registers the match and stores its slot. Borrows the record for as long as the match exists.
-   // Throws SdbusSyncException; `failure` and `subject` open its text.
+   // Adds the match rule and stores its slot. Borrows the record for as long as the rule exists.
+   // Throws SdbusSyncException, whose text starts with `failure` and `subject`.
    static void matchIs(
       SignalMonitor& monitor, const char* path, const char* interface, const char* member,
       sd_bus_message_handler_t callback, void* record, const char* failure,
       const char* subject = "" );
-   // Removes the match.
+   // Removes the match rule.
    static void matchDel( SignalMonitor& monitor );
 
-   // Pumps the connection until `completed` returns true; it is asked whenever all received
-   // messages have been dispatched. Throws what wait throws, and what `completed` throws. `prefix`
-   // opens the texts of the exceptions, and `object`, if present, is their subject.
+   // Processes the connection until `completed` returns true; it is called whenever all received
+   // messages have been dispatched. Throws what wait and `completed` throw. The texts of the
+   // exceptions start with `prefix`; `object`, if present, is their subject.
    template< std::predicate Completed >
    static void waitUntil(
       SignalMonitor& monitor, std::string_view prefix,

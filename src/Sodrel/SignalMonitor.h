@@ -1,8 +1,8 @@
 // Signal monitors: each subscribes to one systemd signal and waits for what it reports.
 //
-// A monitor pumps the connection itself, on the thread that calls wait; there is no event loop.
-// One monitor of a connection waits at a time: its wait also dispatches the signals of the others,
-// which may then miss their event.
+// A monitor processes the connection itself, on the thread that calls wait; there is no event loop.
+// Only one monitor of a connection may wait at a time: its wait also dispatches the signals of the
+// others, which may then miss their event.
 // Signals and properties: org.freedesktop.systemd1(5).
 #pragma once
 
@@ -38,7 +38,7 @@ class TESSEL_EXPORT SignalMonitor : public Tessel::Node {
  public:
    /// Blocks until the awaited event has been seen, and returns its outcome.
    ///
-   /// May be called again; each call forgets what was seen before it. After a time-out, read the
+   /// May be called again; each call discards what was seen before it. After a time-out, read the
    /// state instead: the wait may have seen the event too late.
    /// `object` is what the manager call returned; each monitor says whether it must be present.
    /// Throws SdbusSyncException if the signal cannot be read, if the bus fails, and after
@@ -68,7 +68,7 @@ class TESSEL_EXPORT JobRemovedMonitor : public SignalMonitor {
    TESSEL_ENTITY( JobRemovedMonitor )
 
  public:
-   /// What the callback has recorded; nothing else writes it during a wait.
+   /// The record of the callback; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class JobRemovedMonitor;
@@ -128,7 +128,7 @@ class TESSEL_EXPORT DaemonReloadingMonitor : public SignalMonitor {
    TESSEL_ENTITY( DaemonReloadingMonitor )
 
  public:
-   /// What the callback has recorded; nothing else writes it during a wait.
+   /// The record of the callback; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class DaemonReloadingMonitor;
@@ -181,7 +181,7 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
    TESSEL_ENTITY( UnitReloadingMonitor )
 
  public:
-   /// What the callback has recorded; nothing else writes it during a wait.
+   /// The record of the callback; nothing else writes it during a wait.
    class TESSEL_EXPORT CallbackData : public Tessel::Node {
       TESSEL_ENTITY( CallbackData )
       friend class UnitReloadingMonitor;
@@ -197,7 +197,7 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
       bool failed = false;   // the latest state is "failed"
    };
 
-   /// The same as unitReloadingMonitorFactory.
+   /// Does the same as unitReloadingMonitorFactory.
    static Tessel::Ptr< UnitReloadingMonitor >
    UnitReloadingMonitorIs( sd_bus* bus, const Tessel::String& unitPath );
 
@@ -230,15 +230,15 @@ class TESSEL_EXPORT UnitReloadingMonitor : public SignalMonitor {
    Tessel::Ptr< CallbackData > data;
 };
 
-/// Creates a monitor of jobs.
+/// Creates a monitor for jobs.
 ///
 /// Borrows the connection, which must stay open until the monitor is destroyed.
 /// Throws SdbusSyncException if the match rule cannot be added.
 TESSEL_EXPORT Tessel::Ptr< JobRemovedMonitor > jobRemovedMonitorFactory( sd_bus* bus );
-/// Creates a monitor of the manager's reloads; otherwise like jobRemovedMonitorFactory.
+/// Creates a monitor for reloads of the manager; otherwise like jobRemovedMonitorFactory.
 TESSEL_EXPORT Tessel::Ptr< DaemonReloadingMonitor > daemonReloadingMonitorFactory( sd_bus* bus );
-/// Creates a monitor of the unit with the object path `unitPath`, as the manager method "GetUnit"
-/// returns it; otherwise like jobRemovedMonitorFactory.
+/// Creates a monitor for the unit with the object path `unitPath`, as returned by the manager
+/// method "GetUnit"; otherwise like jobRemovedMonitorFactory.
 TESSEL_EXPORT Tessel::Ptr< UnitReloadingMonitor >
 unitReloadingMonitorFactory( sd_bus* bus, const Tessel::String& unitPath );
 

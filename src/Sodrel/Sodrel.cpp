@@ -34,16 +34,16 @@ struct Release {
 using CString = std::unique_ptr< char, Release< &std::free > >;
 using Reply = std::unique_ptr< sd_bus_message, Release< &sd_bus_message_unref > >;
 
-// Owns the contents of an sd_bus_error that stands elsewhere.
+// Owns the contents of an sd_bus_error, but not the sd_bus_error itself.
 using ErrorContents = std::unique_ptr< sd_bus_error, Release< &sd_bus_error_free > >;
 
-// What went wrong and the system's words for the negative result of an sd-bus function.
+// Appends the system's words for the negative result of an sd-bus function.
 Tessel::String withCause( const Tessel::String& what, int result ) {
    return Tessel::concat( what, ": ", std::strerror( -result ) );
 }
 
-// The texts of failures are composed by `failure` when there is one, so that no operation that has
-// succeeded can fail for want of memory.
+// `failure` composes the text of a failure, and is only called if there is one: an operation that
+// has succeeded cannot fail for lack of memory.
 
 // Throws unless the call succeeded. Consumes the contents of the error.
 template< std::invocable Failure >

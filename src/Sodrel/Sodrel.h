@@ -17,18 +17,19 @@ extern TESSEL_EXPORT const Tessel::ModuleInspectData _Sodrel_c4788d5e_orlModule;
 
 namespace Sodrel {
 
-/// A connection to the system bus and the operations of the systemd manager on it.
+/// A connection to the system bus, and the operations of the systemd manager.
 ///
 /// Names and D-Bus types of methods, properties and signals: org.freedesktop.systemd1(5).
 ///
-/// Every operation first reads "SystemState" from systemd; if that fails for any reason, it closes
-/// the connection and opens a new one. What was tied to the old connection is lost: monitors made
-/// on it, the subscription made by the manager method "Subscribe", and limits set on the sd_bus
-/// object. Method calls and property reads time out as sd-bus does by default, after 25 s.
+/// Every operation first reads "SystemState" from systemd (the probe). If that fails for any
+/// reason, it closes the connection and opens a new one. What belonged to the old connection is
+/// lost: monitors created on it, the subscription made by the manager method "Subscribe", and
+/// limits set on the sd_bus object. Method calls and property reads time out after sd-bus's default
+/// of 25 s.
 ///
 /// Owns its connection. Throws: every operation may throw NoSdbusException and std::bad_alloc. The
 /// entity remains usable after any exception.
-/// Thread: one at a time; callers who share an entity serialise their calls.
+/// Thread: one at a time; callers that share an entity must serialise their calls.
 class TESSEL_EXPORT Sdbus : public Tessel::Node {
    TESSEL_ENTITY( Sdbus )
 
@@ -36,17 +37,17 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    /// Use sdbusFactory.
    Sdbus();
 
-   /// Calls a manager method without arguments. Unless `async`, waits until its effect is reported:
-   /// only "Reload" can be waited for, until the manager has reloaded.
+   /// Calls a manager method without arguments. Unless `async` is true, waits until its effect is
+   /// reported. Only "Reload" can be waited for: until the manager has reloaded.
    ///
-   /// systemd reports a reload only while some client of the bus has called "Subscribe". If none
-   /// may have, call managerCall( "Subscribe", true ) first, and again after a reconnection.
+   /// systemd reports a reload only while some client of the bus has called "Subscribe". If there
+   /// may be none, call managerCall( "Subscribe", true ) first, and again after a reconnection.
    /// Throws SdbusCallException. When waiting, throws SdbusSyncException for any other method (it
-   /// is not sent), if the bus fails during the wait, and after 600 s without the report.
-   /// Ends the process if two reloads in a row end without their start having been seen.
+   /// is not sent), if the bus fails during the wait, and after 600 s without a report.
+   /// Ends the process if the start of two reloads in a row was not seen.
    void managerCall( const Tessel::String& method, bool async );
    /// Calls a manager method that takes one string and queues a job, and returns the job's object
-   /// path. Unless `async`, waits until the job has ended; that needs no "Subscribe".
+   /// path. Unless `async` is true, waits until the job has ended, which needs no "Subscribe".
    ///
    /// Throws SdbusCallException and SdbusMessageException. When waiting, throws SdbusJobException
    /// for a job result other than "done" and "skipped", and SdbusSyncException if the bus fails
@@ -55,9 +56,9 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    /// Calls a manager method that takes two strings, usually a unit name and a job mode ("replace",
    /// "fail", ...), and returns the job's object path.
    ///
-   /// Unless `async`, waits: for "ReloadUnit" and "ReloadOrRestartUnit" until the unit has been
-   /// seen reloading or activating and then active (needs a "Subscribe", as managerCall does); for
-   /// any other method until the job has ended, as managerCallSO does. Throws as managerCallSO.
+   /// Unless `async` is true, waits: for "ReloadUnit" and "ReloadOrRestartUnit" until the unit has
+   /// been seen reloading or activating and then active (needs a "Subscribe", as managerCall does);
+   /// for any other method until the job has ended, as managerCallSO does. Throws as managerCallSO.
    /// When waiting, also throws SdbusSyncException for "ReloadOrTryRestartUnit", whose outcome
    /// cannot be waited for (it is not sent), and for a unit that becomes "failed".
    Orl::String managerCallSsO(
@@ -72,8 +73,8 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    ///
    /// Throws SdbusCallException.
    Tessel::String managerPropertyS( const Tessel::String& property );
-   /// Reads a string property that all units have (interface org.freedesktop.systemd1.Unit), for
-   /// example "ActiveState", of the unit with that name.
+   /// Reads a string property of the named unit. The property is one that all units have, such as
+   /// "ActiveState" (interface org.freedesktop.systemd1.Unit).
    ///
    /// Throws SdbusCallException, also for a unit that is not loaded, and SdbusMessageException.
    Tessel::String unitPropertyS( const Tessel::String& unit, const Tessel::String& property );
@@ -92,16 +93,16 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    Orl::String asyncManagerCallSsO(
       const Tessel::String& method, const Tessel::String& s1, const Tessel::String& s2 );
 
-   /// Returns a connection on which systemd has answered within this call.
+   /// Returns a connection on which systemd has replied during this call.
    ///
    /// Borrowed from the entity; valid until the next operation on it, which may replace it.
    sd_bus* sdbus();
 
-   /// Checks the result `ret` of an sd-bus call of your own. `errMsg` opens the exception's text,
-   /// and the message of the sd_bus_error, if there is one, ends it.
+   /// Checks the result `ret` of an sd-bus call of your own. The text of the exception starts with
+   /// `errMsg` and ends with the message of the sd_bus_error, if there is one.
    ///
-   /// Consumes the contents of the sd_bus_error on every path; null is an error without a message.
-   /// Throws SdbusCallException if `ret` is negative. Thread: any.
+   /// Consumes the contents of the sd_bus_error on every path; null means an error without a
+   /// message. Throws SdbusCallException if `ret` is negative. Thread: any.
    void handleSdbusCall( int ret, Orl::VoidPtr sdErr, const Tessel::String& errMsg ) const;
    /// Releases a reply unread.
    ///
@@ -109,15 +110,15 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    void handleSdbusMessage( Orl::VoidPtr sdMsg ) const;
    /// Reads an object path from a reply.
    ///
-   /// Consumes the sd_bus_message on every path. Throws SdbusMessageException, whose text `errMsg`
-   /// opens. Thread: any.
+   /// Consumes the sd_bus_message on every path. Throws SdbusMessageException, whose text starts
+   /// with `errMsg`. Thread: any.
    Tessel::String handleSdbusMessageO( Orl::VoidPtr sdMsg, const Tessel::String& errMsg ) const;
    /// Reads a boolean from a reply; otherwise like handleSdbusMessageO.
    bool handleSdbusMessageB( Orl::VoidPtr sdMsg, const Tessel::String& errMsg ) const;
 
    /// Runs at the end of construction: opens the connection and reads "SystemState".
    ///
-   /// Throws NoSdbusException and SdbusCallException. A connection that has been opened by then
+   /// Throws NoSdbusException and SdbusCallException. A connection that has already been opened
    /// stays open.
    void handleInitialized();
    /// Runs at the start of destruction: closes the connection.
@@ -130,10 +131,10 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    sd_bus* rawSdbus = nullptr;
 };
 
-/// Creates an Sdbus with a connection of its own.
+/// Creates an Sdbus with its own connection.
 ///
 /// Throws NoSdbusException if the bus cannot be reached, and SdbusCallException if systemd does not
-/// answer; a connection that has been opened by then stays open until the process ends.
+/// reply; a connection that has already been opened then stays open until the process ends.
 TESSEL_EXPORT Tessel::Ptr< Sdbus > sdbusFactory();
 
 } // namespace Sodrel
