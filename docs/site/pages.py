@@ -35,9 +35,10 @@ def title(text, mark="="):
 
 
 def introduction(file):
-    """The comment that a file starts with, without the marks."""
+    """The comment that a file starts with, without the marks; what is indented is code."""
     lines = re.match(r"(?://.*\n)*", file.read_text())[0].splitlines()
-    return "\n".join(line[2:].strip() for line in lines)
+    paragraphs = "\n".join(line[3:] for line in lines).split("\n\n")
+    return "\n\n".join(f"::\n\n{text}" if text.startswith(" ") else text for text in paragraphs)
 
 
 def reference():
