@@ -1,4 +1,4 @@
-# What the scripts share; sourced by each, which then runs at the repository's root.
+# What the scripts share. Each sources it, and then runs in the root of the repository.
 set -euo pipefail
 
 script="scripts/$(basename "$0")"
@@ -17,7 +17,7 @@ die() {
     exit 1
 }
 
-# Configures a preset and builds these targets of it, all of them if none is named:
+# Configures a preset and builds the named targets, or all of them:
 # buildIs PRESET [TARGET...]
 buildIs() {
     local preset=$1
@@ -26,7 +26,7 @@ buildIs() {
     cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
-# Copies the sources without what git ignores, also while somebody works on them: copySources FOLDER
+# Copies the sources without what git ignores, even if they are being edited: copySources FOLDER
 copySources() {
     { tar -c --exclude=./.git --exclude=./build . || [[ $? == 1 ]]; } | tar -x -C "$1"
 }
