@@ -38,12 +38,12 @@ class TESSEL_EXPORT SignalMonitor : public Tessel::Node {
  public:
    /// Blocks until the awaited event has been seen, and returns its outcome.
    ///
-   /// May be called again; each call discards what was seen before it. After a time-out, read the
+   /// May be called again; each call discards what was seen before it. After a timeout, read the
    /// state instead: the wait may have seen the event too late.
    /// `object` is what the manager call returned; each monitor says whether it must be present.
    /// Throws SdbusSyncException if the signal cannot be read, if the bus fails, and after
    /// the time limit (the attribute syncTimeout; 600 s unless reflection changes it). The limit is
-   /// checked before the event, so an event noticed after it is a time-out.
+   /// checked before the event, so an event noticed after it is a timeout.
    virtual bool wait( const Orl::Optional< Tessel::String >& object ) = 0;
 
    /// Stores the slot of a match rule without releasing the previous one.
