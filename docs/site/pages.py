@@ -88,7 +88,7 @@ def man_pages():
         body = (body.replace("\n<br/>", "").replace("<pre>", '<div class="highlight"><pre>')
                 .replace("</pre>", "</pre></div>"))
         text = title(f"{page.stem}({page.suffix[1:]})")
-        # Sections of Sphinx's own, so that they are listed and searched.
+        # Real sections, so that they are listed and searched.
         for heading, section in re.findall(
                 r'<h1 class="Sh".*?>.*?>(.*?)</a></h1>\n(.*?)</section>', body, flags=re.S):
             text += title(" ".join(html.unescape(heading).capitalize().split()), "-")
@@ -100,15 +100,19 @@ def pages():
     folders = [ROOT.glob(f"{name}*.md") for name in ("", "docs/**/", "src/**/", "tests/**/")]
     for page in sorted(path.relative_to(ROOT) for folder in folders for path in folder):
         shown_at[page] = page
-    # The list of the pages stands beside each page.
+    # The navigation replaces the list of the pages.
     shown_at[Path("README.md")] = shown_at[Path("docs/README.md")] = Path("index.md")
     held = [file.read_text() for file in ROOT.glob("examples/**/*") if file.is_file()]
+    samples = 0
     for path, shown in list(shown_at.items()):
         if path.suffix != ".md" or path.as_posix() == "docs/README.md":
             continue
         text = (ROOT / path).read_text()
         for language, sample in re.findall(r"^```(\w+)\n(.*?)^```$", text, flags=re.M | re.S):
-            if language not in NO_SAMPLES and not any(f"\n{sample}" in f"\n{code}" for code in held):
+            if language in NO_SAMPLES:
+                continue
+            samples += 1
+            if not any(f"\n{sample}" in f"\n{code}" for code in held):
                 faults.append(f"{path}: no example holds the sample '{sample.splitlines()[0]}'")
         text = re.sub(r"(!?)\[([^\]]*)\]\(([^)#:\s]+)(#[^)\s]*)?\)",
                       lambda link: linked(path, shown, link), text)
@@ -117,14 +121,18 @@ def pages():
                       f'<pre class="mermaid">\n{html.escape(diagram[1])}</pre>', text,
                       flags=re.M | re.S)
         write(shown, text + navigation() if shown.name == "index.md" else text)
+    if samples == 0:
+        faults.append("no page has a sample")
 
 
 def linked(path, shown, link):
-    """The link of a page to a file, as it has to be where the site shows the two."""
+    """Returns a link of a page as it has to be on the site."""
     mark, text, target, anchor = link.groups(default="")
     file = Path(os.path.normpath(path.parent / target))
     if (ROOT / file).is_dir():
-        return text  # the site has no folders
+        if file / "README.md" not in shown_at:
+            return text  # the site has no folders
+        file /= "README.md"
     if (ROOT / file).is_file() and file not in shown_at:
         shown_at[file] = file
         (SOURCE / file).parent.mkdir(parents=True, exist_ok=True)
@@ -134,7 +142,7 @@ def linked(path, shown, link):
 
 
 def navigation():
-    """What the site lists beside each page: first the pages, as docs/README.md has them."""
+    """The navigation of the site: first the pages in the order of docs/README.md."""
     def tree(caption, entries):
         lines = ["", "```{toctree}", ":hidden:", f":caption: {caption}", *entries, "```", ""]
         return "\n".join(lines)
