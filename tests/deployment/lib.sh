@@ -1,0 +1,47 @@
+# What the tests of docs/deployment.md share; sourced by each: TEST BUILD, where BUILD is the folder of
+# the build. The test runs in a box that knows polkit, the journal, sshd and the stand-in web.service.
+set -euo pipefail
+
+project=$(realpath "$(dirname "$(realpath "$0")")/../..")
+build=$1
+failures=0
+
+# Boots a box and runs the test anew in it: inBox SYSTEMD_BOX_ARGUMENT...
+inBox() {
+    exec "$project/tests/deployment/with-packages" "$build/tools/systemd-box" --timeout 60 \
+        --units "$project/examples/own-service/units" "$@" -- "$0" "$build" inside
+}
+
+compare() { # expected, got
+    diff --unified --label expected --label got <(echo "$1") <(echo "$2") ||
+        failures=$((failures + 1))
+}
+
+# expect OUTPUT STATUS COMMAND...
+expect() {
+    local output status=0
+    output=$("${@:3}" 2>&1) || status=$?
+    compare "$1; $2" "$output; $status"
+}
+
+# Installs the libraries and the examples, because other users may not see the build.
+installExamples() {
+    cp -P "$build"/src/*/lib*.so* /usr/local/lib/
+    ldconfig
+    find "$build/examples" -maxdepth 1 -type f -executable -exec cp -t /usr/local/bin {} +
+}
+
+# Has systemd know units of the machine's, which the box hides: machineUnits UNIT...
+machineUnits() {
+    cp "${@/#//lib/systemd/system/}" /run/systemd-box/units/
+    systemctl daemon-reload
+}
+
+# Installs polkitd, which the bus starts as soon as it is asked for.
+installPolkit() {
+    # What the installation of the package does.
+    systemd-sysusers polkitd.conf
+    install -d -o polkitd -m 700 /etc/polkit-1/rules.d
+    systemctl reload dbus.service
+    machineUnits polkit.service
+}
