@@ -6,10 +6,12 @@ project=$(realpath "$(dirname "$(realpath "$0")")/../..")
 build=$1
 failures=0
 
-# Boots a box and runs the test anew in it: inBox SYSTEMD_BOX_ARGUMENT...
+# Outside of a box, boots one and runs the test anew in it: inBox ARGUMENT... of the test
 inBox() {
-    exec "$project/tests/deployment/with-packages" "$build/tools/systemd-box" --timeout 60 \
-        --units "$project/examples/own-service/units" "$@" -- "$0" "$build" inside
+    [[ ${2-} == inside ]] ||
+        exec "$project/tests/deployment/with-packages" "$build/tools/systemd-box" --timeout 60 \
+            --units "$project/examples/own-service/units" --units "$project/tests/systemd/units" \
+            -- "$0" "$build" inside
 }
 
 compare() { # expected, got
