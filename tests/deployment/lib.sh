@@ -31,6 +31,7 @@ installExamples() {
     cp -P "$build"/src/*/lib*.so* /usr/local/lib/
     ldconfig
     find "$build/examples" -maxdepth 1 -type f -executable -exec cp -t /usr/local/bin {} +
+    PATH=/usr/local/bin:$PATH
 }
 
 # Has systemd know units of the machine's, which the box hides: machineUnits UNIT...
