@@ -1,0 +1,49 @@
+// The shim: C functions around operations of the library. No exception leaves them.
+#include "systemd.h"
+
+#include <Sodrel/Sodrel.h>
+
+#include <exception>
+#include <string>
+
+struct Systemd {
+   Tessel::Ptr< Sodrel::Sdbus > sdbus = Sodrel::sdbusFactory();
+};
+
+namespace {
+
+thread_local std::string latestError;
+
+// Returns whether the operation threw nothing.
+template< typename Operation >
+bool succeeds( const Operation& operation ) {
+   try {
+      operation();
+      return true;
+   } catch( const std::exception& error ) {
+      latestError = error.what();
+      return false;
+   }
+}
+
+} // namespace
+
+Systemd* systemdOpen() {
+   Systemd* systemd = nullptr;
+   succeeds( [&] { systemd = new Systemd; } );
+   return systemd;
+}
+
+int systemdRestartUnit( Systemd* systemd, const char* unit ) {
+   const bool restarted = succeeds(
+      [&] { systemd->sdbus->managerCallSsO( "RestartUnit", unit, "replace", /*async*/ false ); } );
+   return restarted ? 0 : -1;
+}
+
+void systemdClose( Systemd* systemd ) {
+   delete systemd;
+}
+
+const char* systemdError() {
+   return latestError.c_str();
+}
