@@ -18,26 +18,25 @@ namespace {
 
 constexpr const char* systemBusVariable = "DBUS_SYSTEM_BUS_ADDRESS";
 
-// The limits leave room for floods of signals.
-std::string configuration( const std::string& address ) {
-   return R"(<!DOCTYPE busconfig PUBLIC
+std::string
+configuration( const std::string& address, const std::map< std::string, unsigned >& limits ) {
+   std::string text = R"(<!DOCTYPE busconfig PUBLIC
  "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
-  <listen>)" +
-          address + R"(</listen>
+  <listen>)" + address +
+                      R"(</listen>
   <auth>EXTERNAL</auth>
   <policy context="default">
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
   </policy>
-  <limit name="max_incoming_bytes">1000000000</limit>
-  <limit name="max_outgoing_bytes">1000000000</limit>
-  <limit name="max_match_rules_per_connection">50000</limit>
-  <limit name="max_replies_per_connection">50000</limit>
-</busconfig>
 )";
+   for( const auto& [name, value] : limits ) {
+      text += "  <limit name=\"" + name + "\">" + std::to_string( value ) + "</limit>\n";
+   }
+   return text + "</busconfig>\n";
 }
 
 int orThrow( int result, const char* what ) {
@@ -67,7 +66,7 @@ void PrivateBus::start() {
    kill();
    // The child must not allocate: another thread may be in the middle of that.
    const int file = orThrow( memfd_create( "dbus-daemon configuration", 0 ), "memfd_create" );
-   const std::string text = configuration( address_ );
+   const std::string text = configuration( address_, limits_ );
    orThrow( static_cast< int >( write( file, text.data(), text.size() ) ), "write" );
    std::array< int, 2 > ready{};
    orThrow( pipe( ready.data() ), "pipe" );

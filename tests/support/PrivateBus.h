@@ -1,6 +1,7 @@
 // A message bus of the test's own that stands in for the system bus.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -23,6 +24,9 @@ class PrivateBus {
 
    const std::string& address() const { return address_; }
 
+   // Sets a limit of dbus-daemon(1), such as max_connections_per_user, from the next start on.
+   void limitIs( const std::string& name, unsigned value ) { limits_[name] = value; }
+
    // Kills the daemon as a crash would, and returns when all of its connections are closed; from
    // then on connecting is refused.
    void kill();
@@ -32,6 +36,13 @@ class PrivateBus {
 
  private:
    std::string address_;
+   // The default ones leave room for floods of signals.
+   std::map< std::string, unsigned > limits_{
+      { "max_incoming_bytes", 1'000'000'000 },
+      { "max_outgoing_bytes", 1'000'000'000 },
+      { "max_match_rules_per_connection", 50'000 },
+      { "max_replies_per_connection", 50'000 },
+   };
    std::unique_ptr< ChildProcess > daemon_;
 };
 
