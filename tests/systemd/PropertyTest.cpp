@@ -58,6 +58,19 @@ TEST_F( AClient, readsPropertiesOfAUnitWhoseNameIsNotAPath ) {
       "Instance \\x2dblank\\x20 of a template" );
 }
 
+// systemd unloads an inactive unit that nothing refers to, so this is how it says "inactive".
+TEST_F( AClient, readsNothingOfAUnitThatHasBeenStopped ) {
+   call( "StartUnit", "simple-without-reload.service" );
+   EXPECT_EQ( stateOf( "simple-without-reload.service" ), "active" );
+
+   call( "StopUnit", "simple-without-reload.service" );
+
+   EXPECT_EQ(
+      thrownBy( [&] { stateOf( "simple-without-reload.service" ); } ),
+      "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSO, sd-bus call GetUnit "
+      "simple-without-reload.service failed: Unit simple-without-reload.service not loaded." );
+}
+
 struct FailingRead {
    const char* name;
    void ( *read )( Sdbus& client );

@@ -1,0 +1,63 @@
+// The manager of a user in place of the system's: the bus's address decides.
+#include "Box.h"
+
+#include <cstdlib>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace SodrelTest {
+
+namespace {
+
+constexpr const char* address = "DBUS_SYSTEM_BUS_ADDRESS";
+
+// A program of a user whose manager runs.
+class AUsersProgram : public ::testing::Test {
+ protected:
+   void SetUp() override {
+      // Copies, because what the user cannot reach they cannot read.
+      run( "cp -r " USER_UNITS " /run/user-units && systemctl start user-manager.service" );
+      setenv( address, "unix:path=/run/user/bus", 1 );
+      const passwd* const user = getpwnam( "daemon" );
+      ASSERT_TRUE( user );
+      ASSERT_EQ( seteuid( user->pw_uid ), 0 );
+   }
+   void TearDown() override { ASSERT_EQ( seteuid( 0 ), 0 ); }
+
+   // Differs from manager to manager.
+   static std::string groupOf( Sdbus& client ) {
+      return text( client.managerPropertyS( "ControlGroup" ) );
+   }
+   static std::string call( Sdbus& client, const char* method, const char* unit ) {
+      return thrownBy( [&] { client.managerCallSsO( method, unit, "replace", false ); } );
+   }
+
+   const std::string systemsGroup = shown( "ControlGroup", "" );
+   const std::string usersGroup = "/system.slice/user-manager.service";
+};
+
+TEST_F( AUsersProgram, drivesTheManagerOfTheUser ) {
+   const auto client = sdbusFactory();
+   EXPECT_EQ( groupOf( *client ), usersGroup );
+   EXPECT_EQ( call( *client, "StartUnit", "hello.service" ), "nothing" );
+   EXPECT_EQ( text( client->unitPropertyS( "hello.service", "ActiveState" ) ), "active" );
+   EXPECT_EQ( thrownBy( [&] { client->managerCall( "Subscribe", true ); } ), "nothing" );
+   EXPECT_EQ( thrownBy( [&] { client->managerCall( "Reload", false ); } ), "nothing" );
+   EXPECT_EQ( call( *client, "ReloadUnit", "hello.service" ), "nothing" );
+   EXPECT_EQ( call( *client, "StopUnit", "hello.service" ), "nothing" );
+}
+
+TEST_F( AUsersProgram, thatChangesTheAddressDrivesTheSystemsManagerAfterARenewal ) {
+   const auto client = sdbusFactory();
+   unsetenv( address );
+   EXPECT_EQ( groupOf( *client ), usersGroup );
+
+   sd_bus_close( client->sdbus() );
+
+   EXPECT_EQ( groupOf( *client ), systemsGroup );
+}
+
+} // namespace
+
+} // namespace SodrelTest
