@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -253,6 +254,20 @@ void CollectedTraces::traceIs( const Tessel::TextTrace& trace ) {
 
 void CollectedTraces::when( const std::string& line, std::function< void() > action ) {
    actions_[line] = std::move( action );
+}
+
+// WithoutRights
+
+WithoutRights::WithoutRights() {
+   const passwd* const user = getpwnam( "daemon" );
+   if( !user ) {
+      throw std::runtime_error( "no user is called daemon" );
+   }
+   checkedFile( seteuid( user->pw_uid ), "seteuid" );
+}
+
+WithoutRights::~WithoutRights() {
+   EXPECT_EQ( seteuid( 0 ), 0 );
 }
 
 // AClient

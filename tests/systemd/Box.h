@@ -129,6 +129,16 @@ class CollectedTraces : public Tessel::TraceSink {
    std::map< std::string, std::function< void() > > actions_;
 };
 
+// Has the rights of the user "daemon" in place of root's for as long as it lives; so has what is
+// connected meanwhile.
+class WithoutRights {
+ public:
+   WithoutRights();
+   WithoutRights( const WithoutRights& ) = delete;
+   WithoutRights& operator=( const WithoutRights& ) = delete;
+   ~WithoutRights();
+};
+
 // A client without a subscription of its own. Each test counts on a systemd that no other test has
 // used, as ctest gives it.
 class AClient : public ::testing::Test {
