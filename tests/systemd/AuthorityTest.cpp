@@ -60,6 +60,11 @@ TEST_F( ADyingAuthority, isNamedAsARecipientThatIsGone ) {
       "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSsO, sd-bus call StartUnit "
       "simple-without-reload.service replace failed: Message recipient disconnected from message "
       "bus without replying" );
+   // The call has not been carried out.
+   EXPECT_EQ(
+      thrownBy( [&] { stateOf( "simple-without-reload.service" ); } ),
+      "Sodrel::SdbusCallException: Sdbus::asyncManagerCallSO, sd-bus call GetUnit "
+      "simple-without-reload.service failed: Unit simple-without-reload.service not loaded." );
 }
 
 } // namespace
