@@ -76,7 +76,7 @@ class TESSEL_EXPORT Sdbus : public Tessel::Node {
    /// Reads a string property of the named unit. The property is one that all units have, such as
    /// "ActiveState" (interface org.freedesktop.systemd1.Unit).
    ///
-   /// Throws SdbusCallException, also for a unit that is not loaded, as a stopped one usually is not,
+   /// Throws SdbusCallException, also for a unit that is not loaded, as most stopped units are not;
    /// and SdbusMessageException.
    Tessel::String unitPropertyS( const Tessel::String& unit, const Tessel::String& property );
 
