@@ -1,6 +1,5 @@
-// Drives systemd from an event loop: the calls block a thread of their own, and their outcomes are
-// events. An Sdbus has no descriptor to poll: when an operation returns, nothing of it is left to
-// do.
+// Drives systemd from an event loop: calls block a thread of their own, and outcomes are events.
+// There is no descriptor to poll: an operation that has returned has nothing left to do.
 //
 //    event-loop UNIT...     restarts the units in turn; SIGINT gives up the present wait
 #include <Sodrel/SignalMonitor.h>
