@@ -1,6 +1,7 @@
 # What the tests of docs/deployment.md share; sourced by each: TEST BUILD, where BUILD is the folder of
 # the build. The test runs in a box that knows polkit, the journal, sshd and the stand-in web.service.
-set -euo pipefail
+set -eEuo pipefail
+trap 'echo "$0: line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 
 project=$(realpath "$(dirname "$(realpath "$0")")/../..")
 build=$1
