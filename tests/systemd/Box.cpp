@@ -59,9 +59,12 @@ std::string shown( const std::string& property, const std::string& unit ) {
    return run( "systemctl show --value --property=" + property + ' ' + unit );
 }
 
+bool busIsBroker() {
+   return shown( "ExecStart", "dbus.service" ).find( "dbus-broker" ) != std::string::npos;
+}
+
 bool busHasSubscribed() {
-   return shown( "ExecStart", "dbus.service" ).find( "dbus-broker" ) != std::string::npos &&
-          std::stoi( run( "dbus-broker --version | tr -dc 0-9" ) ) >= 33;
+   return busIsBroker() && std::stoi( run( "dbus-broker --version | tr -dc 0-9" ) ) >= 33;
 }
 
 std::string text( const Tessel::String& string ) {

@@ -29,6 +29,9 @@ std::string shown( const std::string& property, const std::string& unit );
 // and the next client to connect starts the bus anew.
 void killBus();
 
+// Whether the bus is dbus-broker, else it is dbus-daemon.
+bool busIsBroker();
+
 // Whether the bus has subscribed to systemd's signals, so that every client gets them: the launcher
 // of dbus-broker 33 has, that of 26 and dbus-daemon have not.
 bool busHasSubscribed();

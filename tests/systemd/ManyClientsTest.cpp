@@ -90,8 +90,8 @@ class ManyClients : public ::testing::Test {
 };
 
 TEST_F( ManyClients, inThreadsLearnTheirOwnOutcomes ) {
-   runThreads( 50, 4 );
-   EXPECT_EQ( operations, 50U * 4 * 5 );
+   runThreads( 50, 2 );
+   EXPECT_EQ( operations, 50U * 2 * 5 );
 }
 
 TEST_F( ManyClients, inProcessesLearnTheirOwnOutcomes ) {
@@ -120,7 +120,7 @@ TEST_F( ManyClients, learnTheirOutcomesWhileATargetStartsAThousandUnits ) {
          sdbusFactory()->managerCallSsO( "StartUnit", "thousand-units.target", "replace", false );
       } );
    } );
-   runThreads( 10, 4 );
+   runThreads( 10, 2 );
    starter.join();
 
    EXPECT_EQ( target, "nothing" );
