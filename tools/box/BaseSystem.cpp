@@ -66,11 +66,12 @@ ExecStart=/usr/bin/dbus-daemon --system --address=systemd: --nofork --nopidfile 
 ExecReload=/usr/bin/dbus-send --print-reply --system --type=method_call --dest=org.freedesktop.DBus / org.freedesktop.DBus.ReloadConfig
 )" },
    // The bus holds the call back until the manager has joined it. The type is simple, so no job is
-   // left when the reply comes.
+   // left when the reply comes. The action is for a shell that is killed.
    { "systemd-box/units/box-ready.service", R"([Unit]
 Description=Tell that the box is up
 DefaultDependencies=no
 After=default.target
+FailureAction=exit-force
 
 [Service]
 ExecStart=/usr/bin/dbus-send --system --print-reply --dest=org.freedesktop.systemd1 / org.freedesktop.DBus.Peer.Ping
