@@ -43,7 +43,7 @@ DefaultDependencies=no
 Requires=systemd-exit.service
 After=systemd-exit.service
 )" },
-   // It has no process, which would lend it an exit status.
+   // Without a process, because the exit status of a process would become the box's.
    { "systemd-box/units/systemd-exit.service", R"([Unit]
 Description=Exit the box
 DefaultDependencies=no
@@ -65,10 +65,10 @@ NotifyAccess=main
 ExecStart=/usr/bin/dbus-daemon --system --address=systemd: --nofork --nopidfile --systemd-activation --syslog-only
 ExecReload=/usr/bin/dbus-send --print-reply --system --type=method_call --dest=org.freedesktop.DBus / org.freedesktop.DBus.ReloadConfig
 )" },
-   // The bus holds the call back until the manager has joined it. The type is simple, so no job is
-   // left when the reply comes. The action is for a shell that is killed.
+   // The bus delivers the call once the manager has joined it. The type is simple, so no job is
+   // left when the reply arrives. The action is for a shell that is killed.
    { "systemd-box/units/box-ready.service", R"([Unit]
-Description=Tell that the box is up
+Description=Report that the box is up
 DefaultDependencies=no
 After=default.target
 FailureAction=exit-force
@@ -93,7 +93,7 @@ Inside makeInside( const Options& options, const Cgroup& cgroup ) {
    configure( FSCONFIG_CMD_CREATE, nullptr, nullptr );
    inside.run = Descriptor( checked( fsmount( context.number(), FSMOUNT_CLOEXEC, 0 ), "tmpfs" ) );
 
-   // Older buses do not notify systemd when they are up.
+   // Older buses do not notify systemd of their readiness.
    const std::string machinesBus = contentsOf( options.root / "lib/systemd/system/dbus.service" );
    const std::string type = "Type=notify";
    const bool older = !machinesBus.empty() && machinesBus.find( type ) == std::string::npos;

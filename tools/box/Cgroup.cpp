@@ -1,4 +1,4 @@
-// Finding, making and removing the box's control group.
+// Finding, creating and removing the box's control group.
 #include "Cgroup.h"
 
 #include <fstream>
@@ -28,8 +28,8 @@ bool isWritableCgroup2( const char* path ) {
           ( status.f_flags & ST_RDONLY ) == 0;
 }
 
-// Where the file system of cgroup version 2 can be found. Mounting it once more is the last resort,
-// because that would reset the options of the machine's own mount.
+// Finds the file system of cgroup version 2. Mounting it once more is the last resort, because that
+// resets the options of the machine's own mount.
 fs::path cgroup2( Descriptor& mount ) {
    for( const char* const path : { "/sys/fs/cgroup", "/sys/fs/cgroup/unified" } ) {
       if( isWritableCgroup2( path ) ) {
@@ -43,7 +43,7 @@ fs::path cgroup2( Descriptor& mount ) {
    return mount.path();
 }
 
-// The caller's group as the caller's cgroup namespace names it.
+// Returns the caller's group as named in the caller's cgroup namespace.
 std::string ownGroup() {
    std::ifstream groups( "/proc/self/cgroup" );
    for( std::string line; std::getline( groups, line ); ) {
@@ -54,7 +54,7 @@ std::string ownGroup() {
    return {};
 }
 
-// Removes a group with all below it, as far as no process is in there.
+// Removes a group and all groups below it, except those that contain a process.
 void removeTree( const fs::path& group ) {
    std::error_code error;
    for( fs::directory_iterator entry( group, error ); !error && entry != fs::directory_iterator();
@@ -98,7 +98,7 @@ void Cgroup::create() {
          removeTree( entry->path() );
       }
    }
-   checked( mkdir( path_.c_str(), 0755 ), "cannot make a cgroup" );
+   checked( mkdir( path_.c_str(), 0755 ), "cannot create a cgroup" );
    owned_ = true;
 }
 
@@ -106,8 +106,8 @@ void Cgroup::remove() const {
    constexpr int attempts = 50;
    constexpr int milliseconds = 100;
    for( int i = 0; i < attempts && access( path_.c_str(), F_OK ) == 0; ++i ) {
-      writeTo( path_ / "cgroup.kill", "1" ); // which Linux has since 5.14
-      // Its events can be waited for once they have been read.
+      writeTo( path_ / "cgroup.kill", "1" ); // Linux 5.14 and newer
+      // poll reports changes since the last read.
       const Descriptor events( open( ( path_ / "cgroup.events" ).c_str(), O_RDONLY | O_CLOEXEC ) );
       char text[64] = {};
       (void)!read( events.number(), text, sizeof text - 1 );

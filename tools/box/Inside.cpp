@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* source = "systemd-box";
 
-// Targets without a leading slash lie below the root of the box, the working directory.
+// Targets without a leading slash are below the root of the box, which is the working directory.
 void mountOn(
    const fs::path& target, const char* type, unsigned long flags = 0, const char* data = nullptr ) {
    checked( mount( source, target.c_str(), type, flags, data ), "mount " + target.string() );
@@ -50,7 +50,8 @@ void enter( const Descriptor& directory ) {
    checked( fchdir( directory.number() ), "chdir" );
 }
 
-// The nearest folder from the working directory upwards that holds a repository, or that directory.
+// Returns the nearest folder from the working directory upwards that contains a repository, or else
+// the working directory.
 fs::path projectDirectory( const fs::path& working ) {
    std::error_code error;
    for( fs::path candidate = working; candidate.has_relative_path();
@@ -63,7 +64,7 @@ fs::path projectDirectory( const fs::path& working ) {
 }
 
 // Mounts an overlay on a directory and returns its root. All changes go to the box's /run. The
-// lower directory is named by a dot, because overlays give a meaning to characters of a path.
+// lower directory is given as ".", because some characters of a path are special to overlays.
 Descriptor overlay( const Descriptor& directory ) {
    const fs::path changes = "/run/systemd-box/changes";
    const fs::path work = "/run/systemd-box/work";
@@ -89,7 +90,8 @@ Descriptor overlay( const Descriptor& directory ) {
    return top;
 }
 
-// Makes the box's root the working directory. Neither the machine's /etc nor another root changes.
+// Makes the box's root the working directory. Neither the machine's /etc nor the directory given by
+// --root is modified.
 void prepareRoot(
    const Options& options, const Descriptor& root, const fs::path& project,
    const Descriptor& openedProject ) {
@@ -109,7 +111,7 @@ void prepareRoot(
    }
 }
 
-// Hides what of the kernel's interfaces is the machine's.
+// Hides or write-protects the machine's parts of the kernel's interfaces.
 void prepareInterfaces() {
    mountOn( "proc", "proc" );
    bindMount( "proc/sys", "proc/sys" );
@@ -138,10 +140,11 @@ std::string setUp( const Inside& inside ) {
    const Options& options = inside.options;
    inside.cgroup.join();
    checked(
-      unshare( CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWCGROUP ), "no new namespaces" );
+      unshare( CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWCGROUP ),
+      "cannot create namespaces" );
    checked( mount( nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr ), "private mounts" );
 
-   // Some of these may lie in the /run that is about to be hidden.
+   // Some of these may be in the /run that is about to be hidden.
    const Descriptor root = openedFolder( options.root );
    const fs::path project = projectDirectory( options.workingDirectory );
    const Descriptor openedProject = openedFolder( project );
@@ -196,7 +199,7 @@ void sendTo( const Descriptor& socket, const std::string& text ) {
 
 void becomeInit( Inside& inside ) {
    prctl( PR_SET_PDEATHSIG, SIGKILL );
-   inside.toInit.reset(); // so that the messages end when the parent has died
+   inside.toInit.reset(); // so that the socket is closed when the parent has died
    std::string unitPath;
    try {
       unitPath = setUp( inside );
@@ -206,7 +209,7 @@ void becomeInit( Inside& inside ) {
    }
    sendTo( inside.toProgram, isSetUp );
    char answer = 0;
-   // A parent that answers was alive when the tie to it had been made.
+   // A parent that answers was still alive after prctl, so its death will be noticed.
    if( recv( inside.toProgram.number(), &answer, sizeof answer, 0 ) > 0 ) {
       becomeSystemd( inside.options, unitPath );
    }

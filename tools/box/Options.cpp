@@ -38,7 +38,7 @@ std::filesystem::path directory( const std::string& option, const std::string& n
 std::string variable( const std::string& text ) {
    static const std::regex form( "[A-Za-z_][A-Za-z_0-9]*=[^]*" );
    if( !std::regex_match( text, form ) ) {
-      throw refusal( "--setenv: '" + text + "' is not NAME=VALUE" );
+      throw refusal( "--setenv: invalid variable '" + text + "': expected NAME=VALUE" );
    }
    return text;
 }
@@ -47,7 +47,7 @@ std::chrono::milliseconds seconds( const std::string& text ) {
    static const std::regex form( "[0-9]{1,6}([.][0-9]+)?" );
    const double number = std::regex_match( text, form ) ? std::stod( text ) : 0;
    if( number <= 0 ) {
-      throw refusal( "--timeout: '" + text + "' is not a number of seconds between 0 and 1000000" );
+      throw refusal( "--timeout: invalid time '" + text + "': expected 0 < SECONDS < 1000000" );
    }
    return std::chrono::ceil< std::chrono::milliseconds >(
       std::chrono::duration< double >( number ) );
@@ -77,7 +77,7 @@ Options optionsOf( int argc, char** argv ) {
       const std::string option = next();
       const auto value = [&] {
          if( arguments.empty() ) {
-            throw refusal( option + " needs a value" );
+            throw refusal( option + " requires a value" );
          }
          return next();
       };
@@ -107,13 +107,13 @@ Options optionsOf( int argc, char** argv ) {
    std::free( name );
    options.command.assign( arguments.begin(), arguments.end() );
    if( options.check && !options.command.empty() ) {
-      throw refusal( "--check runs no command" );
+      throw refusal( "--check takes no command" );
    }
    if( options.check ) {
       options.command = { "true" };
    }
    if( options.command.empty() ) {
-      throw refusal( "a command is needed" );
+      throw refusal( "no command given" );
    }
    return options;
 }

@@ -54,7 +54,7 @@ Child::Child( const std::function< void() >& body ) : id_( checked( fork(), "for
       }
       _exit( status );
    }
-   descriptor_ = pidfdOf( id_ ); // the process is still unreaped, so the number is its own
+   descriptor_ = pidfdOf( id_ ); // not reaped yet, so the ID cannot have been reused
 }
 
 Child::~Child() {
@@ -80,8 +80,8 @@ Descriptor blockedSignals() {
    for( const int signal : { SIGINT, SIGTERM, SIGQUIT, SIGHUP } ) {
       struct sigaction action {};
       sigaction( signal, nullptr, &action );
-      // A hangup stays ignored under nohup. Shells also ignore signals for what runs in the
-      // background, and what is ignored never arrives.
+      // SIGHUP stays ignored under nohup. Shells also ignore signals for background commands, and
+      // ignored signals never arrive.
       if( signal == SIGHUP && action.sa_handler == SIG_IGN ) {
          continue;
       }

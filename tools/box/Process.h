@@ -1,4 +1,4 @@
-// What the box's processes are made of: errors, descriptors, children, and waiting.
+// Building blocks of the box's processes: errors, descriptors, children, and waiting.
 #pragma once
 
 #include <cerrno>
@@ -22,7 +22,7 @@ inline constexpr int bootFailed = 123;
 inline constexpr int timeLimitReached = 124;
 inline constexpr int cannotRunHere = 125;
 
-// An error with an exit status; any other exception means that no box can run here.
+// An error with its exit status. Any other exception means that no box can run here.
 struct Failure : std::runtime_error {
    Failure( int exitStatus, const std::string& text )
       : std::runtime_error( text ), status( exitStatus ) {}
@@ -35,7 +35,7 @@ struct Interrupted {
    int signal;
 };
 
-// Returns what a system call returned. Throws std::system_error if that is negative.
+// Returns the result of a system call. Throws std::system_error if it is negative.
 template< typename Result >
 Result checked( Result result, const std::string& what ) {
    if( result < 0 ) {
@@ -44,7 +44,7 @@ Result checked( Result result, const std::string& what ) {
    return result;
 }
 
-// Writes what has failed to standard error. Returns the exit status.
+// Writes the error to standard error. Returns the exit status.
 int report( const std::exception& error );
 
 // Owns a file descriptor.
@@ -66,20 +66,20 @@ class Descriptor {
    }
 
    [[nodiscard]] int number() const { return number_; }
-   // A path that leads to the same file, even if no other path does.
+   // Returns a path that leads to the file, even if it has no other path.
    [[nodiscard]] std::string path() const { return "/proc/self/fd/" + std::to_string( number_ ); }
 
  private:
    int number_ = -1;
 };
 
-// Opens a file that exists.
+// Opens an existing file.
 Descriptor opened( const std::string& path, int flags );
 
-// Returns what a file holds; nothing if there is none.
+// Returns the contents of a file; empty if it does not exist.
 std::string contentsOf( const std::string& path );
 
-// A descriptor that can be read when the process has ended.
+// Returns a descriptor that becomes readable when the process ends.
 Descriptor pidfdOf( pid_t process );
 
 // Replaces the three standard streams.
@@ -88,7 +88,7 @@ void standardStreamsAre( const Descriptor& input, const Descriptor& output );
 // Owns a child process: the destructor kills and reaps it.
 class Child {
  public:
-   // The child runs the body, and ends if that returns or throws an exception, which it reports.
+   // The child runs the body and exits when it returns or throws an exception, which is reported.
    explicit Child( const std::function< void() >& body );
    Child( const Child& ) = delete;
    Child& operator=( const Child& ) = delete;
@@ -97,8 +97,8 @@ class Child {
    [[nodiscard]] pid_t id() const { return id_; }
    [[nodiscard]] int descriptor() const { return descriptor_.number(); }
 
-   // Waits for the end. Returns the exit status, or 128 and the number of the signal that ended the
-   // process, as shells do.
+   // Waits for the process to end. Returns its exit status, or 128 plus the number of the signal
+   // that ended it, as shells do.
    int wait();
 
  private:
@@ -107,14 +107,14 @@ class Child {
    std::optional< int > status_;
 };
 
-// Blocks SIGINT, SIGTERM, SIGQUIT and SIGHUP, which end the box. Returns a descriptor that can be
-// read when one of them has arrived.
+// Blocks SIGINT, SIGTERM, SIGQUIT and SIGHUP, which end the box. Returns a descriptor that becomes
+// readable when one of them arrives.
 Descriptor blockedSignals();
 
 using Deadline = std::optional< std::chrono::steady_clock::time_point >;
 
-// Waits until one of the descriptors can be read, and returns its index; -1 after the deadline.
-// Throws Interrupted if one of the blocked signals arrives or has arrived before.
+// Waits until one of the descriptors is readable and returns its index, or -1 after the deadline.
+// Throws Interrupted if one of the blocked signals arrives or has already arrived.
 int await(
    const Descriptor& signals, std::initializer_list< int > descriptors,
    const Deadline& deadline = {} );

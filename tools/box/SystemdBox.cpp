@@ -31,7 +31,7 @@ constexpr std::chrono::seconds bootLimit( 30 );
 
 void lookForWhatIsNeeded( const Options& options ) {
    if( geteuid() != 0 ) {
-      throw std::runtime_error( "it takes root (user id 0)" );
+      throw std::runtime_error( "not running as root" );
    }
    for( const char* const program :
         { "lib/systemd/systemd", "usr/bin/dbus-daemon", "usr/bin/dbus-send" } ) {
@@ -42,7 +42,7 @@ void lookForWhatIsNeeded( const Options& options ) {
    }
 }
 
-// The sweeper: takes the cgroup away when the program has died. All else dies with the program.
+// The sweeper: removes the cgroup when the program has died. Everything else dies with the program.
 void sweep( pid_t program, const Descriptor& itsEnd ) {
    sigset_t all;
    sigfillset( &all );
@@ -63,9 +63,9 @@ std::string messageFrom( const Descriptor& descriptor ) {
    return text;
 }
 
-// Waits until process 1 has set up its mounts, and lets it become systemd.
+// Waits until process 1 has set up its mounts, then lets it become systemd.
 void letProceed( const Descriptor& signals, Inside& inside ) {
-   inside.toProgram.reset(); // so that the messages end when process 1 has died
+   inside.toProgram.reset(); // so that the socket is closed when process 1 has died
    await( signals, { inside.toInit.number() } );
    const std::string message = messageFrom( inside.toInit );
    if( message != isSetUp ) {
@@ -77,7 +77,7 @@ void letProceed( const Descriptor& signals, Inside& inside ) {
 
 // Waits until the bus is up and systemd has joined it.
 void awaitReady( const Descriptor& signals, const fs::path& run, const Child& init ) {
-   // Open for writing too, so it never ends.
+   // Also open for writing, so there is never an end of file.
    const Descriptor ready = opened( run / readyFifo, O_RDWR );
    const int first =
       await( signals, { ready.number(), init.descriptor() }, steady_clock::now() + bootLimit );
@@ -101,7 +101,7 @@ void becomeCommand( const Options& options, const Cgroup& cgroup, const Child& i
    checked(
       setns( init.descriptor(), CLONE_NEWNS | CLONE_NEWUTS | CLONE_NEWIPC | CLONE_NEWCGROUP ),
       "cannot enter the box" );
-   // That leads out of a chroot that the box was started in.
+   // Entering a mount namespace leads out of a chroot that the box was started in.
    checked( fchdir( root.number() ), "cannot enter the box" );
    checked( chroot( "." ), "cannot enter the box" );
    if( chdir( options.workingDirectory.c_str() ) < 0 ) {
@@ -134,7 +134,7 @@ int awaitEnd( const Descriptor& signals, const Options& options, Child& command,
    if( await( signals, { command.descriptor() }, deadline ) < 0 ) {
       return timeLimitReached;
    }
-   // Killed by a systemd that ends by itself, as "systemctl exit" makes it: by another program.
+   // Under "systemctl exit", systemd kills the command and then executes another program.
    const std::string program = contentsOf( "/proc/" + std::to_string( init.id() ) + "/comm" );
    if( command.wait() <= 128 || program == "systemd\n" ) {
       return command.wait();
@@ -142,15 +142,15 @@ int awaitEnd( const Descriptor& signals, const Options& options, Child& command,
    return await( signals, { init.descriptor() }, deadline ) < 0 ? timeLimitReached : init.wait();
 }
 
-// Each part is taken down in the reverse order of its making, however this ends.
+// However this ends, the parts are torn down in the reverse order of their creation.
 int run( const Options& options, const Descriptor& signals ) {
    const pid_t self = getpid();
    const Descriptor end = pidfdOf( self );
    const Child sweeper( [&] { sweep( self, end ); } );
-   // From here on, nothing that hits the program's process group hits the sweeper.
+   // From here on, signals to the program's process group do not reach the sweeper.
    setpgid( sweeper.id(), sweeper.id() );
    // From here on, all children belong to the box's process namespace.
-   checked( unshare( CLONE_NEWPID ), "no new namespaces" );
+   checked( unshare( CLONE_NEWPID ), "cannot create namespaces" );
    Cgroup cgroup( self );
    cgroup.create();
    Inside inside = makeInside( options, cgroup );
@@ -171,12 +171,12 @@ int mainOf( int argc, char** argv ) {
    lookForWhatIsNeeded( options );
    const int status = run( options, signals );
    if( options.check && status == EXIT_SUCCESS ) {
-      std::puts( "systemd-box: can run here" );
+      std::puts( "systemd-box: a box can run here" );
    }
    return status;
 }
 
-// Ends the program by the signal that has ended the box.
+// Ends the program with the signal that ended the box.
 int endBy( int signal ) {
    const rlimit noCore{};
    setrlimit( RLIMIT_CORE, &noCore );
@@ -185,7 +185,7 @@ int endBy( int signal ) {
    sigaddset( &only, signal );
    std::raise( signal );
    sigprocmask( SIG_UNBLOCK, &only, nullptr );
-   return 128 + signal; // process 1 of a namespace lives on
+   return 128 + signal; // process 1 of a namespace survives the signal
 }
 
 } // namespace
@@ -193,7 +193,7 @@ int endBy( int signal ) {
 } // namespace Box
 
 int main( int argc, char** argv ) {
-   // Else another file would become a closed stream.
+   // Otherwise another file could take the place of a closed standard stream.
    while( open( "/dev/null", O_RDWR ) <= STDERR_FILENO ) {
    }
    try {

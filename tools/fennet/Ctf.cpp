@@ -1,4 +1,4 @@
-// The metadata and the streams of an export.
+// Writing the metadata and the streams of an export.
 #include "Ctf.h"
 
 #include "Output.h"
@@ -44,7 +44,7 @@ void append( std::string& bytes, Value value ) {
 }
 
 void appendText( std::string& bytes, std::string text ) {
-   // A string of the format ends with its first NUL.
+   // Strings in CTF are NUL-terminated.
    std::replace( text.begin(), text.end(), '\0', '?' );
    bytes += text + '\0';
 }
@@ -59,16 +59,16 @@ void appendNumber( std::string& bytes, std::uint64_t number, std::string_view co
    }
 }
 
-// What a packet starts with; its size is not known before its end.
+// The beginning of a packet. Its size is known only when the packet is complete.
 std::string packetHead(
    std::int64_t begin, std::int64_t end, std::uint64_t size, const TraceReader::Origin& origin ) {
    std::string head;
-   append( head, std::uint32_t{ 0xc1fc1fc1 } ); // what marks a packet
+   append( head, std::uint32_t{ 0xc1fc1fc1 } ); // the magic number of packets
    append( head, std::uint32_t{ 0 } );          // the stream's class
    append( head, begin );
    append( head, end );
    append( head, size * 8 ); // bits of content
-   append( head, size * 8 ); // with padding, of which there is none
+   append( head, size * 8 ); // including padding, of which there is none
    append( head, origin.pid );
    append( head, origin.tid );
    appendText( head, origin.program );
@@ -102,7 +102,7 @@ CtfExport::Stream& CtfExport::streamOf( const TimedRecord& record ) {
    return stream;
 }
 
-// The kinds of events are numbered as they first come.
+// Event classes are numbered in the order of their first events.
 std::uint32_t CtfExport::eventOf( const std::shared_ptr< const Description >& description ) {
    const auto [found, isNew] =
       events_.try_emplace( description, static_cast< std::uint32_t >( events_.size() ) );
@@ -127,7 +127,7 @@ void CtfExport::add( const TimedRecord& timed ) {
    append( event, eventOf( record.description ) );
    append( event, timed.time );
    appendText( event, textOf( record ) );
-   // An argument that was cut is an empty text or zero; the text shows that it is missing.
+   // A missing argument becomes an empty string or zero; the text shows that it is missing.
    for( std::size_t at = 0; at < record.description->codes.size(); ++at ) {
       const std::string_view code = record.description->codes[at];
       const Argument argument = at < record.arguments.size() ? record.arguments[at]

@@ -11,7 +11,8 @@
 
 namespace Fennet {
 
-// A folder with the metadata and one stream for each thread, numbered as they first come.
+// A folder with the metadata and one stream per thread, numbered in the order of their first
+// records.
 //
 // Every operation throws std::system_error, naming the file, if the folder cannot be written.
 class CtfExport {
@@ -19,9 +20,10 @@ class CtfExport {
    // Creates the folder. Throws if it exists.
    explicit CtfExport( std::filesystem::path folder );
 
-   // Writes a record to its thread's stream. Those of one thread come in the order of time.
+   // Writes a record to its thread's stream. Records of one thread must be added in the order of
+   // time.
    void add( const TimedRecord& record );
-   // Writes the metadata and completes the streams; nothing is readable before.
+   // Writes the metadata and completes the streams. The export cannot be read before.
    void finish();
 
  private:

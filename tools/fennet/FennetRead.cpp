@@ -20,7 +20,7 @@ namespace {
 
 using Fennet::TimedRecord;
 
-// An extended regular expression of the C library.
+// A POSIX extended regular expression.
 class Pattern {
  public:
    explicit Pattern( const char* text )
@@ -56,7 +56,7 @@ struct Options {
    std::vector< std::string > paths;
 };
 
-// No character, so that there are no short options.
+// Beyond the range of characters, so that there are no short options.
 enum Key { facility = 256, operation, since, until, grep, follow, json, ctf, colour };
 
 constexpr argp_option known[] = {
@@ -93,7 +93,7 @@ bool colourOption( const std::string& when, bool automatic, const argp_state* st
    return when == "always" || ( when == "auto" && automatic );
 }
 
-// Every argp_error ends the program.
+// argp_error exits.
 error_t parse( int key, char* text, argp_state* state ) {
    Options& options = *static_cast< Options* >( state->input );
    switch( key ) {
@@ -153,7 +153,7 @@ bool isWanted( const TimedRecord& timed, const Options& options ) {
           ( !options.grep || options.grep->matches( Fennet::textOf( timed.record ) ) );
 }
 
-// Returns the exit status: 0, or 1 if a file could not be read whole.
+// Returns the exit status: 0, or 1 if a file could not be read completely.
 int run( const Options& options ) {
    int status = EXIT_SUCCESS;
    Fennet::TraceSet traces( [&]( const std::string& complaint ) {
@@ -184,8 +184,8 @@ int run( const Options& options ) {
       if( std::fflush( stdout ) != 0 || !more ) {
          return std::ferror( stdout ) ? EXIT_FAILURE : status;
       }
-      // The records of a process that has ended by now are read once more. A mapped file tells
-      // nobody that it has changed, so it is looked at from time to time.
+      // Once all processes have ended, their last records are still read. Writes to mapped files
+      // cause no events, so the files are polled.
       more = traces.mayGrow();
       constexpr useconds_t pause = 100'000;
       usleep( more ? pause : 0 );

@@ -1,4 +1,4 @@
-// Texts, times, lines and JSON of records.
+// Formatting the texts, times, lines and JSON of records.
 #include "Output.h"
 
 #include <platform/trace/Line.h>
@@ -46,10 +46,10 @@ std::optional< std::int64_t > parseTime( const std::string& text ) {
    std::tm date{};
    date.tm_mday = 1;
    char fraction[10] = "";
-   std::sscanf( // NOLINT(cert-err34-c): what is printed below tells what was read
+   std::sscanf( // NOLINT(cert-err34-c): formatting the result below detects errors
       text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d.%9[0-9]", &date.tm_year, &date.tm_mon, &date.tm_mday,
       &date.tm_hour, &date.tm_min, &date.tm_sec, fraction );
-   // What 64 bits of nanoseconds hold.
+   // The years that 64 bits of nanoseconds can represent.
    if( date.tm_year < 1970 || date.tm_year > 2261 ) {
       return std::nullopt;
    }
@@ -58,7 +58,8 @@ std::optional< std::int64_t > parseTime( const std::string& text ) {
    std::string nanoseconds = fraction;
    nanoseconds.resize( 9, '0' );
    const std::int64_t time = timegm( &date ) * second + std::stoi( nanoseconds );
-   // A time is the beginning of what is printed for it, but for the Z, and ends with a whole field.
+   // A valid time, without the Z, is a prefix of what is printed for it and ends with a complete
+   // field.
    const std::string_view given =
       std::string_view( text ).substr( 0, text.size() - ( text.ends_with( 'Z' ) ? 1 : 0 ) );
    const bool isWhole =
@@ -97,7 +98,7 @@ std::string jsonOf( const TimedRecord& timed ) {
       { "arguments", arguments },           { "cut", timed.record.cut },
       { "text", textOf( timed.record ) },
    };
-   // ASCII, so that no character of an argument can steer a terminal.
+   // ASCII, so that no character of an argument can control a terminal.
    return object.dump( -1, ' ', true, nlohmann::ordered_json::error_handler_t::replace );
 }
 

@@ -1,4 +1,4 @@
-// What is printed of a record: a line for people or a JSON object for programs.
+// How a record is printed: as a line for people or as a JSON object for programs.
 #pragma once
 
 #include "TraceSet.h"
@@ -9,20 +9,20 @@
 
 namespace Fennet {
 
-// The record's format with its arguments, "..." for what was cut. Control characters and what is
-// not UTF-8 are written as \xHH.
+// Returns the record's format with its arguments, and "..." where something was cut. Control
+// characters and invalid UTF-8 are written as \xHH.
 std::string textOf( const Record& record );
 
 // "2026-11-21T02:32:38.123456789Z".
 std::string formatTime( std::int64_t time );
-// Nanoseconds since 1970 of a time YYYY-MM-DD[THH:MM[:SS]] in UTC, which may have a fraction and a
-// Z; nothing if the text is not such a time.
+// Converts a time YYYY-MM-DD[THH:MM[:SS]] in UTC, which may have a fraction and a Z, to nanoseconds
+// since 1970. Returns nothing if the text is not such a time.
 std::optional< std::int64_t > parseTime( const std::string& text );
 
-// A line like that of a text trace; `colours` for a terminal.
+// Returns a line like that of a text trace, with `colours` for a terminal.
 std::string lineOf( const TimedRecord& record, bool colours );
 
-// A JSON object on one line, in ASCII.
+// Returns a JSON object on one line, in ASCII.
 std::string jsonOf( const TimedRecord& record );
 
 } // namespace Fennet

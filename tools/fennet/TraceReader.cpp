@@ -1,4 +1,4 @@
-// Checking and taking apart the header, the descriptions and the records.
+// Checking and parsing the header, the descriptions and the records.
 #include "TraceReader.h"
 
 #include <platform/trace/Placeholders.h>
@@ -21,7 +21,7 @@ namespace {
    throw Damage( "at byte " + std::to_string( place ) + ": " + what );
 }
 
-// Takes values off the front of some bytes; nothing where too few are left.
+// Takes values off the front of a byte string; returns nothing if too few bytes are left.
 class Bytes {
  public:
    explicit Bytes( std::string_view bytes ) : bytes_( bytes ) {}
@@ -71,7 +71,7 @@ std::optional< Argument > takeString( Bytes& bytes, bool& cut ) {
 
 using TakeArgument = std::optional< Argument > ( * )( Bytes& bytes, bool& cut );
 
-// Returns what reads an argument of this code; null if there is none.
+// Returns the function that reads an argument with this code, or null if the code is unknown.
 TakeArgument readerOf( std::string_view code ) {
    return code == "p"    ? &takeString
           : code == "b"  ? &takeNumber< std::uint8_t, bool >
@@ -148,7 +148,7 @@ std::string TraceReader::readExactly( std::uint64_t offset, std::size_t size ) {
    return bytes;
 }
 
-// Returns false while the file has not begun.
+// Returns false while the header is incomplete.
 bool TraceReader::readHeader( FileHeader& header ) {
    const std::size_t size = readAt_( 0, reinterpret_cast< char* >( &header ), sizeof header );
    if( header.magic == 0 ) {
@@ -220,13 +220,13 @@ void TraceReader::readDescriptions( std::uint64_t size ) {
    }
 }
 
-// Reads the rest of the block at the present position.
+// Reads the rest of the block at the current position.
 void TraceReader::readBlock() {
    block_ = readExactly(
       place(), std::min< std::uint64_t >( blockSize - position_ % blockSize, end_ - position_ ) );
    blockEnd_ = position_ + block_.size();
-   // The process may have gone on meanwhile. What it may have overwritten lies before the tail as
-   // it is now, and what it has described in between may be needed.
+   // The process may have continued in the meantime. Anything it may have overwritten is before the
+   // current tail, and its new descriptions may be needed.
    FileHeader header{};
    readHeader( header );
    position_ = std::max< std::uint64_t >( position_, header.tail );

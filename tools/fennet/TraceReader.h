@@ -1,7 +1,7 @@
 // Reading one ring-buffer trace file, of a living process or one that has ended.
 //
-// A file may come from anywhere: every field is checked before it is used, and a file costs no more
-// memory than a piece of its ring and the descriptions that it really holds.
+// Files are not trusted: every field is checked before it is used, and a file takes no more memory
+// than one block of its ring and the descriptions that it actually contains.
 #pragma once
 
 #include <platform/trace/FileFormat.h>
@@ -20,12 +20,12 @@
 
 namespace Fennet {
 
-// A file, or a place in it, that cannot be what a trace file holds there.
+// The file is not a trace file or is damaged.
 struct Damage : std::runtime_error {
    using std::runtime_error::runtime_error;
 };
 
-// What a message id means. As many codes as the format has {}.
+// What a message ID means. There are as many codes as {} in the format.
 struct Description {
    std::int32_t line = 0;
    std::int32_t level = 0;
@@ -42,26 +42,26 @@ using Argument = std::variant< std::string, bool, std::int64_t, std::uint64_t >;
 struct Record {
    std::int64_t time = 0; // nanoseconds of CLOCK_MONOTONIC
    std::shared_ptr< const Description > description;
-   std::vector< Argument > arguments; // those that found room; a text that lost its end has "..."
+   std::vector< Argument > arguments; // those that were recorded; a text that was cut ends in "..."
    bool cut = false;                  // whether anything is missing
 };
 
-// Where a file's bytes come from: reads up to `size` bytes at `offset`, fewer only at the end.
+// The source of a file's bytes: reads `size` bytes at `offset`, fewer only at the end of the file.
 using ReadAt = std::function< std::size_t( std::uint64_t offset, char* to, std::size_t size ) >;
 
-// The bytes of the file at `path`. Throws std::system_error if it cannot be opened or read.
+// Returns the bytes of the file at `path`. Throws std::system_error if it cannot be opened or read.
 ReadAt bytesOf( const std::string& path );
 
-// Reads a file from its oldest record on, and what its process adds.
+// Reads a file from its oldest record on, including what its process adds.
 //
-// Every operation throws Damage, naming the place, if the file cannot be read any further; no call
-// may follow.
+// Every operation throws Damage, naming the place, if the file cannot be read any further. The
+// reader must not be used afterwards.
 class TraceReader {
  public:
    explicit TraceReader( ReadAt readAt );
 
-   // Finds out what the process has added. Returns whether the file has begun: before that, there
-   // is no origin, and there are no clocks and no records.
+   // Looks for what the process has added. Returns whether the header is complete: until then,
+   // there are no origin, no clocks and no records.
    bool refresh();
    [[nodiscard]] bool begun() const { return ringSize_ != 0; }
 
@@ -75,11 +75,11 @@ class TraceReader {
    // The latest pair of clock readings.
    [[nodiscard]] const ClockPair& clocks() const { return clocks_; }
 
-   // Returns the next of the records that were finished at the last refresh, the oldest first;
-   // nothing after the last one. Records that the process has overwritten meanwhile are left out.
+   // Returns the next of the records that were complete at the last refresh, the oldest first, or
+   // nothing after the last one. Skips records that the process has overwritten in the meantime.
    std::optional< Record > next();
 
-   // Refreshes and hands all records to `take`.
+   // Refreshes and passes all records to `take`.
    void read( const std::function< void( Record ) >& take );
 
  private:
@@ -88,7 +88,7 @@ class TraceReader {
    void readBlock();
    std::string readExactly( std::uint64_t offset, std::size_t size );
    [[nodiscard]] Record parseRecord( const RecordHead& head, std::string_view arguments ) const;
-   // Where the record at `position_` stands in the file.
+   // Returns the offset of the record at `position_` in the file.
    [[nodiscard]] std::uint64_t place() const { return headerSize + position_ % ringSize_; }
 
    ReadAt readAt_;
@@ -96,11 +96,11 @@ class TraceReader {
    Origin origin_;
    ClockPair clocks_{};
    std::map< std::int32_t, std::shared_ptr< const Description > > descriptions_;
-   std::uint64_t descriptionsSize_ = 0; // of those that were read
+   std::uint64_t descriptionsSize_ = 0; // of those read so far
    std::uint64_t end_ = 0;              // at the last refresh
    std::uint64_t position_ = 0;         // of the next record
-   std::string block_;                  // what was read of the latest block
-   std::uint64_t blockEnd_ = 0;         // the position behind that
+   std::string block_;                  // the part of the latest block that was read
+   std::uint64_t blockEnd_ = 0;         // the position after it
 };
 
 } // namespace Fennet

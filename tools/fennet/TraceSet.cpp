@@ -1,4 +1,4 @@
-// Merging files: one clock for all files of a boot, so that records keep the monotonic order.
+// Merging files: all files of a boot share one clock, so that records keep the monotonic order.
 #include "TraceSet.h"
 
 #include <algorithm>
@@ -15,8 +15,8 @@ namespace Fennet {
 
 namespace {
 
-// The time of day, in nanoseconds since 1970, of a time on the monotonic clock; at most the largest
-// and at least 0, for a file may claim anything.
+// Converts a time on the monotonic clock to the time of day in nanoseconds since 1970, limited to
+// the range from 0 to the maximum, because a file may contain anything.
 std::int64_t timeOfDay( std::int64_t monotonic, const ClockPair& clocks ) {
    std::int64_t sinceReading = 0;
    std::int64_t time = 0;
@@ -53,7 +53,7 @@ void TraceSet::addFile( const std::filesystem::path& path ) {
 }
 
 void TraceSet::addFolder( const std::filesystem::path& folder ) {
-   std::set< std::filesystem::path > paths; // in the order of their names
+   std::set< std::filesystem::path > paths; // sorted by name
    try {
       for( const auto& entry : std::filesystem::directory_iterator( folder ) ) {
          if( entry.path().extension() == ".fennet" ) {
@@ -68,7 +68,7 @@ void TraceSet::addFolder( const std::filesystem::path& folder ) {
    }
 }
 
-// Runs `read` on the file's reader; gives the file up if that fails.
+// Runs `read` on the file's reader. If that fails, the file is read no further.
 template< typename Read >
 void TraceSet::attempt( File& file, const Read& read ) {
    if( file.damaged ) {
@@ -89,7 +89,7 @@ void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
    for( const auto& folder : folders_ ) {
       addFolder( folder );
    }
-   // By boot: its latest pair of clock readings serves all its files.
+   // The latest pair of clock readings of each boot, used for all its files.
    std::map< std::string, ClockPair > clocks;
    for( File& file : files_ ) {
       attempt( file, [&]( TraceReader& reader ) {
@@ -106,7 +106,7 @@ void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
          }
       } );
    }
-   // The next record of each file, and their files by time; the earlier file first.
+   // The next record of each file, and the files by time; on a tie, the earlier file comes first.
    std::vector< Record > records( files_.size() );
    using Entry = std::pair< std::int64_t, std::size_t >;
    std::priority_queue< Entry, std::vector< Entry >, std::greater<> > order;

@@ -22,25 +22,25 @@ struct TimedRecord {
 
 class TraceSet {
  public:
-   // `complain` is told what is wrong with a file; that file is given up, the others go on.
+   // Calls `complain` with what is wrong with a file. That file is read no further; others are.
    explicit TraceSet( std::function< void( const std::string& ) > complain );
 
-   // Adds a file, or the trace files of a folder: those whose names end in ".fennet", and with
-   // every `read` those that are new.
+   // Adds a file, or the trace files of a folder, whose names end in ".fennet". Every `read` also
+   // adds those that are new in the folder.
    void add( const std::filesystem::path& path );
 
-   // Hands every record finished since the last call to `take`, in the order of time. Holds one
+   // Passes every record completed since the last call to `take`, in the order of time. Holds one
    // record of each file at a time.
    void read( const std::function< void( const TimedRecord& ) >& take );
 
-   // Returns whether a process that writes to one of the files may still live.
+   // Returns whether a process that writes to one of the files may still be running.
    [[nodiscard]] bool mayGrow() const;
 
  private:
    struct File {
       std::string path;
       TraceReader reader;
-      std::shared_ptr< const TraceReader::Origin > origin; // null until the file has begun
+      std::shared_ptr< const TraceReader::Origin > origin; // null until the header is complete
       bool damaged = false;
    };
 
