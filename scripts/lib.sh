@@ -1,4 +1,4 @@
-# What the scripts share. Each sources it, and then runs in the root of the repository.
+# Code shared by the scripts. A script that sources it runs in the root of the repository.
 set -euo pipefail
 
 script="scripts/$(basename "$0")"
@@ -26,7 +26,7 @@ buildIs() {
     cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
 }
 
-# Copies the sources without what git ignores, even if they are being edited: copySources FOLDER
+# Copies the sources without ignored files, even while they are being edited: copySources FOLDER
 copySources() {
     { tar -c --exclude=./.git --exclude=./build . || [[ $? == 1 ]]; } | tar -x -C "$1"
 }

@@ -1,17 +1,17 @@
-# Debian machines to try things on; sourced after lib.sh by scripts that take root.
+# Disposable Debian machines; sourced after lib.sh by scripts that need root.
 #
-# build/roots/SUITE is a root that debootstrap has made, once. A machine is an overlay of it, whose
-# changes are in memory. Both are mounted for the script alone, so nothing of a machine outlives it,
-# however it ends.
+# build/roots/SUITE is a root folder, created once by debootstrap. A machine is an overlay of it,
+# whose changes are kept in memory. Mounts are visible only to the script, so nothing of a machine
+# outlives the script, however it ends.
 
 roots=$PWD/build/roots
 scratch=$roots/scratch
 machine=$scratch/machine
 archives=/var/cache/apt/archives
 
-# Starts the script anew in a mount namespace of its own: inOwnMounts ARGUMENT...
+# Restarts the script in its own mount namespace: inOwnMounts ARGUMENT...
 inOwnMounts() {
-    [[ $(id -u) == 0 ]] || die "takes root, for mounts and chroot"
+    [[ $(id -u) == 0 ]] || die "not root: mounts and chroot need root"
     if [[ ${SODREL_OWN_MOUNTS-} != yes ]]; then
         SODREL_OWN_MOUNTS=yes exec unshare --mount -- "$script" "$@"
     fi
@@ -20,7 +20,7 @@ inOwnMounts() {
     mount -t tmpfs sodrel-scratch "$scratch"
 }
 
-# Prints what a command says only when it fails.
+# Runs a command, and prints its output only if it fails: quietly COMMAND...
 quietly() {
     "$@" >"$scratch/log" 2>&1 </dev/null || {
         cat "$scratch/log" >&2
@@ -28,7 +28,7 @@ quietly() {
     }
 }
 
-# Where the machine fetches its own Debian release from; known even before any package list is.
+# Prints the mirror that this machine uses for its own Debian release. Needs no package lists.
 debianMirror() {
     local release mirrors
     # shellcheck source=/dev/null
@@ -39,18 +39,18 @@ debianMirror() {
     echo "${mirrors%%$'\n'*}"
 }
 
-# Makes the root of a release, with what a user of the libraries has: a compiler and what finds
-# libraries, but nothing of what these depend on.
+# Creates the root folder of a release with what users of the libraries have, a compiler, CMake and
+# pkg-config, but none of the libraries' dependencies: rootIs SUITE
 rootIs() {
     local suite=$1 new=$roots/$1.new mirror lock
-    # Somebody else may be making it, or have been killed doing so.
+    # Another script may be creating it, or have been killed while doing so.
     exec {lock}>"$roots/$suite.lock"
     flock "$lock"
     if [[ ! -e $roots/$suite ]]; then
-        say "$suite: making a root (once)"
+        say "$suite: creating the root folder (once)"
         mirror=$(debianMirror)
         rm -rf "$new"
-        # Nobody needs it after a loss of power.
+        # It need not survive a loss of power.
         mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives/partial"
         echo force-unsafe-io >"$new/etc/dpkg/dpkg.cfg.d/unsafe-io"
         quietly debootstrap --variant=minbase --include=cmake,g++,make,pkgconf \
@@ -70,7 +70,7 @@ machineIs() {
     mount --bind "$archives" "$machine/var/cache/apt/archives"
 }
 
-# Gives the machine the devices and control groups that a box takes.
+# Gives the machine the devices and control groups that a box needs.
 boxCanRun() {
     for folder in dev sys; do
         mount --rbind "/$folder" "$machine/$folder"
@@ -85,7 +85,7 @@ onMachine() {
 
 # installOnMachine PACKAGE...
 installOnMachine() {
-    # An older root's package lists may be stale, which only a failure shows.
+    # The package lists of an older root folder may be stale, which only a failure shows.
     # shellcheck disable=SC2016
     quietly onMachine sh -c '
         install() { apt-get install -y --no-install-recommends "$@"; }
