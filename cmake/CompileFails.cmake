@@ -1,4 +1,5 @@
-# Checks that SOURCE compiles or, with CASE defined, that it does not for the reason EXPECT.
+# Checks that SOURCE compiles or, if CASE is set, that it fails to compile with CASE defined and
+# with a message that matches EXPECT.
 
 list(TRANSFORM INCLUDES PREPEND "-I")
 set(compile "${COMPILER}" -std=c++20 -fsyntax-only -DFMT_HEADER_ONLY ${INCLUDES})
@@ -8,9 +9,9 @@ endif()
 
 execute_process(COMMAND ${compile} "${SOURCE}" RESULT_VARIABLE result ERROR_VARIABLE messages)
 if(NOT CASE AND NOT result EQUAL 0)
-   message(FATAL_ERROR "The source does not compile without a case:\n${messages}")
+   message(FATAL_ERROR "The source does not compile without any case:\n${messages}")
 elseif(CASE AND result EQUAL 0)
    message(FATAL_ERROR "The source compiles with ${CASE}.")
 elseif(CASE AND NOT messages MATCHES "${EXPECT}")
-   message(FATAL_ERROR "Nothing in these messages matches '${EXPECT}':\n${messages}")
+   message(FATAL_ERROR "No message matches '${EXPECT}':\n${messages}")
 endif()

@@ -1,8 +1,8 @@
-# The CMake package of the libraries: the targets Sodrel::Sodrel and Sodrel::Platform, and with the
-# component Trace also Sodrel::Trace, for those who write traces of their own.
+# The CMake package of the libraries: the targets Sodrel::Sodrel and Sodrel::Platform and, with the
+# component Trace, Sodrel::Trace, which adds {fmt} to the platform layer.
 include(CMakeFindDependencyMacro)
 
-# Only the header of the trace line includes {fmt}, so that nobody else needs to have it.
+# Only <platform/trace/StringFormatter.h> includes {fmt}, so other programs do not need it.
 if("Trace" IN_LIST ${CMAKE_FIND_PACKAGE_NAME}_FIND_COMPONENTS)
    find_dependency(fmt 9)
 endif()
@@ -12,7 +12,7 @@ find_dependency(PkgConfig)
 pkg_check_modules(SYSTEMD QUIET IMPORTED_TARGET libsystemd)
 if(NOT SYSTEMD_FOUND)
    set(${CMAKE_FIND_PACKAGE_NAME}_FOUND FALSE)
-   set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE "pkg-config finds no libsystemd")
+   set(${CMAKE_FIND_PACKAGE_NAME}_NOT_FOUND_MESSAGE "pkg-config cannot find libsystemd")
    return()
 endif()
 

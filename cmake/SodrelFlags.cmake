@@ -5,10 +5,10 @@ add_library(SodrelWarnings INTERFACE)
 target_compile_options(SodrelWarnings INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${SODREL_WERROR}>:-Werror>)
 
-# Source paths in assertions and traces start at src/, wherever the tree lies.
+# Source paths in assertions and traces start at src/, wherever the tree is.
 add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
-# Programs are position-independent as well as the libraries.
+# Programs are position-independent, like the libraries.
 check_pie_supported()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
@@ -18,17 +18,17 @@ if(SODREL_SANITIZE)
       -fno-omit-frame-pointer)
    add_link_options("-fsanitize=${SODREL_SANITIZE}")
 else()
-   # scripts/check hardening looks for the results.
+   # "scripts/check hardening" checks the results.
    add_compile_options(-fstack-protector-strong -fstack-clash-protection)
    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|i.86)$")
       add_compile_options(-fcf-protection)
    endif()
-   # It needs the optimiser.
+   # _FORTIFY_SOURCE requires optimisation.
    if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
       add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
    endif()
    add_link_options(LINKER:-z,relro LINKER:-z,now)
-   # Where all symbols are bound at the start, stubs that bind them later are of no use.
+   # All symbols are bound at startup, so stubs for lazy binding are useless.
    add_compile_options(-fno-plt)
 endif()
 

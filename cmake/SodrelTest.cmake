@@ -1,17 +1,18 @@
-# How tests are declared: one call per test executable or per source that must not compile.
+# The functions that declare tests: one call per test executable or per source that must not
+# compile.
 
 # sodrel_test( NAME <name> LEVEL <level> SOURCES ... [LIBRARIES ...] [TIMEOUT <seconds>] )
 #
 # Builds the executable <name> and registers each of its cases as <name>.<Fixture>.<case> under the
 # label <level>:
 #    platform   links the platform's objects
-#    compile    links the platform's objects; what counts is that it compiles
+#    compile    links the platform's objects; the point is that it compiles
 #    scripted   links both libraries' objects, so that a definition of sd_bus_* or of
 #               steady_clock::now() in the test replaces the real one by name
 #    abi, bus   links the shared libraries
-#    systemd    links the shared libraries; each case runs in a systemd of its own
-# Under SODREL_MEMCHECK all run by valgrind, and the whole executable is one test where its cases do
-# not need a systemd each: starting valgrind takes longer than most cases.
+#    systemd    links the shared libraries; each case runs in its own systemd
+# With SODREL_MEMCHECK all tests run under valgrind, and an executable is a single test unless each
+# case needs its own systemd, because starting valgrind takes longer than most cases.
 function(sodrel_test)
    cmake_parse_arguments(PARSE_ARGV 0 arg "" "NAME;LEVEL;TIMEOUT" "SOURCES;LIBRARIES")
    if(NOT arg_TIMEOUT)
@@ -60,9 +61,10 @@ endfunction()
 
 # sodrel_compile_fails( <subject> <case> <regex> [<case> <regex>]... )
 #
-# Registers a test that passes if <subject>.cpp compiles as it is, and for each case one that passes
-# if the source fails to compile with the case defined as a macro, with a message that matches the
-# regex, which must fit every compiler in use. A case is not run when the source itself fails.
+# Registers a test that passes if <subject>.cpp compiles unchanged, and for each case a test that
+# passes if the source, with the case defined as a macro, fails to compile with a message that
+# matches the regex. The regex has to work for every compiler in use. No case is run if the source
+# itself fails.
 function(sodrel_compile_fails subject)
    set(check
       "${CMAKE_COMMAND}"
