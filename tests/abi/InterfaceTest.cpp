@@ -88,7 +88,7 @@ TEST( TheSize, ofAPointerIsThatOfABareOne ) {
    EXPECT_EQ( sizeof( Orl::VoidPtr ), sizeof( void* ) );
 }
 
-TEST( TheModuleRecord, tellsItsFormatAndHowManyTypesItHas ) {
+TEST( TheModuleRecord, containsItsFormatAndTheNumberOfTypes ) {
    EXPECT_EQ( _Sodrel_c4788d5e_orlModule.word, 0x00010001 );
    EXPECT_EQ( _SignalMonitor_178310f1_orlModule.word, 0x00010007 );
 }

@@ -48,7 +48,7 @@ TEST( APluginWithEntities, isUnloadedAndItsTypesAreForgotten ) {
 }
 
 #ifdef PINNED_PLUGIN
-TEST( APluginWithEntities, staysMappedWhereSymbolsAreUnique ) {
+TEST( APluginWithEntities, staysMappedIfSymbolsAreUnique ) {
    useAndClose( PINNED_PLUGIN );
    EXPECT_TRUE( isMapped( PINNED_PLUGIN ) );
    EXPECT_TRUE( lampsAreKnown() );

@@ -59,7 +59,7 @@ TEST_F( AClientsConnection, stillGetsTheReplyOfAManagerThatHasLostItsName ) {
       syncFailed + "JobRemovedMonitor::wait, 600.000000 timeout for " + jobOf( 7 ) );
 }
 
-TEST_F( AClientsConnection, hearsTheNextOwnerOfTheName ) {
+TEST_F( AClientsConnection, receivesSignalsOfTheNextOwnerOfTheName ) {
    EXPECT_EQ(
       callScripted(
          "StartUnit", { replyJob( 7 ), disconnect(), connect(), jobRemoved( 7, "done" ) } ),
@@ -89,7 +89,7 @@ TEST_F( AClientsConnection, cannotBeMadeWithoutABus ) {
    EXPECT_EQ( moments.lines().size(), 2U );
 }
 
-TEST_F( AClientsConnection, failsWithTheErrorOfTheSystemWhereTheAddressLeadsNowhere ) {
+TEST_F( AClientsConnection, reportsTheSystemsErrorIfTheAddressLeadsNowhere ) {
    const std::pair< const char*, std::string > addresses[]{
       { "unix:path=/nonexistent/socket", "No such file or directory" },
       { "unix:abstract=sodrel-test-nobody", "Connection refused" },

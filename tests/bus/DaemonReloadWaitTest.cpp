@@ -47,7 +47,7 @@ TEST_F( AWaitForAReload, endsAfterAStartAndAnEndInAnyOfTheseOrders ) {
    }
 }
 
-TEST_F( AWaitForAReload, callsOnceMoreAfterAnEndWithoutAStart ) {
+TEST_F( AWaitForAReload, callsAgainAfterAnEndWithoutAStart ) {
    const Script again{ reloading( false ), reloading( false ), reply() };
    for( const Script& first : { endOnly, { reply(), reloading( false ) }, again } ) {
       manager.onCall( "Reload", first );
@@ -96,7 +96,7 @@ TEST_F( AWaitForAReload, failsIfASignalCannotBeRead ) {
    }
 }
 
-TEST_F( AWaitForAReload, hearsNobodyButTheManagerAndItsObject ) {
+TEST_F( AWaitForAReload, ignoresSignalsOfOtherSendersAndObjects ) {
    const Body ended = body( "b", false );
    EXPECT_EQ(
       callScripted(

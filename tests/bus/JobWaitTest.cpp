@@ -20,7 +20,7 @@ struct AWaitForAJob : ALibraryClient {
 
 // What is said before the reply is there when the wait begins; what is said after it may come
 // later.
-TEST_F( AWaitForAJob, endsWithTheLastResultWhereverTheReplyStands ) {
+TEST_F( AWaitForAJob, endsWithTheLastResultBeforeOrAfterTheReply ) {
    EXPECT_EQ( whenSaid( { jobRemoved( 7, "done" ), replyJob( 7 ) } ), jobOf( 7 ) );
    EXPECT_EQ( whenSaid( { replyJob( 7 ), jobRemoved( 7, "done" ) } ), jobOf( 7 ) );
    EXPECT_EQ( whenSaid( { jobRemoved( 7, "failed" ), replyJob( 7 ) } ), endedIn( "failed" ) );
@@ -32,7 +32,7 @@ TEST_F( AWaitForAJob, endsWithTheLastResultWhereverTheReplyStands ) {
       whenSaid( { replyJob( 7 ), jobRemoved( 7, "" ), jobRemoved( 7, "done" ) } ), jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAJob, succeedsWhenItWasDoneOrSkippedAndNamesAnyOtherResult ) {
+TEST_F( AWaitForAJob, succeedsIfDoneOrSkippedAndReportsAnyOtherResult ) {
    for( const std::string result : { "done", "skipped" } ) {
       EXPECT_EQ( whenSaid( { replyJob( 7 ), jobRemoved( 7, result ) } ), jobOf( 7 ) );
    }
@@ -51,7 +51,7 @@ TEST_F( AWaitForAJob, ignoresTheJobsOfOthers ) {
       jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAJob, knowsItsJobByTheNumberAlone ) {
+TEST_F( AWaitForAJob, recognisesItsJobByTheNumberAlone ) {
    for( const Body& content : { body( "uoss", 7, "/elsewhere", "", "done" ),
                                 body( "uossu", 7, "/more", "web.service", "done", 1 ) } ) {
       EXPECT_EQ( whenSaid( { replyJob( 7 ), signal( "JobRemoved", content ) } ), jobOf( 7 ) );
@@ -93,7 +93,7 @@ TEST_F( AWaitForAJob, failsIfASignalCannotBeReadWhateverTheJobDid ) {
    }
 }
 
-TEST_F( AWaitForAJob, hearsNobodyButTheManagerAndItsObject ) {
+TEST_F( AWaitForAJob, ignoresSignalsOfOtherSendersAndObjects ) {
    const Body failed = body( "uoss", 7, jobOf( 7 ), "web.service", "failed" );
    EXPECT_EQ(
       whenSaid( { byStranger( jobRemoved( 7, "failed" ) ), byStranger( signal( "JobRemoved", {} ) ),
@@ -103,7 +103,7 @@ TEST_F( AWaitForAJob, hearsNobodyButTheManagerAndItsObject ) {
       jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAJob, timesOutIfNobodyMentionsTheJob ) {
+TEST_F( AWaitForAJob, timesOutIfNoSignalNamesTheJob ) {
    moments.hurryWaits( true );
    EXPECT_EQ(
       whenSaid( { replyJob( 7 ), jobRemoved( 8, "done" ) } ),

@@ -140,7 +140,7 @@ TEST_F( ALateReply, endsTheCallAtItsTimeLimit ) {
    EXPECT_NE( limitNow, limit );
 }
 
-TEST_F( ALateReply, isNotTakenForThatToTheNextCall ) {
+TEST_F( ALateReply, isNotMistakenForThatToTheNextCall ) {
    MessagePtr late;
    const Action keep =
       custom( [&]( sd_bus_message* call ) { late.reset( sd_bus_message_ref( call ) ); } );

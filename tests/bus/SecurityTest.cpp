@@ -78,7 +78,7 @@ TEST_F( AClientAmongStrangers, failsWhenOneOfThemSendsItASignalThatCannotBeRead 
       syncFailed + "JobRemovedMonitor::wait, callback handling failed for " + jobOf( 7 ) );
 }
 
-TEST_F( AClientAmongStrangers, takesNoForgedNumberForItsJob ) {
+TEST_F( AClientAmongStrangers, ignoresForgedEndsOfOtherJobs ) {
    EXPECT_EQ(
       whileWaiting( [&] {
          for( const uint32_t id : { 0U, 6U, 8U, 70U, 4294967295U } ) {
@@ -113,7 +113,7 @@ TEST_F( AClientAmongStrangers, isEndedByOneOfThemWhoForgesTheEndsOfTwoReloads ) 
       testing::KilledBySignal( SIGABRT ), assertionOfReload() );
 }
 
-TEST_F( AClientAmongStrangers, takesLongTextsWhole ) {
+TEST_F( AClientAmongStrangers, passesLongTextsUnchanged ) {
    const std::string huge( 100'000, 'x' );
    manager.onCall( "StartUnit", { error( "org.example.Refused", huge ) } );
    EXPECT_EQ(
@@ -123,7 +123,7 @@ TEST_F( AClientAmongStrangers, takesLongTextsWhole ) {
 }
 
 // Of a result that is longer than any of systemd's it may keep the beginning only.
-TEST_F( AClientAmongStrangers, namesALongResultAsFarAsItKeepsIt ) {
+TEST_F( AClientAmongStrangers, reportsAtLeastTheBeginningOfALongResult ) {
    const std::string result( 100'000, 'x' );
    manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, result ) } );
    const std::string outcome = call( "StartUnit" );
@@ -196,7 +196,7 @@ std::pair< std::string, long > traced( bool privileged ) {
    return { written.str(), count };
 }
 
-TEST( APrivilegedProgram, doesNotHeedItsCallersEnvironment ) {
+TEST( APrivilegedProgram, ignoresItsCallersEnvironment ) {
    const auto [ordinaryText, ordinaryFiles] = traced( false );
    EXPECT_NE( ordinaryText, "" );
    EXPECT_GT( ordinaryFiles, 0 );

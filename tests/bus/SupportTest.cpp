@@ -25,7 +25,7 @@ class AScriptedManager : public ALibraryClient {
    PrivateBusRecord record{ bus };
 };
 
-TEST_F( AScriptedManager, followsTheScriptOfACallThenTheLastingOneElseSystemd ) {
+TEST_F( AScriptedManager, followsTheScriptsOfACallAndOtherwiseSystemd ) {
    manager.onCall( "GetUnit", { reply( body( "o", "/a" ) ) } );
    manager.onCall( "GetUnit", { reply( body( "o", "/b" ) ) } );
    const auto unit = [&] { return outcomeOf( "asyncManagerCallSO GetUnit web.service" ); };
@@ -39,7 +39,7 @@ TEST_F( AScriptedManager, followsTheScriptOfACallThenTheLastingOneElseSystemd ) 
    EXPECT_EQ( unit(), unitPath( "web.service" ) );
 }
 
-TEST_F( AScriptedManager, saysWhateverAScriptHolds ) {
+TEST_F( AScriptedManager, sendsWhateverAScriptContains ) {
    manager.onCall(
       "Odd", { signal( "Reloading", body( "s", "yes" ) ), signal( "Reloading", {} ),
                propertiesChanged( "web.service", body( "a(so)t", 1, "a", "/a", uint64_t{ 5 } ) ),
@@ -58,7 +58,7 @@ TEST_F( AScriptedManager, saysWhateverAScriptHolds ) {
          "StateChangeTimestamp 0 Conditions" ) );
 }
 
-TEST_F( AScriptedManager, floodsWithAsManyJobsAsItIsTold ) {
+TEST_F( AScriptedManager, emitsAsManyJobsAsItIsTold ) {
    manager.run( { foreignJobs( 1'000, 2'000 ), jobRemoved( 7, "done" ) } );
    const Texts all = said();
    ASSERT_EQ( all.size(), 2'001U );
@@ -90,7 +90,7 @@ const struct {
    { "ReloadOrTryRestartUnit", "web.service", { "active", "reloading", "active" }, "done" },
 };
 
-TEST_F( AScriptedManager, letsUnitsGoThroughTheStatesOfRealOnes ) {
+TEST_F( AScriptedManager, takesUnitsThroughTheStatesOfRealOnes ) {
    for( const auto& [method, unit, states, result] : jobs ) {
       SCOPED_TRACE( std::string( method ) + " " + unit );
       manager.start();

@@ -33,7 +33,7 @@ struct Traffic {
 
 class TheTraffic : public ALibraryClient, public testing::WithParamInterface< Traffic > {};
 
-TEST_P( TheTraffic, ofAnOperationIsAsFewMessagesAsItNeeds ) {
+TEST_P( TheTraffic, ofAnOperationIsLimitedToTheMessagesItNeeds ) {
    subscribe();
    manager.onEveryCall( "EnqueueMarkedJobs", { replyJob( 5 ), jobRemoved( 5, "done" ) } );
    PrivateBusRecord record( bus );

@@ -77,7 +77,7 @@ TEST_F( AWaitForAUnit, failsWhenTheUnitHasFailed ) {
    }
 }
 
-TEST_F( AWaitForAUnit, seesWhatIsSaidAfterTheReplyToo ) {
+TEST_F( AWaitForAUnit, seesSignalsAfterTheReplyToo ) {
    for( const std::string method : { "ReloadUnit", "ReloadOrRestartUnit" } ) {
       EXPECT_EQ(
          callScripted( method, { state( "reloading" ), replyJob( 7 ), state( "active" ) } ),
@@ -118,7 +118,7 @@ TEST_F( AWaitForAUnit, readsNothingButTheStateOfAUnit ) {
    }
 }
 
-TEST_F( AWaitForAUnit, hearsNobodyButTheManagerAndItsUnit ) {
+TEST_F( AWaitForAUnit, ignoresSignalsOfOtherSendersAndUnits ) {
    const Body failed = body( "sa{sv}as", unitInterface, 1, "ActiveState", "s", "failed", 0 );
    const std::string path = unitPath( "web.service" );
    EXPECT_EQ(
@@ -176,7 +176,7 @@ TEST_F( AWaitForAUnit, followsThePathThatTheManagerReturns ) {
    EXPECT_EQ( call( "ReloadUnit", "alias.service" ), jobOf( 7 ) );
 }
 
-TEST_F( AWaitForAUnit, isNotBegunForAnUnknownUnit ) {
+TEST_F( AWaitForAUnit, doesNotBeginForAnUnknownUnit ) {
    EXPECT_EQ(
       call( "ReloadUnit", "no.service" ),
       callFailed +

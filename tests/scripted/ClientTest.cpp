@@ -34,7 +34,7 @@ class TheClient : public ClientTest {
 using TheSdbusFactory = ClientTest;
 using TheReplyOperations = ClientTest;
 
-TEST_F( TheSdbusFactory, returnsTheOnlyUseOfAnEntityInitializedUntilItsEndBegins ) {
+TEST_F( TheSdbusFactory, returnsTheOnlyUseOfAnEntityThatIsInitializedUntilDestroyed ) {
    EXPECT_EQ( client->useCount(), 1U );
    EXPECT_TRUE( client->nodeFlag( 0x20000000 ) );
    bool initialized = true;
@@ -52,7 +52,7 @@ TEST_F( TheSdbusFactory, createsASeparateEntityWithItsOwnConnectionEachTime ) {
    EXPECT_EQ( script.alive(), "bus1 bus2" );
 }
 
-TEST_F( TheClient, keepsAConnectionOnWhichSystemdAnswersWhatever ) {
+TEST_F( TheClient, keepsAConnectionWhateverSystemdReplies ) {
    sd_bus* const first = rawSdbus();
    for( const Answer& answer :
         { gives( "running" ), gives( "stopping" ), gives( "" ), Answer{ .result = 1 } } ) {
@@ -127,7 +127,7 @@ TEST_F( TheClient, passesEmptyStringsThrough ) {
       "Sodrel::SdbusCallException: Sdbus::managerPropertyS, manager property  read failed" );
 }
 
-TEST_F( TheClient, insertsNamesWithBracesAsTheyAre ) {
+TEST_F( TheClient, insertsNamesWithBracesUnchanged ) {
    script.next( "sd_bus_get_property_string", fails( EINVAL, "{1} %s" ) );
    EXPECT_EQ(
       thrownBy( [this] { client->managerPropertyS( "{0} %n" ); } ),
@@ -137,7 +137,7 @@ TEST_F( TheClient, insertsNamesWithBracesAsTheyAre ) {
       "Sodrel/8 managerPropertyS: Get {0} %n manager property with sd-bus\n" ) );
 }
 
-TEST_F( TheClient, takesANullStringAsTheEmptyString ) {
+TEST_F( TheClient, treatsANullStringAsEmpty ) {
    script.next( "sd_bus_get_property_string", {} );
    EXPECT_EQ( client->managerPropertyS( "Version" ), "" );
 }
@@ -207,7 +207,7 @@ TEST_F( TheReplyOperations, freeTheErrorOfACallAndThrowItsMessageIfTheCallFailed
    }
 }
 
-TEST_F( TheReplyOperations, takeANullErrorAsOneWithoutAMessage ) {
+TEST_F( TheReplyOperations, treatANullErrorAsOneWithoutAMessage ) {
    EXPECT_EQ(
       thrownBy( [&] { client->handleSdbusCall( -EIO, nullptr, "What the caller did" ); } ),
       "Sodrel::SdbusCallException: What the caller did" );
@@ -219,7 +219,7 @@ TEST_F( TheReplyOperations, copyAPathBeforeTheyDropTheReply ) {
    EXPECT_EQ( client->handleSdbusMessageO( script.newReply( o( path ) ), "" ), path.c_str() );
 }
 
-TEST_F( TheReplyOperations, takeWhatIsNotThereAsTheEmptyPathAndAsFalse ) {
+TEST_F( TheReplyOperations, treatMissingValuesAsTheEmptyPathAndAsFalse ) {
    EXPECT_EQ( client->handleSdbusMessageO( script.newReply( {} ), "" ), "" );
    EXPECT_EQ( client->handleSdbusMessageO( script.newReply( o( std::nullopt ) ), "" ), "" );
    EXPECT_FALSE( client->handleSdbusMessageB( script.newReply( {} ), "" ) );

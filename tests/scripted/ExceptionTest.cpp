@@ -53,7 +53,7 @@ TYPED_TEST( EachException, addsNothingToTheBase ) {
    EXPECT_FALSE( std::is_default_constructible_v< TypeParam > );
 }
 
-TEST( TheLibrarysException, isNoneOfTheFive ) {
+TEST( TheLibrarysException, isNotOneOfTheFiveSpecificOnes ) {
    EXPECT_EQ( caughtAs< Sodrel::Exception >( Derived() ), 0 );
    EXPECT_EQ( Sodrel::Exception( "text" ).name(), "Sodrel::Exception" );
    EXPECT_THROW( throw Sodrel::Exception( "text" ), Tessel::Exception );

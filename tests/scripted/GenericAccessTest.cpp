@@ -35,7 +35,7 @@ TEST_F( GenericAccess, waitsWithoutAnObjectForANullArgument ) {
    }
 }
 
-TEST_F( GenericAccess, waitsForTheObjectThatItIsGivenAndPassesTheExceptions ) {
+TEST_F( GenericAccess, waitsForTheGivenObjectAndPassesExceptionsOn ) {
    const auto monitor = jobRemovedMonitor.make( bus );
    script.next( "sd_bus_process", dispatches( { jobRemoved( 42, "done" ) } ) );
    bool result = false;

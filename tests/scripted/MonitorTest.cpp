@@ -32,21 +32,21 @@ class EachMonitor : public MonitorTest, public testing::WithParamInterface< Moni
    Tessel::Ptr< SignalMonitor > monitor = GetParam().make( bus );
 };
 
-TEST_P( EachMonitor, startsWithTheOnlyUseADefaultLimitAndANewRecord ) {
+TEST_P( EachMonitor, startsWithOneUseTheDefaultLimitAndANewRecord ) {
    EXPECT_EQ( monitor->useCount(), 1U );
    EXPECT_TRUE( monitor->nodeFlag( 0x20000000 ) );
    EXPECT_EQ( fieldOf( *monitor, "syncTimeout" ), "600000000000" );
    EXPECT_EQ( fieldsOf( *GetParam().dataIs( *monitor ) ), GetParam().newRecord );
 }
 
-TEST_P( EachMonitor, givesItsRecordToItsCallback ) {
+TEST_P( EachMonitor, passesItsRecordToItsCallback ) {
    const auto record = GetParam().dataIs( *monitor );
    EXPECT_EQ( record->useCount(), 2U );
    EXPECT_EQ( script.slots().at( 0 )->userdata, record.get() );
    EXPECT_EQ( GetParam().dataIs( *monitor ).get(), record.get() );
 }
 
-TEST_P( EachMonitor, leavesItsRecordToOthersWhoHoldIt ) {
+TEST_P( EachMonitor, leavesItsRecordToItsOtherUsers ) {
    auto record = GetParam().dataIs( *monitor );
    monitor = nullptr;
    EXPECT_EQ( record->useCount(), 1U );
@@ -67,7 +67,7 @@ TEST_P( EachMonitor, makesANewRecordWhenItsOwnIsTakenOut ) {
    monitor = nullptr;
 }
 
-TEST_P( EachMonitor, doesNotCountAsInitializedFromTheBeginOfItsEnd ) {
+TEST_P( EachMonitor, isNotInitializedOnceItsDestructionBegins ) {
    std::string seen;
    const auto* const entity = monitor.get();
    onTrace = [&]( const Tessel::TextTrace& ) {
@@ -87,11 +87,11 @@ TEST_P( EachMonitor, releasesTheSlotThatItWasGiven ) {
    sd_bus_slot_unref( script.slots().at( 0 ).get() );
 }
 
-TEST_P( EachMonitor, endsInTheTimeLimit ) {
+TEST_P( EachMonitor, timesOutWithoutASignal ) {
    EXPECT_EQ( GetParam().waiting( *monitor ), GetParam().timeout() );
 }
 
-TEST_P( EachMonitor, reportsASignalThatItCannotReadButOnlyToTheWaitInWhichItComes ) {
+TEST_P( EachMonitor, reportsAnUnreadableSignalOnlyToTheWaitThatReceivesIt ) {
    script.dispatch( bus, signalOf( GetParam(), u( 1 ) ) );
    script.next( "sd_bus_process", dispatches( { signalOf( GetParam(), u( 1 ) ) } ) );
    EXPECT_EQ( GetParam().waiting( *monitor ), GetParam().callbackFailed() );
@@ -177,7 +177,7 @@ TEST_F( TheWait, forAJobEndsWithItsResult ) {
       { jobRemoved( 0, "done" ), jobRemoved( 42, "done" ) } );
 }
 
-TEST_F( TheWait, forTheManagerEndsWithAFinishAndTellsWhetherItSawAStart ) {
+TEST_F( TheWait, forTheManagerEndsWithAFinishAndReturnsWhetherItSawAStart ) {
    const Signal start = reloading( true );
    const Signal finish = reloading( false );
    const std::string both = "callbackFailed=false started=true finished=true";

@@ -251,7 +251,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
    Tessel::Ptr< Sdbus > client = createdSdbus();
 };
 
-TEST_P( EachOperation, makesItsCallsInTheirOrder ) {
+TEST_P( EachOperation, makesItsCallsInOrder ) {
    prepare();
    EXPECT_EQ( outcome(), GetParam().result );
    EXPECT_EQ( takeLog(), logOf( steps ) );
@@ -272,7 +272,7 @@ TEST_P( EachOperation, makesTheSameCallsWhenNothingIsTraced ) {
    EXPECT_EQ( takeLog(), logOf( untraced ) );
 }
 
-TEST_P( EachOperation, reportsEachFailureOfSdbusAndWorksOnAfterIt ) {
+TEST_P( EachOperation, reportsEachFailureOfSdbusAndRemainsUsable ) {
    std::size_t canFail = 0;
    const std::size_t before = faultPoints;
    for( std::size_t step = 0; step < steps.size(); ++step ) {
@@ -296,7 +296,7 @@ TEST_P( EachOperation, reportsEachFailureOfSdbusAndWorksOnAfterIt ) {
    EXPECT_EQ( faultPoints - before, canFail * 16 );
 }
 
-TEST_P( EachOperation, passesOnThatMemoryIsMissingAndWorksOnAfterIt ) {
+TEST_P( EachOperation, throwsIfMemoryRunsOutAndRemainsUsable ) {
    // First with what is made on first use.
    for( const bool forEver : { false, true } ) {
       for( std::size_t number = 1; tryWithoutMemory( number, forEver ); ++number ) {
@@ -316,7 +316,7 @@ TEST_P( EachOperation, passesOnThatMemoryIsMissingAndWorksOnAfterIt ) {
    }
 }
 
-TEST_P( EachOperation, passesOnThatMemoryIsMissingForAReport ) {
+TEST_P( EachOperation, throwsIfMemoryRunsOutForAReport ) {
    for( std::size_t step = 0; step < steps.size(); ++step ) {
       if( steps.at( step ).failing != Failing::never ) {
          const Fault fault{ step, false, EIO, true };

@@ -60,7 +60,7 @@ TEST_F( AUnitsSignal, changesNothingWithoutProperties ) {
    EXPECT_EQ( record(), untouched );
 }
 
-TEST_F( AUnitsSignal, failsTheCallbackWhereItIsOfAnotherType ) {
+TEST_F( AUnitsSignal, failsTheCallbackIfItIsOfAnotherType ) {
    struct {
       Content changed;
       const char* error;
@@ -81,7 +81,7 @@ TEST_F( AUnitsSignal, failsTheCallbackWhereItIsOfAnotherType ) {
    EXPECT_EQ( record(), "callbackFailed=true started=true finished=false failed=false" );
 }
 
-TEST_F( AUnitsSignal, isOneWithoutAStateWhereANameOrAStateIsNotThere ) {
+TEST_F( AUnitsSignal, hasNoStateIfANameOrAStateIsMissing ) {
    for( const bool hasName : { false, true } ) {
       script.next( "sd_bus_message_read", { .result = 1 } );
       if( hasName ) {
@@ -98,7 +98,7 @@ TEST_F( AUnitsSignal, isOneWithoutAStateWhereANameOrAStateIsNotThere ) {
    EXPECT_EQ( record(), untouched );
 }
 
-TEST_F( AUnitsSignal, takesNullStringsAsEmptyOnes ) {
+TEST_F( AUnitsSignal, treatsNullStringsAsEmpty ) {
    read( properties( { property( "ActiveState", variant( "s", s( std::nullopt ) ) ) } ) );
    script.dispatch( bus, signalOf( unitReloadingMonitor, s( std::nullopt ) ) );
    EXPECT_EQ( record(), untouched );
@@ -133,14 +133,14 @@ class AJobRemovedMonitor : public BusTest {
    Tessel::Ptr< JobRemovedMonitor > monitor = Sodrel::jobRemovedMonitorFactory( bus );
 };
 
-TEST_F( AJobRemovedMonitor, takesAnEmptySignalAsOneOfJobZeroWithoutAResult ) {
+TEST_F( AJobRemovedMonitor, treatsAnEmptySignalAsOneOfJobZeroWithoutAResult ) {
    script.dispatch( bus, jobRemoved( 0, "done" ) );
    EXPECT_EQ( fieldsOf( *monitor->dataIs() ), "callbackFailed=false jobId=0 result=done" );
    script.dispatch( bus, signalOf( jobRemovedMonitor, {} ) );
    EXPECT_EQ( fieldsOf( *monitor->dataIs() ), "callbackFailed=false jobId=0 result=" );
 }
 
-TEST_F( AJobRemovedMonitor, knowsUnitsByTheStartOfTheirPath ) {
+TEST_F( AJobRemovedMonitor, recognisesUnitsByTheStartOfTheirPath ) {
    EXPECT_TRUE( monitor->isUnitObject( fooPath ) );
    EXPECT_TRUE( monitor->isUnitObject( "/org/freedesktop/systemd1/unit/" ) );
    EXPECT_FALSE( monitor->isUnitObject( "/org/freedesktop/systemd1/unit" ) );

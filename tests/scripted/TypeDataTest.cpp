@@ -175,7 +175,7 @@ TEST_F( TheTypeData, isFoundByTheNamesOfTheTypes ) {
    EXPECT_EQ( Tessel::findType( "Sodrel::Nothing" ), Tessel::nodeType );
 }
 
-TEST_F( TheTypeData, isGivenByEachEntity ) {
+TEST_F( TheTypeData, isReturnedByEachEntity ) {
    EXPECT_EQ( createdSdbus()->typeData(), ( TypeRef{ &sodrelModule, 0 } ) );
    std::uint32_t index = 1;
    for( const Monitor& kind :

@@ -50,7 +50,7 @@ TEST_F( TheWaitLoop, processesUntilTheQueueIsDrainedBeforeItLooksAtTheClock ) {
    EXPECT_EQ( takeLog(), begin + process + process + process + read + read + process + now );
 }
 
-TEST_F( TheWaitLoop, writesItsLimitWithAPointInEveryLocale ) {
+TEST_F( TheWaitLoop, writesItsLimitWithADecimalPointInEveryLocale ) {
    setenv( "LOCPATH", LOCALES, 1 );
    ASSERT_STREQ( std::setlocale( LC_ALL, "de_DE.UTF-8" ), "de_DE.UTF-8" );
    ASSERT_EQ( std::to_string( 0.5 ), "0,500000" );
@@ -73,7 +73,7 @@ TEST_F( TheWaitLoop, waitsForTheRestOfTheLimitAfterEachDrainedPass ) {
                     process + now );
 }
 
-TEST_F( TheWaitLoop, goesOnAfterAWaitThatRanOut ) {
+TEST_F( TheWaitLoop, continuesAfterAWaitThatTimedOut ) {
    script.next( "sd_bus_wait", { .result = 0 } );
    script.next( "sd_bus_wait", { .result = 1 } );
    clock.readingsAre( { 0, 1, 2, 600 * second } );
@@ -164,7 +164,7 @@ TEST_F( TheWaitLoop, refusesALaterReadingThatIsNegativeOrBeforeTheFirst ) {
    }
 }
 
-TEST_F( TheWaitLoop, looksForAFailedCallbackAlsoBetweenPositiveResults ) {
+TEST_F( TheWaitLoop, checksForAFailedCallbackBetweenPositiveResultsToo ) {
    script.next( "sd_bus_process", dispatches( { signalOf( daemonReloadingMonitor, u( 1 ) ) } ) );
    EXPECT_EQ( waiting(), daemonReloadingMonitor.callbackFailed() );
    EXPECT_EQ(

@@ -80,7 +80,7 @@ TEST_F( ADaemonReload, isOverWhenTheCallReturns ) {
    EXPECT_EQ( text( client->unitPropertyS( "changing.target", "Description" ) ), "New" );
 }
 
-TEST_F( ADaemonReload, isSeenThoughOnlyAnotherClientHasSubscribed ) {
+TEST_F( ADaemonReload, isSeenEvenIfOnlyAnotherClientHasSubscribed ) {
    const Observer observer;
 
    for( int i = 0; i < 3; ++i ) {
@@ -96,7 +96,7 @@ TEST_F( ADaemonReload, isNeverSeenWithoutASubscriber ) {
    EXPECT_EQ( shortWait( *monitor ), unseen() );
 }
 
-TEST_F( ADaemonReload, isSeenThoughAnotherCalledForIt ) {
+TEST_F( ADaemonReload, isSeenEvenIfAnotherClientRequestedIt ) {
    client->managerCall( "Subscribe", true );
    const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
 
@@ -105,7 +105,7 @@ TEST_F( ADaemonReload, isSeenThoughAnotherCalledForIt ) {
    EXPECT_TRUE( monitor->wait( std::nullopt ) );
 }
 
-TEST_F( ADaemonReload, canBeAwaitedByOneMonitorAgainAndAgain ) {
+TEST_F( ADaemonReload, canBeAwaitedRepeatedlyByOneMonitor ) {
    client->managerCall( "Subscribe", true );
    const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
 
@@ -116,7 +116,7 @@ TEST_F( ADaemonReload, canBeAwaitedByOneMonitorAgainAndAgain ) {
    EXPECT_EQ( shortWait( *monitor ), expired );
 }
 
-TEST_F( ADaemonReload, isSeenTooLateWhenThereIsNoTime ) {
+TEST_F( ADaemonReload, timesOutWithALimitOfZero ) {
    client->managerCall( "Subscribe", true );
    const auto monitor = daemonReloadingMonitorFactory( client->sdbus() );
    limitIs( *monitor, 0 );
@@ -160,7 +160,7 @@ TEST_F( ACallWithoutArguments, isNotSentWhenItsOutcomeCannotBeSeen ) {
    client->managerCall( "Subscribe", true );
 }
 
-TEST_F( ACallWithoutArguments, namesAMethodThatTheManagerDoesNotHave ) {
+TEST_F( ACallWithoutArguments, reportsAMethodThatTheManagerDoesNotHave ) {
    EXPECT_EQ(
       thrownBy( [&] { client->managerCall( "Mend", true ); } ),
       "Sodrel::SdbusCallException: Sdbus::asyncManagerCall, sd-bus call Mend failed: Unknown "

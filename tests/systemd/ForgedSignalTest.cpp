@@ -137,7 +137,7 @@ TEST_F( AForgedSignal, isKeptAwayByTheBusPolicy ) {
 }
 
 // Any service sends "PropertiesChanged", so no policy can let only root send it.
-TEST_F( AForgedSignal, stillClaimsAnotherStateOfAUnitInSpiteOfTheBusPolicy ) {
+TEST_F( AForgedSignal, canStillClaimAnotherUnitStateDespiteTheBusPolicy ) {
    policyIsInstalled();
    const std::string unit = "start-waits.service";
    started();

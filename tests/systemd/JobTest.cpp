@@ -147,7 +147,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 class AJob : public AClient {};
 
-TEST_F( AJob, isDoneThoughAConditionKeptTheUnitFromStarting ) {
+TEST_F( AJob, isDoneEvenIfAConditionKeepsTheUnitFromStarting ) {
    call( "StartUnit", "condition-unmet.service" );
    call( "StartUnit", "exec-condition-unmet.service" );
 
@@ -167,7 +167,7 @@ TEST_F( AJob, isReportedAsCanceledByAnother ) {
       "Sodrel::SdbusJobException: JobRemovedMonitor::wait, job " + start + " result: canceled" );
 }
 
-TEST_F( AJob, goesOnAfterAnAsynchronousCall ) {
+TEST_F( AJob, continuesAfterAnAsynchronousCall ) {
    Gate gate( "/run/start-waits" );
 
    const std::string job = send( "StartUnit", "start-waits.service" );
@@ -178,7 +178,7 @@ TEST_F( AJob, goesOnAfterAnAsynchronousCall ) {
    gate.pass();
 }
 
-TEST_F( AJob, isAwaitedThoughItEndedBeforeTheWaitBegan ) {
+TEST_F( AJob, canBeAwaitedAfterItsEnd ) {
    Observer observer;
    const auto monitor = jobRemovedMonitorFactory( client->sdbus() );
    const std::string job = send( "StartUnit", "oneshot-remains.service" );
@@ -187,7 +187,7 @@ TEST_F( AJob, isAwaitedThoughItEndedBeforeTheWaitBegan ) {
    EXPECT_TRUE( monitor->wait( Tessel::String( job ) ) );
 }
 
-TEST_F( AJob, isNotTakenForOneOfAnotherClient ) {
+TEST_F( AJob, isNotMistakenForOneOfAnotherClient ) {
    Gate gate( "/run/start-waits" );
    const Observer observer;
    const auto monitor = jobRemovedMonitorFactory( client->sdbus() );

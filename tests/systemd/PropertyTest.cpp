@@ -37,7 +37,7 @@ TEST_F( AClient, readsAStringOfTheManager ) {
    EXPECT_EQ( text( client->managerPropertyS( "Version" ) ), shown( "Version", "" ) );
 }
 
-TEST_F( AClient, readsABooleanOfTheManagerAsItIsNow ) {
+TEST_F( AClient, readsTheCurrentValueOfABooleanOfTheManager ) {
    EXPECT_TRUE( client->managerPropertyB( "ServiceWatchdogs" ) );
 
    run( "systemctl service-watchdogs no" );
@@ -59,7 +59,7 @@ TEST_F( AClient, readsPropertiesOfAUnitWhoseNameIsNotAPath ) {
 }
 
 // systemd unloads an inactive unit that nothing refers to, so this is how it says "inactive".
-TEST_F( AClient, readsNothingOfAUnitThatHasBeenStopped ) {
+TEST_F( AClient, cannotReadAUnitThatHasBeenStopped ) {
    call( "StartUnit", "simple-without-reload.service" );
    EXPECT_EQ( stateOf( "simple-without-reload.service" ), "active" );
 

@@ -14,7 +14,7 @@ class ATrace : public AClient {
    CollectedTraces traces{ { "Sodrel", "SignalMonitor" } };
 };
 
-TEST_F( ATrace, ofACreationTellsTheSystemState ) {
+TEST_F( ATrace, ofACreationContainsTheSystemState ) {
    const auto another = sdbusFactory();
 
    EXPECT_THAT(

@@ -199,7 +199,7 @@ TEST_F( AUnitReload, doesNotSeeTheEndOfOneThatHadBegunBefore ) {
    EXPECT_EQ( observer.statesUntilEndOf( first ), "active reloading active reloading active" );
 }
 
-TEST_F( AUnitReload, cannotBeFollowedWhenItMayEndInNothing ) {
+TEST_F( AUnitReload, cannotBeAwaitedIfItMayDoNothing ) {
    Observer observer;
    call( "StartUnit", "reload-succeeds.service" );
 
