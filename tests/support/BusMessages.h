@@ -39,7 +39,7 @@ Body body( const std::string& signature, Values... values ) {
 std::string unitPath( const std::string& name );
 std::string jobOf( uint32_t id );
 
-// Sends a signal or a reply. On a connection that has been closed it is dropped.
+// Sends a signal or a reply. If the connection is closed, the message is dropped.
 // Throws std::system_error if it cannot be composed or sent.
 void sendSignal(
    sd_bus* bus, const std::string& path, const std::string& interface, const std::string& member,
@@ -51,7 +51,7 @@ void sendError(
    sd_bus_message* call, const std::string& name, const std::optional< std::string >& message );
 
 // Returns the name of a method or signal, or "reply" or the name of the error, followed by the
-// values of the body, each after a blank; containers leave no trace.
+// values of the body, each after a blank, without any mark for containers.
 std::string messageText( sd_bus_message* message );
 
 } // namespace SodrelTest

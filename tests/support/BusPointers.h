@@ -21,7 +21,7 @@ using BusPtr = std::unique_ptr< sd_bus, Releaser< sd_bus_flush_close_unref > >;
 using MessagePtr = std::unique_ptr< sd_bus_message, Releaser< sd_bus_message_unref > >;
 using TrackPtr = std::unique_ptr< sd_bus_track, Releaser< sd_bus_track_unref > >;
 
-// Returns what sd-bus returned. Throws std::system_error if that is negative.
+// Returns the result of an sd-bus function. Throws std::system_error if it is negative.
 inline int checked( int result, const char* what ) {
    if( result < 0 ) {
       throw std::system_error( -result, std::generic_category(), what );
@@ -41,7 +41,7 @@ inline BusPtr busAt( const std::string& address, bool monitor = false ) {
    return bus;
 }
 
-// Returns the unique name of the owner of a name, or "" if nobody owns it.
+// Returns the unique name of the owner of a name, or "" if there is none.
 inline std::string ownerOf( sd_bus* bus, const char* name ) {
    sd_bus_creds* raw = nullptr;
    if( sd_bus_get_name_creds( bus, name, SD_BUS_CREDS_UNIQUE_NAME, &raw ) < 0 ) {

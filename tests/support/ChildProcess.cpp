@@ -14,17 +14,17 @@ namespace SodrelTest {
 
 ChildProcess::ChildProcess( const std::function< int() >& body ) {
    const pid_t parent = getpid();
-   // What is buffered now would be written by both processes.
+   // Otherwise both processes would write what is buffered now.
    std::fflush( nullptr );
    process_ = fork();
    if( process_ < 0 ) {
       throw std::system_error( errno, std::generic_category(), "fork" );
    }
    if( process_ == 0 ) {
-      // Not to be left by an exception: the parent's frames lie above it.
+      // No exception may leave this scope, because the parent's frames are above it.
       _exit( [&]() noexcept {
          prctl( PR_SET_PDEATHSIG, SIGKILL );
-         // The parent may have died before the tie was made.
+         // The parent may have died before prctl.
          const int result = getppid() == parent ? body() : 1;
          std::fflush( nullptr );
          return result;

@@ -6,11 +6,11 @@
 
 namespace SodrelTest {
 
-// Runs a body in a process of its own; the body's result is the exit status.
+// Runs a body in a child process; the body's result is the exit status.
 //
 // Owns the process: the destructor kills and reaps it, and the kernel kills it when the thread that
-// made it ends, at the latest with the parent.
-// Thread: the child has the calling thread alone.
+// created it ends, at the latest with the parent.
+// Thread: the child has only the calling thread.
 class ChildProcess {
  public:
    explicit ChildProcess( const std::function< int() >& body );
@@ -20,8 +20,8 @@ class ChildProcess {
 
    pid_t pid() const { return process_; }
 
-   // Waits for the end. Returns the exit status, or 128 and the number of the signal that ended
-   // the process, as shells do.
+   // Waits for the process to end. Returns its exit status, or 128 plus the number of the signal
+   // that ended it, as shells do.
    int wait();
 
  private:

@@ -11,7 +11,7 @@ extern "C" {
 
 #include <gcov.h>
 
-// These stand in for the C library's by name.
+// These replace the C library's functions by name.
 
 [[noreturn]] void _exit( int status ) { // NOLINT(bugprone-reserved-identifier)
    __gcov_dump();

@@ -16,7 +16,7 @@ thread_local void ( *duringAllocation )() = nullptr;
 
 namespace {
 
-// Of this thread.
+// All of these belong to this thread.
 thread_local bool watching = false;
 thread_local bool paused = false;
 thread_local std::size_t failingNumber = 0;
@@ -26,8 +26,8 @@ thread_local std::size_t failureCount = 0;
 
 std::atomic< std::size_t > watchedBlockCount = 0;
 
-// Whether a block was allocated under watch stands in its last byte, so that pointers to blocks are
-// those that malloc returned, as leak checkers expect.
+// The last byte of a block tells whether it was watched when allocated, so that pointers to blocks
+// are those that malloc returned, as leak checkers expect.
 bool& isWatched( void* block ) {
    return static_cast< bool* >( block )[malloc_usable_size( block ) - 1];
 }

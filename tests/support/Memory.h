@@ -1,26 +1,27 @@
-// What tests do to memory: operator new is replaced, so that what it allocates can be counted and
-// can fail.
+// Replaces operator new, so that tests can count allocations and make them fail.
 #pragma once
 
 #include <cstddef>
 
 namespace SodrelTest {
 
-// While one exists, what its thread allocates is watched: counted, and made to fail.
+// While one exists, the allocations of its thread are watched: they are counted, and can be made to
+// fail.
 class WatchedMemory {
  public:
-   // The allocation with that number, from 1, fails; with `forEver` all later ones too. 0: none.
+   // The allocation with that number, counted from 1, fails; with `forEver`, all later ones fail
+   // too. 0: none fails.
    explicit WatchedMemory( std::size_t failing = 0, bool forEver = false );
    ~WatchedMemory();
    WatchedMemory( const WatchedMemory& ) = delete;
    WatchedMemory& operator=( const WatchedMemory& ) = delete;
 
-   // How many allocations have failed.
+   // Returns the number of failed allocations.
    [[nodiscard]] std::size_t failures() const;
 };
 
 // While one exists, this thread's allocations are not watched: those of replaced functions and of
-// the tests. With `again` they are: those of what the replaced functions call back.
+// the tests. With `again` they are, for callbacks of the replaced functions.
 class UnwatchedMemory {
  public:
    explicit UnwatchedMemory( bool again = false );
@@ -32,11 +33,11 @@ class UnwatchedMemory {
    const bool before_;
 };
 
-// The blocks that were allocated under watch, by any thread, and have not been released.
+// Returns the number of blocks that were watched when allocated, by any thread, and not released.
 std::size_t watchedBlocks();
 
 // Counts an allocation of the calling thread if it is watched, and returns whether it must fail:
-// for allocators that stand beside operator new.
+// for allocators other than operator new.
 bool allocationFails();
 
 // Runs once, within this thread's next allocation.

@@ -81,7 +81,7 @@ void PrivateBus::start() {
    } );
    close( ready[1] );
    close( file );
-   // The daemon prints its address once it listens; the end of the pipe means that it has ended.
+   // The daemon prints its address once it listens. The end of the pipe means that it has exited.
    char firstByte = 0;
    const ssize_t got = read( ready[0], &firstByte, 1 );
    close( ready[0] );

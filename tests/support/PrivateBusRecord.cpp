@@ -54,7 +54,8 @@ void PrivateBusRecord::clear() {
 }
 
 void PrivateBusRecord::collect() {
-   // The bus may read the first mark before a call that lay beside it, but never the second.
+   // The bus may read the first mark before a call that was sent at the same time, but never the
+   // second one.
    for( int round = 0; round < 2; ++round ) {
       const std::string mark = "sodrel.test.Mark" + std::to_string( ++marks_ );
       ownerOf( marker_.get(), mark.c_str() );
@@ -84,7 +85,7 @@ void PrivateBusRecord::add( sd_bus_message* message, const std::string& text ) {
       }
       return;
    }
-   // Only the support asks for names.
+   // Only the test support requests names.
    if( text.starts_with( "RequestName" ) ) {
       supporters_.insert( sender );
    }

@@ -24,8 +24,8 @@ class PrivateBusRecord {
  public:
    explicit PrivateBusRecord( const PrivateBus& bus );
 
-   // Returns what clients had called before this was called, all since the creation; the calls of
-   // the test support itself are left out.
+   // Returns all calls that clients have made since the creation, without those of the test
+   // support itself.
    const std::vector< RecordedCall >& calls();
 
    // Returns the texts of the calls.
@@ -34,7 +34,7 @@ class PrivateBusRecord {
    // Returns the signals and replies of the test support, as in "JobRemoved 1 /path done".
    const std::vector< std::string >& said();
 
-   // Forgets all that has been recorded.
+   // Discards everything recorded so far.
    void clear();
 
  private:

@@ -11,7 +11,7 @@ namespace SodrelTest {
 
 namespace {
 
-// None when the real clock is shown.
+// Null while the real clock is in use.
 std::deque< std::int64_t > readings;
 
 } // namespace

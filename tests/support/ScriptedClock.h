@@ -6,8 +6,8 @@
 
 namespace SodrelTest {
 
-// While one exists, the steady clock shows what it says, and each reading is logged. It stands
-// still unless it is moved.
+// While one exists, it provides the time of the steady clock, and each reading is logged. The clock
+// stands still unless it is moved.
 class ScriptedClock {
  public:
    ScriptedClock();
@@ -19,7 +19,7 @@ class ScriptedClock {
    void readingsAre( std::deque< std::int64_t > nanoseconds );
 };
 
-// Moves the scripted clock where it stands still.
+// Moves the scripted clock while it stands still.
 void clockMoves( std::uint64_t microseconds );
 
 } // namespace SodrelTest

@@ -1,4 +1,4 @@
-// What happened in a scripted test, in its order: sd-bus calls, clock readings and traces.
+// The log of a scripted test: sd-bus calls, clock readings and traces, in order.
 #pragma once
 
 #include <support/Memory.h>
@@ -16,7 +16,7 @@ inline void logLine( const std::string& line ) {
    scriptedLog += ( scriptedLog.empty() ? "" : "\n" ) + line;
 }
 
-// The lines so far, joined by line ends; the log is empty afterwards.
+// Returns the lines so far, joined by newlines, and clears the log.
 inline std::string takeLog() {
    return std::exchange( scriptedLog, {} );
 }

@@ -63,7 +63,7 @@ void ScriptedManager::run( const Script& script ) {
 }
 
 void ScriptedManager::runSoon( const Script& script ) {
-   // What it throws ends the process, since nobody waits for it.
+   // Exceptions end the process, because no caller waits for the outcome.
    inItsThread( [this, script]() noexcept { perform( script, nullptr ); } );
 }
 
@@ -86,7 +86,7 @@ int ScriptedManager::onMessage( sd_bus_message* message, void* manager, sd_bus_e
           static_cast< ScriptedManager* >( manager )->answer( message );
 }
 
-// Returns whether there was a script, in which case the model has nothing to do.
+// Returns whether there was a script; if so, the model does nothing.
 bool ScriptedManager::answer( sd_bus_message* call ) {
    const std::string name = callName( call );
    std::deque< Script >& next = nextScripts_[name];
@@ -123,7 +123,7 @@ std::future< void > ScriptedManager::inItsThread( std::function< void() > task )
 }
 
 void ScriptedManager::serve() {
-   // The signals of the process are for the test.
+   // POSIX signals are left to the test's thread.
    sigset_t all;
    sigfillset( &all );
    pthread_sigmask( SIG_BLOCK, &all, nullptr );

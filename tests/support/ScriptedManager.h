@@ -17,8 +17,8 @@
 
 namespace SodrelTest {
 
-// Owns org.freedesktop.systemd1 on the bus, in a thread of its own, and behaves like systemd with
-// some loaded units; scripts replace what it does for a call.
+// Owns org.freedesktop.systemd1 on the bus, on a separate thread, and behaves like systemd with
+// some loaded units. Scripts replace what it does for a call.
 //
 //    ScriptedManager manager( bus, { { .name = "web.service", .activeState = "active" } } );
 //    manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, "done" ) } );
@@ -27,8 +27,8 @@ namespace SodrelTest {
 //    manager.run( { reloading( true ) } );                                  // now
 //
 // A call without a script gets the standard behaviour; an empty script never replies.
-// Thread: all operations may be called while a client in the same thread is in the middle of one.
-// A process that forks leaves the manager with the parent.
+// Thread: all operations may be called while a client on the same thread is in the middle of one.
+// After a fork, the manager belongs to the parent.
 class ScriptedManager {
  public:
    explicit ScriptedManager( const PrivateBus& bus, std::vector< Unit > loaded = {} );
@@ -36,21 +36,21 @@ class ScriptedManager {
    ScriptedManager& operator=( const ScriptedManager& ) = delete;
    ~ScriptedManager();
 
-   // Sets what is done for the next call without a script of its own; a call is named by its
-   // method, or by "Get" and the property.
+   // Sets what is done for the next call that has no script yet. A call is named by its method, or
+   // by "Get" and the property.
    void onCall( const std::string& call, const Script& script );
 
-   // Sets what is done for all calls for which no other script is left.
+   // Sets what is done for all calls that have no other script left.
    void onEveryCall( const std::string& call, const Script& script );
 
-   // Does something, and returns when the bus has delivered it and all that was sent before.
+   // Carries out a script, and returns when the bus has delivered it and everything sent before.
    // Throws what an action throws.
    void run( const Script& script );
 
-   // Does something soon, as when a client blocks right after this returns.
+   // Carries out a script soon, for example while a client blocks after this has returned.
    void runSoon( const Script& script );
 
-   // Starts the manager anew, with its first units, no script and no subscriber.
+   // Restarts the manager with its initial units, no scripts and no subscribers.
    void start();
 
  private:

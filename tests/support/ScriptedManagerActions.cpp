@@ -73,7 +73,7 @@ Action byStranger( const Action& signal ) {
    return { [=]( Turn& turn ) {
       turn.manager.deliver();
       const BusPtr stranger = busAt( turn.manager.address() );
-      // The bus's record of calls knows the test support by the names that it requests.
+      // The record of calls recognises the test support by the names that it requests.
       checked( sd_bus_request_name( stranger.get(), "sodrel.test.Stranger", 0 ), "stranger" );
       Turn other{ turn.manager, stranger.get(), nullptr };
       signal.act( other );

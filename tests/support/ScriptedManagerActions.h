@@ -1,4 +1,4 @@
-// What a scripted manager can do: a test's vocabulary.
+// The actions of a scripted manager, from which tests compose their scripts.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace SodrelTest {
 
 class ScriptedManagerModel;
 
-// A script that is being carried out.
+// The execution of a script.
 struct Turn {
    ScriptedManagerModel& manager;
    // The connection that signals are sent on.
@@ -30,7 +30,7 @@ struct Action {
 
 using Script = std::vector< Action >;
 
-// Replies to the call. The wrong type or an empty body are as good as any other.
+// Replies to the call. The body may have the wrong type or be empty.
 Action reply( const Body& content = {} );
 
 // Replies with the path of a job.
@@ -39,7 +39,7 @@ Action replyJob( uint32_t id );
 // Replies with a D-Bus error, with or without a message.
 Action error( const std::string& name, const std::optional< std::string >& message = {} );
 
-// Emit a signal, whoever has subscribed: any at all, or one of the manager object.
+// Emit a signal, regardless of subscriptions: any signal, or one of the manager object.
 Action signal(
    const std::string& path, const std::string& interface, const std::string& member,
    const Body& content );
@@ -49,7 +49,7 @@ jobRemoved( uint32_t id, const std::string& result, const std::string& unit = "a
 Action reloading( bool active );
 Action propertiesChanged( const std::string& unit, const Body& content );
 
-// Emits the change of a unit's ActiveState, which the unit then has.
+// Changes a unit's ActiveState and emits the signal.
 Action activeState( const std::string& unit, const std::string& state );
 
 // Emits JobRemoved with "done" for each of `count` jobs, the first of which is `first`.
@@ -59,7 +59,7 @@ Action foreignJobs( uint32_t first, uint32_t count );
 Action byStranger( const Action& signal );
 
 // Lose and regain the manager's name, or the whole connection, as when systemd crashes and is
-// started again: without subscribers.
+// restarted, without subscribers.
 Action releaseName();
 Action acquireName();
 Action disconnect();
@@ -68,7 +68,7 @@ Action connect();
 // Kills the bus once all earlier messages have been delivered.
 Action killBus( PrivateBus& bus );
 
-// Calls a function of the test in the manager's thread, with the call.
+// Calls a function of the test on the manager's thread, with the call.
 Action custom( const std::function< void( sd_bus_message* ) >& function );
 
 } // namespace SodrelTest

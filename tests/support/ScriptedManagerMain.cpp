@@ -1,5 +1,5 @@
-// Runs a command with a system bus and a scripted manager of its own: for trying out and for demos
-// where no systemd runs.
+// Runs a command with its own system bus and scripted manager, for experiments and demos where no
+// systemd is available.
 #include <cstdio>
 
 #include <unistd.h>

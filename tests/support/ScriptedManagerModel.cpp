@@ -1,4 +1,4 @@
-// The life of units and jobs, who is told, and the objects that sd-bus serves.
+// The life cycle of units and jobs, their signals, and the objects that sd-bus serves.
 #include <support/ScriptedManagerModel.h>
 
 #include <array>
@@ -195,7 +195,7 @@ void ScriptedManagerModel::doJob( sd_bus_message* call ) {
    }
 }
 
-// Lets the unit go through the states of its last job.
+// Takes the unit through the states of its last job.
 void ScriptedManagerModel::run( const std::string& method, Unit& unit ) {
    const bool up = unit.activeState == "active" || unit.activeState == "reloading";
    const bool stops = up && method != "StartUnit";

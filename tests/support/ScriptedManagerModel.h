@@ -12,7 +12,7 @@
 
 namespace SodrelTest {
 
-// A loaded unit, and what happens to it.
+// A loaded unit and its behaviour.
 struct Unit {
    std::string name;
    std::string activeState = "inactive";
@@ -24,7 +24,7 @@ struct Unit {
 
 // Serves the manager's objects and owns the manager's name while it is connected.
 //
-// Thread: everything runs on one, which is that of the connection.
+// Thread: everything runs on a single thread, that of the connection.
 class ScriptedManagerModel {
  public:
    // The filter sees each message before the objects.
@@ -32,13 +32,13 @@ class ScriptedManagerModel {
       std::string busAddress, const std::vector< Unit >& loaded, sd_bus_message_handler_t filter,
       void* userdata );
 
-   // Connects anew, without subscribers.
+   // Reconnects, without subscribers.
    void connect();
 
-   // Returns when the bus knows that nobody owns the name.
+   // Returns when the bus knows that the name has no owner.
    void disconnect();
 
-   // Returns when the bus has passed on everything that was sent, or has died.
+   // Returns when the bus has forwarded everything that was sent, or has died.
    void deliver();
 
    // Handles what has been received. Returns what to wait for.

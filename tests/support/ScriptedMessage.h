@@ -1,4 +1,4 @@
-// The content of scripted messages: typed values that are read in their order, as sd-bus does it.
+// The content of scripted messages: typed values that are read in order, as in sd-bus.
 #pragma once
 
 #include <cstdarg>
@@ -11,7 +11,7 @@
 
 namespace SodrelTest {
 
-// One basic value, or the begin or the end of a container.
+// One basic value, or the beginning or the end of a container.
 struct Item {
    char type = 0;                     // ')' for the end of a container
    std::optional< std::string > text; // a string; a container's type of contents
@@ -22,7 +22,7 @@ using Content = std::vector< Item >;
 
 Content u( std::uint32_t number );
 Content b( bool value );
-// Nothing gives a null C string.
+// std::nullopt stands for a null C string.
 Content s( std::optional< std::string > text );
 Content o( std::optional< std::string > path );
 Content variant( const char* type, const Content& value );
@@ -34,7 +34,7 @@ Content join( std::initializer_list< Content > parts );
 
 } // namespace SodrelTest
 
-// What stands behind sd-bus's message in a scripted test. Results are those of sd-bus.
+// The definition of sd-bus's message in a scripted test. Results are those of sd-bus.
 struct sd_bus_message {
    int read( const char* types, std::va_list arguments );
    int enter( char type, const char* contents );

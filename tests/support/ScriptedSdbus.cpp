@@ -16,7 +16,7 @@ namespace {
 
 ScriptedSdbus* current = nullptr;
 
-// The name for the log of what should be among these objects and not be gone.
+// Returns the name for the log of an object, which must be among these and not released.
 template< typename T, typename... Objects >
 std::string nameAmong( const T* object, const Objects&... objects ) {
    if( !object ) {
@@ -252,7 +252,7 @@ void ScriptedSdbus::released( sd_bus_message* message ) {
    if( message ) {
       EXPECT_TRUE( message->owned ) << message->name << " is not the library's to release";
       message->released = true;
-      // What the library has read points into this.
+      // Strings that the library has read point into this.
       for( Item& item : message->content ) {
          if( item.text ) {
             std::fill( item.text->begin(), item.text->end(), '#' );

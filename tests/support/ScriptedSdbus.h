@@ -1,9 +1,8 @@
 // A scripted sd-bus: the sd_bus_* functions that the library calls are replaced by name.
 //
-// Each call is logged with all its arguments as one line. Without a script a function does what a
-// healthy bus and systemd would make it do; a script gives single calls other results. All
-// objects are known from their making to their release; one that is used or released after that
-// fails the test.
+// Each call is logged with all its arguments as one line. Without a script, a function behaves as
+// with a healthy bus and systemd; a script gives single calls other results. All objects are
+// tracked from creation to release; using or releasing one after that fails the test.
 #pragma once
 
 #include <support/ScriptedMessage.h>
@@ -18,11 +17,11 @@
 
 #include <systemd/sd-bus.h>
 
-// What stands behind sd-bus's connections and slots.
+// The definitions of sd-bus's connections and slots.
 struct sd_bus {
    std::string name;
    bool open = true;      // and owned by the library
-   std::size_t slots = 0; // a connection is there as long as one of its slots
+   std::size_t slots = 0; // each keeps the connection object alive
 
    [[nodiscard]] bool gone() const { return !open && slots == 0; }
 };
@@ -49,7 +48,7 @@ struct Signal {
    Content content;
 };
 
-// What one call does.
+// The behaviour of one call.
 struct Answer {
    int result = 0;
    // The error that the caller's sd_bus_error is filled with.
@@ -61,17 +60,17 @@ struct Answer {
    bool certain = false;                // whatever the script says
 };
 
-// The call fails with the error number; with a message, also by a D-Bus error.
+// The call fails with the error number and, if there is a message, with a D-Bus error.
 Answer fails( int error );
 Answer fails( int error, std::string message );
 // A string property has the value.
 Answer gives( std::string text );
-// A call or a property read brings the content.
+// A call or a property read returns the content.
 Answer replies( Content content );
-// sd_bus_process dispatches the signals and says that there may be more to do.
+// sd_bus_process dispatches the signals and reports that there may be more to do.
 Answer dispatches( std::vector< Signal > signals );
 
-// While one exists, it is what the sd_bus_* functions do.
+// While one exists, it determines the behaviour of the sd_bus_* functions.
 class ScriptedSdbus {
  public:
    ScriptedSdbus();
@@ -92,27 +91,27 @@ class ScriptedSdbus {
    // The lines of the calls that have failed since then.
    [[nodiscard]] const std::vector< std::string >& faults() const { return faults_; }
 
-   // What has been made and not released, separated by blanks.
+   // The objects that were created and not released, separated by blanks.
    [[nodiscard]] std::string alive() const;
 
-   // For tests that play the library's part.
+   // For tests that take the library's part.
    sd_bus* newBus();
    sd_bus_message* newReply( Content content );
    void errorIs( sd_bus_error* error, const Answer& answer );
 
-   // The slots in the order of their making.
+   // The slots in the order of their creation.
    [[nodiscard]] const std::vector< std::unique_ptr< sd_bus_slot > >& slots() const {
       return slots_;
    }
 
-   // For the replaced functions. `called` is where each of them comes by: it logs the call and
-   // gives what the script or the fault says, otherwise `usual`.
+   // For the replaced functions. Each of them calls `called`, which logs the call and returns the
+   // behaviour that the script or the fault determines, otherwise `usual`.
    Answer called( const char* function, const std::string& arguments, Answer usual );
    sd_bus_slot* newSlot( sd_bus_slot slot );
    char* newText( const std::string& text );
    void dispatch( sd_bus* bus, const Signal& signal );
    [[nodiscard]] bool expectsMore( const std::string& function ) const;
-   // Names for the log; they fail the test for what has been released.
+   // Names for the log. They fail the test if the object has been released.
    std::string nameOf( const sd_bus* bus ) const;
    std::string nameOf( const sd_bus_slot* slot ) const;
    std::string nameOf( const sd_bus_message* message ) const;
@@ -137,7 +136,7 @@ class ScriptedSdbus {
    std::vector< std::string > faults_;
 };
 
-// The script that exists; without one the test ends.
+// Returns the existing script; without one, the test process ends.
 ScriptedSdbus& scriptedSdbus();
 
 } // namespace SodrelTest

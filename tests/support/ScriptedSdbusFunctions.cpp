@@ -15,7 +15,7 @@ using SodrelTest::Answer;
 using SodrelTest::scriptedSdbus;
 using SodrelTest::UnwatchedMemory;
 
-// Whether the caller gave an address for what is named.
+// Shows whether the caller passed an address for the named result.
 struct Out {
    const void* address;
    const char* name;
@@ -49,13 +49,13 @@ void log( const char* function, const Args&... arguments ) {
    SodrelTest::logLine( std::string( function ) + "( " + list( arguments... ) + " )" );
 }
 
-// What the script says about a call.
+// The script's result for a call.
 template< typename... Args >
 Answer called( const char* function, Answer usual, const Args&... arguments ) {
    return scriptedSdbus().called( function, list( arguments... ), std::move( usual ) );
 }
 
-// What sd-bus itself says about a connection.
+// sd-bus's own result for a connection.
 Answer onBus( const sd_bus* bus, Answer usual, int closed = -ENOTCONN ) {
    if( !bus ) {
       return { .result = -EINVAL, .certain = true };
@@ -63,7 +63,7 @@ Answer onBus( const sd_bus* bus, Answer usual, int closed = -ENOTCONN ) {
    return bus->open ? usual : Answer{ .result = closed, .certain = true };
 }
 
-// Stores what the call brings, if it succeeds.
+// Stores the results of the call if it succeeds.
 int replied( const Answer& answer, sd_bus_error* error, sd_bus_message** reply ) {
    scriptedSdbus().errorIs( error, answer );
    if( answer.result >= 0 && answer.reply ) {
@@ -169,8 +169,8 @@ int sd_bus_message_enter_container( sd_bus_message* message, char type, const ch
    return answer.result > 0 ? message->enter( type, contents ) : answer.result;
 }
 
-// Leaving and skipping happen even where a script makes them fail, so that it shows whether the
-// library looks at the result.
+// Exiting and skipping take effect even if a script makes them fail, which shows whether the
+// library checks the result.
 int sd_bus_message_exit_container( sd_bus_message* message ) {
    const UnwatchedMemory unwatched;
    const Answer answer = called( __func__, { .result = 1 }, message );
@@ -234,7 +234,7 @@ int sd_bus_process( sd_bus* bus, sd_bus_message** message ) {
    return answer.result;
 }
 
-// Waits in vain, which moves the clock, unless there is more for sd_bus_process to do.
+// Waits until the timeout, which moves the clock, unless sd_bus_process has more to do.
 int sd_bus_wait( sd_bus* bus, std::uint64_t microseconds ) {
    const UnwatchedMemory unwatched;
    const bool more = scriptedSdbus().expectsMore( "sd_bus_process" );

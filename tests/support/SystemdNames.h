@@ -1,4 +1,4 @@
-// What systemd is called on the bus.
+// systemd's names on the bus.
 #pragma once
 
 namespace SodrelTest {
