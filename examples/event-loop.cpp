@@ -7,12 +7,14 @@
 
 #include <csignal>
 #include <cstdio>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -59,7 +61,7 @@ class Restarter {
          for( const std::string& unit : units ) {
             outcomeIs( unit + ' ' + restart( *systemd, unit ) );
          }
-      } catch( const Sodrel::Exception& error ) {
+      } catch( const std::exception& error ) {
          outcomeIs( error.what() );
       }
       outcomeIs( "" );
@@ -69,13 +71,13 @@ class Restarter {
       try {
          // A new connection if the last wait on the old one was given up.
          sd_bus* const bus = systemd.sdbus();
-         connectionIs( dup( sd_bus_get_fd( bus ) ) );
+         connectionIs( fcntl( sd_bus_get_fd( bus ), F_DUPFD_CLOEXEC, 0 ) );
          // The wait is on this very connection, so giving up works from here on. "managerCallSsO"
          // would renew a connection that was shut down before the call, and wait on the new one.
          const auto monitor = Sodrel::jobRemovedMonitorFactory( bus );
          monitor->wait( systemd.asyncManagerCallSsO( "RestartUnit", unit.c_str(), "replace" ) );
          return "restarted";
-      } catch( const Sodrel::Exception& error ) {
+      } catch( const std::exception& error ) {
          return error.what();
       }
    }

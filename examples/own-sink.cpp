@@ -8,7 +8,8 @@
 
 namespace {
 
-// Called on the thread that traces, possibly on several threads at once.
+// Called on the thread that traces, possibly on several threads at once. The text may hold control
+// characters: escape them before they reach a terminal or a log.
 class Sink : public Tessel::TraceSink {
  public:
    void traceIs( const Tessel::TextTrace& trace ) override {

@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* manager = "org.freedesktop.systemd1";
 
-// A service that systemd keeps for as long as the connection lasts, the same one for all calls: an
-// operation of Sdbus could renew it. If the bus dies, the next call fails.
+// A service whose unit systemd keeps loaded for as long as the connection lasts, the same one for
+// all calls: an operation of Sdbus could renew it. If the bus dies, the next call fails.
 class TransientService {
  public:
    explicit TransientService( Sodrel::Sdbus& sdbus ) : systemd_( sdbus ), bus_( sdbus.sdbus() ) {

@@ -3,8 +3,8 @@
 
 #include <Sodrel/Sodrel.h>
 
+#include <cstdio>
 #include <exception>
-#include <string>
 
 struct Systemd {
    Tessel::Ptr< Sodrel::Sdbus > sdbus = Sodrel::sdbusFactory();
@@ -12,7 +12,7 @@ struct Systemd {
 
 namespace {
 
-thread_local std::string latestError;
+thread_local char latestError[512];
 
 // Returns whether the operation threw nothing.
 template< typename Operation >
@@ -21,9 +21,11 @@ bool succeeds( const Operation& operation ) {
       operation();
       return true;
    } catch( const std::exception& error ) {
-      latestError = error.what();
-      return false;
+      std::snprintf( latestError, sizeof latestError, "%s", error.what() );
+   } catch( ... ) {
+      std::snprintf( latestError, sizeof latestError, "unknown exception" );
    }
+   return false;
 }
 
 } // namespace
@@ -45,5 +47,5 @@ void systemdClose( Systemd* systemd ) {
 }
 
 const char* systemdError() {
-   return latestError.c_str();
+   return latestError;
 }

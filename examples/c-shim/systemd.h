@@ -8,7 +8,8 @@ extern "C" {
 
 struct Systemd;
 
-/* Returns null on failure. Create one and keep it: it renews its connection by itself. */
+/* Returns null on failure. Create one and keep it: it renews its connection by itself. Each is for
+   one thread at a time. */
 struct Systemd* systemdOpen( void );
 /* Waits until systemd has restarted the unit. Returns 0, or -1 on failure. */
 int systemdRestartUnit( struct Systemd* systemd, const char* unit );

@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// No operation takes longer: the limits of sd-bus and of the wait add up to less.
+// The limits of sd-bus and of the wait add up to less.
 constexpr std::chrono::minutes longestOperation( 15 );
 
 // Until when the main thread may be busy.

@@ -150,31 +150,35 @@ std::string TraceReader::readExactly( std::uint64_t offset, std::size_t size ) {
 
 // Returns false while the header is incomplete.
 bool TraceReader::readHeader( FileHeader& header ) {
-   const std::size_t size = readAt_( 0, reinterpret_cast< char* >( &header ), sizeof header );
-   if( header.magic == 0 ) {
-      return false;
+   // The process may be storing positions meanwhile; only those of a damaged file never fit.
+   for( int attempt = 0; attempt < 100; ++attempt ) {
+      const std::size_t size = readAt_( 0, reinterpret_cast< char* >( &header ), sizeof header );
+      std::atomic_thread_fence( std::memory_order_acquire );
+      if( header.magic == 0 ) {
+         return false;
+      }
+      if( header.magic != fileMagic ) {
+         damaged( 0, "this is no trace file of a machine like this one" );
+      }
+      if( size != sizeof header ) {
+         damaged( size, "the file is too short" );
+      }
+      if( header.headerSize != headerSize ) {
+         damaged( offsetof( FileHeader, headerSize ), "invalid header size" );
+      }
+      const std::uint32_t ringSize = header.ringSize;
+      if( ringSize < minRingSize || ringSize > maxRingSize || !std::has_single_bit( ringSize ) ||
+          ( begun() && ringSize != ringSize_ ) ) {
+         damaged( offsetof( FileHeader, ringSize ), "invalid ring size" );
+      }
+      constexpr std::uint64_t mostWritten = std::numeric_limits< std::int64_t >::max();
+      if( header.tail <= header.end && header.end - header.tail <= ringSize &&
+          header.end <= mostWritten && header.tail % blockSize == 0 &&
+          header.end % recordAlignment == 0 ) {
+         return true;
+      }
    }
-   if( header.magic != fileMagic ) {
-      damaged( 0, "this is no trace file of a machine like this one" );
-   }
-   if( size != sizeof header ) {
-      damaged( size, "the file is too short" );
-   }
-   if( header.headerSize != headerSize ) {
-      damaged( offsetof( FileHeader, headerSize ), "invalid header size" );
-   }
-   const std::uint32_t ringSize = header.ringSize;
-   if( ringSize < minRingSize || ringSize > maxRingSize || !std::has_single_bit( ringSize ) ||
-       ( begun() && ringSize != ringSize_ ) ) {
-      damaged( offsetof( FileHeader, ringSize ), "invalid ring size" );
-   }
-   constexpr std::uint64_t mostWritten = std::numeric_limits< std::int64_t >::max();
-   if( header.tail > header.end || header.end - header.tail > ringSize ||
-       header.end > mostWritten || header.tail % blockSize != 0 ||
-       header.end % recordAlignment != 0 ) {
-      damaged( offsetof( FileHeader, tail ), "inconsistent positions" );
-   }
-   return true;
+   damaged( offsetof( FileHeader, tail ), "inconsistent positions" );
 }
 
 bool TraceReader::refresh() {
@@ -225,6 +229,7 @@ void TraceReader::readBlock() {
    block_ = readExactly(
       place(), std::min< std::uint64_t >( blockSize - position_ % blockSize, end_ - position_ ) );
    blockEnd_ = position_ + block_.size();
+   std::atomic_thread_fence( std::memory_order_acquire );
    // The process may have continued in the meantime. Anything it may have overwritten is before the
    // current tail, and its new descriptions may be needed.
    FileHeader header{};

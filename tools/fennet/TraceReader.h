@@ -1,7 +1,7 @@
 // Reading one ring-buffer trace file, of a living process or one that has ended.
 //
 // Files are not trusted: every field is checked before it is used, and a file takes no more memory
-// than one block of its ring and the descriptions that it actually contains.
+// than one block of its ring and some ten times its descriptions.
 #pragma once
 
 #include <platform/trace/FileFormat.h>

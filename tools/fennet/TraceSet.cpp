@@ -89,8 +89,12 @@ void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
    for( const auto& folder : folders_ ) {
       addFolder( folder );
    }
-   // The latest pair of clock readings of each boot, used for all its files.
+   // The latest pair of clock readings of each boot, used for all its files; a process that could
+   // not read the id of its boot has its own.
    std::map< std::string, ClockPair > clocks;
+   const auto bootOf = []( const File& file ) {
+      return file.origin->bootId.empty() ? file.path : file.origin->bootId;
+   };
    for( File& file : files_ ) {
       attempt( file, [&]( TraceReader& reader ) {
          if( !reader.refresh() ) {
@@ -99,8 +103,7 @@ void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
          if( !file.origin ) {
             file.origin = std::make_shared< const TraceReader::Origin >( reader.origin() );
          }
-         ClockPair& latest =
-            clocks.try_emplace( file.origin->bootId, reader.clocks() ).first->second;
+         ClockPair& latest = clocks.try_emplace( bootOf( file ), reader.clocks() ).first->second;
          if( reader.clocks().monotonic > latest.monotonic ) {
             latest = reader.clocks();
          }
@@ -114,7 +117,7 @@ void TraceSet::read( const std::function< void( const TimedRecord& ) >& take ) {
       File& file = files_[index];
       attempt( file, [&]( TraceReader& reader ) {
          if( auto record = reader.next() ) {
-            order.emplace( timeOfDay( record->time, clocks[file.origin->bootId] ), index );
+            order.emplace( timeOfDay( record->time, clocks[bootOf( file )] ), index );
             records[index] = *std::move( record );
          }
       } );
