@@ -53,7 +53,7 @@ std::unique_lock< std::mutex > lock() {
                                  : std::unique_lock( mutex );
 }
 
-[[maybe_unused]] const bool mutexIsLockedByForks = Impl::lockedByForks< mutex >();
+[[maybe_unused]] const int mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
 // Cuts a slab, which stays, into blocks; none if there is no memory.
 // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)

@@ -72,7 +72,7 @@ Facilities* facilitiesOfEnvironment() {
 }
 
 constinit std::mutex mutex;
-[[maybe_unused]] const bool mutexIsLockedByForks = Tessel::Impl::lockedByForks< mutex >();
+[[maybe_unused]] const int mutexIsLockedByForks = Tessel::Impl::lockedByForks< mutex >();
 // Made by the first use and never destroyed: handles are used until the very end of the process.
 constinit Facilities* sharedLevels = nullptr;
 

@@ -25,40 +25,42 @@ namespace Fennet {
 
 namespace {
 
-constinit std::atomic< std::uint64_t > lastHandleNumber = 0;
+constinit std::atomic< std::uint64_t > handles = 0;
 
 // Changed only in the child of a fork, while it has one thread.
 constinit std::uint32_t forks = 0;
 [[maybe_unused]] const int forksAreCounted = pthread_atfork( nullptr, nullptr, [] { ++forks; } );
 
 // Tells a process from its parent: by its id after any kind of fork, by the count where both have
-// the same id in different PID namespaces. Never 0.
-std::uint64_t thisProcess() {
-   return std::uint64_t{ forks } << 32 | static_cast< std::uint32_t >( getpid() );
+// the same id in different PID namespaces.
+using Process = std::pair< std::uint32_t, pid_t >;
+
+Process thisProcess() {
+   return { forks, getpid() };
 }
 
 // The files that a process keeps of its ended threads.
 struct EndedFiles {
-   std::array< std::string, 64 > paths; // the oldest one stands at `next`
-   std::size_t next = 0;
-   std::uint64_t process = thisProcess();
+   std::array< std::string, 64 > paths; // the oldest first
+   Process process = thisProcess();
 };
 constinit std::mutex endedMutex;
-[[maybe_unused]] const bool mutexIsLockedByForks = Tessel::Impl::lockedByForks< endedMutex >();
+[[maybe_unused]] const int mutexIsLockedByForks = Tessel::Impl::lockedByForks< endedMutex >();
 // Never destroyed: threads may end until the very end of the process.
 EndedFiles& endedFiles = *new EndedFiles;
 
-// Keeps the file of a thread that ends, in the place of the oldest one.
+// Keeps the file of a thread that ends, instead of the oldest one.
 void keepEnded( std::string path ) {
    const std::scoped_lock lock( endedMutex );
    if( endedFiles.process != thisProcess() ) {
       // The files of the parent stay the parent's.
       endedFiles = {};
    }
-   std::swap( endedFiles.paths[endedFiles.next], path );
-   endedFiles.next = ( endedFiles.next + 1 ) % endedFiles.paths.size();
-   if( !path.empty() ) {
-      unlink( path.c_str() );
+   auto& paths = endedFiles.paths;
+   std::rotate( paths.begin(), paths.begin() + 1, paths.end() );
+   const std::string oldest = std::exchange( paths.back(), std::move( path ) );
+   if( !oldest.empty() ) {
+      unlink( oldest.c_str() );
    }
 }
 
@@ -67,7 +69,7 @@ constinit thread_local bool threadEnds = false;
 // The files of one thread by the number of their handle; null where none could be created.
 struct ThreadFiles {
    std::map< std::uint64_t, std::unique_ptr< TraceFile > > files;
-   std::uint64_t process = 0;
+   Process process;
 
    ~ThreadFiles() {
       threadEnds = true;
@@ -126,43 +128,38 @@ TraceHandle* handleOfEnvironment() {
 std::atomic< TraceHandle* > defaultFennetHandle = handleOfEnvironment();
 
 TraceHandle::TraceHandle( std::string folder, std::uint32_t ringSize, bool shared )
-   : number_( lastHandleNumber.fetch_add( 1, std::memory_order_relaxed ) + 1 ),
+   : number_( ++handles ),
      folder_( std::move( folder ) ),
      ringSize_( std::bit_ceil( std::clamp( ringSize, minRingSize, maxRingSize ) ) ),
      shared_( shared ) {}
 
-TraceHandle::~TraceHandle() {
-   delete ownFile_;
-}
+TraceHandle::~TraceHandle() = default;
 
 TraceFile* TraceHandle::mtTraceFile() {
    if( threadEnds ) {
       return nullptr;
    }
    // A child process drops its mappings of the parent's files.
-   const std::uint64_t process = thisProcess();
+   const Process process = thisProcess();
    if( !shared_ ) {
       if( ownFileProcess_ != process ) {
-         delete std::exchange( ownFile_, nullptr );
          ownFile_ = newTraceFile();
          ownFileProcess_ = process;
       }
-      return ownFile_;
+      return ownFile_.get();
    }
-   if( threadFiles.process != process ) {
+   if( std::exchange( threadFiles.process, process ) != process ) {
       threadFiles.files.clear();
-      threadFiles.process = process;
    }
    const auto found = threadFiles.files.find( number_ );
    if( found != threadFiles.files.end() ) {
       return found->second.get();
    }
-   std::unique_ptr< TraceFile > file( newTraceFile() );
-   return threadFiles.files.emplace( number_, std::move( file ) ).first->second.get();
+   return threadFiles.files.emplace( number_, newTraceFile() ).first->second.get();
 }
 
 // Null if no file can be created.
-TraceFile* TraceHandle::newTraceFile() {
+std::unique_ptr< TraceFile > TraceHandle::newTraceFile() {
    const Tessel::Impl::KeepErrno keepErrno;
    auto file = TraceFile::create( folder_, ringSize_ );
    // Relaxed: only the first to report counts.
@@ -171,7 +168,7 @@ TraceFile* TraceHandle::newTraceFile() {
          "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +
          "; the thread leaves no records" );
    }
-   return file.release();
+   return file;
 }
 
 } // namespace Fennet

@@ -13,7 +13,11 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <utility>
+
+#include <sys/types.h>
 
 namespace Fennet {
 
@@ -41,15 +45,15 @@ class TESSEL_EXPORT TraceHandle {
    TraceFile* mtTraceFile();
 
  private:
-   TraceFile* newTraceFile();
+   std::unique_ptr< TraceFile > newTraceFile();
 
    const std::uint64_t number_; // no two handles of a process have the same
    const std::string folder_;
    const std::uint32_t ringSize_;
    const bool shared_;
    std::atomic< bool > troubleReported_ = false;
-   TraceFile* ownFile_ = nullptr;     // owned; of a handle that is not shared
-   std::uint64_t ownFileProcess_ = 0; // the process that created it; 0 before
+   std::unique_ptr< TraceFile > ownFile_;             // of a handle that is not shared
+   std::pair< std::uint32_t, pid_t > ownFileProcess_; // the process that created it
 };
 
 /// The handle that every trace point writes to; null if there is none. Borrows the handle, which

@@ -2,6 +2,7 @@
 #include <platform/trace/Line.h>
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstdint>
 #include <ctime>
@@ -17,21 +18,21 @@ namespace {
 // empty; 0 if there is none.
 std::size_t printableLength( std::string_view text ) {
    const auto byte = [&]( std::size_t at ) { return static_cast< unsigned char >( text[at] ); };
-   const std::size_t length = byte( 0 ) < 0x80   ? 1
-                              : byte( 0 ) < 0xe0 ? 2
-                              : byte( 0 ) < 0xf0 ? 3
-                                                 : 4;
-   if( length > text.size() || ( byte( 0 ) >= 0x80 && byte( 0 ) < 0xc0 ) || byte( 0 ) > 0xf7 ) {
+   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 }; // by the length
+   // As many as the character has bytes; none if it has one.
+   const auto ones = static_cast< std::size_t >( std::countl_one( byte( 0 ) ) );
+   const std::size_t length = std::max< std::size_t >( ones, 1 );
+   if( ones == 1 || length > std::size( least ) || length > text.size() ) {
       return 0;
    }
-   std::uint32_t character = length == 1 ? byte( 0 ) : byte( 0 ) & ( 0x7fU >> length );
+   std::uint32_t character = byte( 0 ) & ( 0xffU >> ones );
    for( std::size_t at = 1; at < length; ++at ) {
-      if( ( byte( at ) & 0xc0 ) != 0x80 ) {
+      const std::uint32_t bits = byte( at ) - 0x80U;
+      if( bits > 0x3f ) {
          return 0;
       }
-      character = character << 6 | ( byte( at ) & 0x3fU );
+      character = character << 6 | bits;
    }
-   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 };
    const bool isValid = character >= least[length - 1] && character <= 0x10ffff &&
                         ( character < 0xd800 || character > 0xdfff );
    const bool isControl = character < 0x20 || ( character >= 0x7f && character < 0xa0 );
@@ -60,9 +61,8 @@ std::string escaped( std::string_view text ) {
 }
 
 HeldSignal::HeldSignal( int signal ) noexcept {
-   sigset_t pending{};
-   sigpending( &pending );
-   wasPending_ = sigismember( &pending, signal ) == 1;
+   sigpending( &signals_ );
+   wasPending_ = sigismember( &signals_, signal ) == 1;
    sigemptyset( &signals_ );
    sigaddset( &signals_, signal );
    pthread_sigmask( SIG_BLOCK, &signals_, &mask_ );
@@ -91,7 +91,7 @@ void writeLine( Line& line ) {
    }
    line.push_back( '\n' );
    const HeldSignal held( SIGPIPE );
-   while( ::write( STDERR_FILENO, line.data(), line.size() ) < 0 && errno == EINTR ) {
+   while( ::write( STDERR_FILENO, line.data(), line.size() ) == -1 && errno == EINTR ) {
    }
 }
 

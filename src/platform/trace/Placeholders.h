@@ -8,14 +8,14 @@ namespace Tessel {
 // The number of {} in a format; -1 when it holds any other braces but {{ and }}.
 constexpr int placeholders( std::string_view format ) {
    int count = 0;
-   for( std::size_t at = 0; at < format.size(); ++at ) {
-      if( format[at] == '{' || format[at] == '}' ) {
-         const std::string_view pair = format.substr( at++, 2 );
-         if( pair != "{}" && pair != "{{" && pair != "}}" ) {
-            return -1;
-         }
-         count += pair == "{}";
+   std::size_t at = format.find_first_of( "{}" );
+   while( at != std::string_view::npos ) {
+      const std::string_view pair = format.substr( at, 2 );
+      if( pair != "{}" && pair != "{{" && pair != "}}" ) {
+         return -1;
       }
+      count += pair == "{}";
+      at = format.find_first_of( "{}", at + 2 );
    }
    return count;
 }

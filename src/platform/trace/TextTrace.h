@@ -100,7 +100,7 @@ void fmtrace(
    const char* tag, std::string_view format, const Args&... args ) {
    static_assert( sizeof...( Args ) <= Impl::mostTraceArgs, "a trace has 8 arguments at most" );
    Impl::vfmtrace(
-      { handle.name(), level, file, function, line, tag, "" }, format,
+      { handle.name(), level, file, function, line, tag, {} }, format,
       { Impl::traceArg( args )... } );
 }
 

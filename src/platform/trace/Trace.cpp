@@ -23,7 +23,7 @@ int drawnId( std::atomic< int >& msgId ) {
    // the number drawn in vain stays unused.
    int id = msgId.load( std::memory_order_relaxed );
    if( id == 0 ) {
-      const int drawn = lastMsgId.fetch_add( 1, std::memory_order_relaxed ) + 1;
+      const int drawn = ++lastMsgId;
       const bool isFirst = msgId.compare_exchange_strong( id, drawn, std::memory_order_relaxed );
       id = isFirst ? drawn : id; // GCOVR_EXCL_BR_LINE: a race
    }
@@ -42,30 +42,23 @@ std::string descriptionOf( const TracePoint& point, int msgId, Arguments argumen
       argumentCodes += argumentCodes.empty() ? "" : " ";
       argumentCodes += codes.at( argument.index() );
    }
-   Fennet::DescriptionHead head{ 0, msgId, point.line, point.level };
-   std::string description( sizeof head, '\0' );
-   const char* const tag = "";
-   for( const std::string_view text :
-        { std::string_view( point.file ), std::string_view( argumentCodes ),
-          std::string_view( tag ), std::string_view( point.function ),
-          std::string_view( point.format ), std::string_view( point.facility.name() ) } ) {
+   const std::string_view texts[] = { point.file,     argumentCodes, "",
+                                      point.function, point.format,  point.facility.name() };
+   std::string description;
+   for( const std::string_view text : texts ) {
       const auto size =
          static_cast< std::uint16_t >( std::min( text.size(), Fennet::maxDescriptionText ) );
       description.append( reinterpret_cast< const char* >( &size ), sizeof size );
       description.append( text, 0, size );
    }
-   head.size = static_cast< std::uint32_t >( description.size() );
-   std::memcpy( description.data(), &head, sizeof head );
-   return description;
+   Fennet::DescriptionHead head{ {}, msgId, point.line, point.level };
+   head.size = static_cast< std::uint32_t >( sizeof head + description.size() );
+   return description.insert( 0, reinterpret_cast< const char* >( &head ), sizeof head );
 }
 
 // A record while it is composed.
 class Record {
  public:
-   explicit Record( int msgId ) {
-      put( Fennet::RecordHead{ 0, msgId, Fennet::nanoseconds( CLOCK_MONOTONIC ) } );
-   }
-
    // Appends an argument and returns whether it fits. A text that does not fit loses its end and is
    // marked so; a number that does not fit is left out.
    template< typename Number >
@@ -83,10 +76,11 @@ class Record {
       return fits;
    }
 
-   // The whole record, with its size in its head. Borrowed.
-   std::string_view whole() {
+   // The whole record, of this moment. Borrowed.
+   std::string_view whole( int msgId ) {
       const auto size = static_cast< std::uint32_t >( size_ );
-      std::memcpy( bytes_ + offsetof( Fennet::RecordHead, size ), &size, sizeof size );
+      const Fennet::RecordHead head{ size, msgId, Fennet::nanoseconds( CLOCK_MONOTONIC ) };
+      std::memcpy( bytes_, &head, sizeof head );
       return { bytes_, size_ };
    }
 
@@ -102,7 +96,7 @@ class Record {
    }
 
    char bytes_[Fennet::blockSize];
-   std::size_t size_ = 0;
+   std::size_t size_ = sizeof( Fennet::RecordHead );
 };
 
 } // namespace
@@ -121,13 +115,13 @@ void TracePoint::record( Fennet::TraceHandle& handle, Arguments arguments ) cons
        !records->descriptionIs( id, descriptionOf( *this, id, arguments ) ) ) {
       return;
    }
-   Record record( id );
+   Record record;
    for( const Impl::TraceArg& argument : arguments ) {
       if( !std::visit( [&]( const auto& value ) { return record.put( value ); }, argument ) ) {
          break;
       }
    }
-   records->recordIs( record.whole() );
+   records->recordIs( record.whole( id ) );
 } catch( const std::bad_alloc& ) {
    // Destructors trace too.
 }

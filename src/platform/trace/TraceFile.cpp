@@ -31,21 +31,26 @@ void readBootId( char ( &bootId )[40] ) {
 // Opens a file that did not exist and sets `path`; what stands there already, a planted link too,
 // is left alone. Returns -1 and sets errno on failure.
 int openNew( const std::string& folder, std::string& path ) {
-   int fd = -1;
-   errno = EEXIST;
-   for( int number = 0; fd < 0 && errno == EEXIST && number < 1000; ++number ) {
+   for( int number = 0;; ++number ) {
       path = folder + "/" + std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." +
              std::to_string( number ) + ".fennet";
-      fd = open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600 );
+      const int fd = open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600 );
+      if( fd != -1 || errno != EEXIST || number == 999 ) {
+         return fd;
+      }
    }
-   if( fd < 0 || fd > STDERR_FILENO ) {
+}
+
+// Moves a file off the descriptors of the standard streams: a program that has closed one of them
+// may go on writing to it. Returns -1 and sets errno on failure.
+int moved( int fd ) {
+   if( fd == -1 || fd > STDERR_FILENO ) {
       return fd;
    }
-   // The program has closed a standard stream, but may go on writing to its descriptor.
-   const int moved = fcntl( fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1 );
+   const int other = fcntl( fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1 );
    const KeepErrno keepErrno;
    close( fd );
-   return moved;
+   return other;
 }
 
 // Maps the whole of a new file. Returns null and sets errno on failure.
@@ -87,8 +92,8 @@ TraceFile::~TraceFile() {
 
 // Returns false and sets errno if the file cannot be created.
 bool TraceFile::begins( const std::string& folder ) {
-   fd_ = openNew( folder, path_ );
-   if( fd_ < 0 ) {
+   fd_ = moved( openNew( folder, path_ ) );
+   if( fd_ == -1 ) {
       return false;
    }
    std::byte* const mapping = mapNew( fd_, headerSize + ringSize_ );
@@ -153,8 +158,8 @@ bool TraceFile::descriptionIs( int msgId, std::string_view description ) {
    const HeldSignal held( SIGXFSZ );
    errno = ENOSPC; // the reason if only a part is written
    const ssize_t written = pwrite( fd_, description.data(), description.size(), off_t( place ) );
-   if( written != static_cast< ssize_t >( description.size() ) ) {
-      full_ = true;
+   full_ = written != static_cast< ssize_t >( description.size() );
+   if( full_ ) {
       Tessel::Impl::report(
          std::string( "Fennet: a trace file takes no more descriptions: " ) +
          std::strerror( errno ) + "; records without one are left out" );

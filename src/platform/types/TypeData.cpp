@@ -12,7 +12,7 @@ namespace Tessel {
 namespace {
 
 constinit std::mutex mutex;
-[[maybe_unused]] const bool mutexIsLockedByForks = Impl::lockedByForks< mutex >();
+[[maybe_unused]] const int mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
 // Never destroyed: records come and go with their libraries, before and after any other object.
 std::vector< const ModuleInspectData* >& modules() {
