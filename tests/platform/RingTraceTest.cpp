@@ -114,16 +114,18 @@ TEST_F( ARingTrace, endsWhereAnArgumentFindsNoRoom ) {
    TRACE( 8, "{} {} {}", true, "a" + xs( 5000 ), 7 );
    TRACE( 8, "{} {} {}", xs( room - 4 ), 7, true );
    TRACE( 8, "{} {} {}", xs( room - 3 ), 7, true );
+   TRACE( 8, "{} {} {}", xs( room - 2 ), "", true );
    TRACE( 8, "{} {} {}", xs( room - 1 ), "", true );
    EXPECT_EQ(
-      folder.texts(), ( Texts{ xs( room ), xs( room ) + "...",
-                               "true a" + xs( room - 2 ) + "... ...", xs( room - 4 ) + " 7 ...",
-                               xs( room - 3 ) + " ... ...", xs( room - 1 ) + " ... ..." } ) );
+      folder.texts(),
+      ( Texts{ xs( room ), xs( room ) + "...", "true a" + xs( room - 2 ) + "... ...",
+               xs( room - 4 ) + " 7 ...", xs( room - 3 ) + " ... ...", xs( room - 2 ) + "  ...",
+               xs( room - 1 ) + " ... ..." } ) );
    std::vector< bool > cut;
    for( const auto& record : folder.records() ) {
       cut.push_back( record.record.cut );
    }
-   EXPECT_EQ( cut, ( std::vector< bool >{ false, true, true, true, true, true } ) );
+   EXPECT_EQ( cut, ( std::vector< bool >{ false, true, true, true, true, true, true } ) );
 }
 
 TEST_F( ARingTrace, overwritesTheOldestWhenTheRingIsFull ) {

@@ -6,6 +6,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
@@ -89,6 +91,7 @@ ssize_t __wrap_write( int fd, const void* bytes, size_t size ) {
 
 int __real_open( const char* path, int flags, mode_t mode );
 int __wrap_open( const char* path, int flags, mode_t mode ) {
+   EXPECT_NE( flags & O_CLOEXEC, 0 ) << path;
    if( std::string_view( path ).ends_with( "/boot_id" ) && fails( scripted.openOfTheBootId ) ) {
       errno = ENOENT;
       return -1;

@@ -64,7 +64,7 @@ TEST( ATraceOnStderr, namesTheThreadOfAForkedChild ) {
 TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
    const std::pair< std::string, std::string > texts[]{
       { "", "" },
-      { "a\nb\t\x1b[2J\x7f", "a\\x0ab\\x09\\x1b[2J\\x7f" },
+      { "a\nb\t\x1b[2J\x1f\x7f", "a\\x0ab\\x09\\x1b[2J\\x1f\\x7f" },
       { std::string( 1, '\0' ), "\\x00" },
       { " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80" },
       // The first and last characters of each length, and what lies beside them.
@@ -81,7 +81,7 @@ TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
       { "\x80 \x9b \xbf \xf8 \xff", "\\x80 \\x9b \\xbf \\xf8 \\xff" },
       { "\xc3", "\\xc3" },
       { "\xe2\x82", "\\xe2\\x82" },
-      { "\xe2\x82x\xc3x", "\\xe2\\x82x\\xc3x" },
+      { "\xe2\x82x\xc3x\xc3\xc0", "\\xe2\\x82x\\xc3x\\xc3\\xc0" },
    };
    for( const auto& [text, shown] : texts ) {
       EXPECT_EQ( Tessel::Impl::escaped( text ), shown );
@@ -110,15 +110,20 @@ TEST( ATraceOnStderr, isCutWhereAPipeTakesNoMoreAtOnce ) {
       EXPECT_EQ( line.size(), std::size_t{ PIPE_BUF } );
       EXPECT_THAT( line, testing::MatchesRegex( shape ) );
    }
-   // Before a character, not within it.
-   std::string characters;
-   while( characters.size() < PIPE_BUF ) {
-      characters += "\xe2\x82\xac";
-   }
-   for( const char* file : { "a", "ab", "abc" } ) {
-      const std::string line = lineOf( "Own", file, characters );
-      EXPECT_THAT( line, testing::EndsWith( "\xe2\x82\xac...\n" ) );
-      EXPECT_GT( line.size(), std::size_t{ PIPE_BUF - 3 } );
+}
+
+TEST( AReport, isCutBeforeACharacterWhereAPipeTakesNoMoreAtOnce ) {
+   const auto xs = []( std::size_t count ) { return std::string( count, 'x' ); };
+   constexpr std::size_t most = PIPE_BUF - 1;
+   const std::pair< std::string, std::string > texts[]{
+      { xs( most ), xs( most ) },
+      { xs( most + 1 ), xs( most - 3 ) + "..." },
+      { xs( most - 3 ) + "\xc3\xa9 xx", xs( most - 3 ) + "..." },
+      { xs( most - 4 ) + "\xc3\xa9 xx", xs( most - 4 ) + "..." },
+      { xs( most - 5 ) + "\xe2\x82\xac xx", xs( most - 5 ) + "..." },
+   };
+   for( const auto& [text, shown] : texts ) {
+      EXPECT_EQ( stderrOf( [&] { Tessel::Impl::report( text ); } ), shown + "\n" );
    }
 }
 
@@ -189,10 +194,10 @@ class AProcessWithoutAReader : public testing::Test {
       dup2( ends[1], STDERR_FILENO );
       enable();
    }
-   static bool isPending() {
+   static bool isPending( int signal ) {
       sigset_t pending{};
       sigpending( &pending );
-      return sigismember( &pending, SIGPIPE ) == 1;
+      return sigismember( &pending, signal ) == 1;
    }
 };
 
@@ -201,24 +206,25 @@ TEST_F( AProcessWithoutAReader, outlivesItsTraces ) {
       statusOf( [] {
          loseTheReader();
          TRACE( 8, "lost" );
-         EXPECT_FALSE( isPending() );
+         EXPECT_FALSE( isPending( SIGPIPE ) );
       } ),
       0 );
 }
 
-TEST_F( AProcessWithoutAReader, keepsASignalThatWasPendingBefore ) {
+TEST_F( AProcessWithoutAReader, keepsSignalsThatWerePendingBefore ) {
    EXPECT_EQ(
       statusOf( [] {
          loseTheReader();
-         sigset_t pipeSignal{};
-         sigemptyset( &pipeSignal );
-         sigaddset( &pipeSignal, SIGPIPE );
-         pthread_sigmask( SIG_BLOCK, &pipeSignal, nullptr );
+         sigset_t signals{};
+         sigfillset( &signals );
+         pthread_sigmask( SIG_BLOCK, &signals, nullptr );
+         raise( SIGUSR1 );
          TRACE( 8, "lost" );
-         EXPECT_FALSE( isPending() );
+         EXPECT_FALSE( isPending( SIGPIPE ) );
+         EXPECT_TRUE( isPending( SIGUSR1 ) );
          raise( SIGPIPE );
          TRACE( 8, "lost" );
-         EXPECT_TRUE( isPending() );
+         EXPECT_TRUE( isPending( SIGPIPE ) );
       } ),
       0 );
 }

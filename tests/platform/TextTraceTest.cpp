@@ -53,7 +53,9 @@ TEST_F( ATextTrace, isFormattedWithItsArgumentsInOrder ) {
    const Tessel::String method = "ReloadUnit";
    const char* const nothing = nullptr;
    TRACE( 8, "Call {} {}, async={}, <{}>", method, "a.service", true, nothing );
-   EXPECT_EQ( capture.texts, Texts{ "Call ReloadUnit a.service, async=true, <>" } );
+   TRACE( 8, "{} {} {} {} {} {} {} {}", 1, 2, 3, 4, 5, 6, 7, 8 );
+   EXPECT_EQ(
+      capture.texts, ( Texts{ "Call ReloadUnit a.service, async=true, <>", "1 2 3 4 5 6 7 8" } ) );
 }
 
 TEST_F( ATextTrace, carriesItsOrigin ) {
@@ -196,6 +198,13 @@ TEST( AFacility, sharesItsLevelsBetweenHandlesOfOneName ) {
    one.levelsIs( level8 );
    EXPECT_EQ( other.levels(), level8 );
    EXPECT_EQ( Orl::traceLevels( "AFacility.shared" ), level8 );
+}
+
+TEST( AFacility, isLookedUpByTheFirstUseAlone ) {
+   std::string name = "AFacility.once";
+   Orl::TraceHandle handle( name.c_str(), true );
+   name.back() = 'x';
+   EXPECT_EQ( handle.levels(), Orl::allTraceLevels );
 }
 
 TEST( AFacility, isOpenedByManyThreadsAtOnce ) {

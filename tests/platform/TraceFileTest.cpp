@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -62,10 +63,44 @@ TEST( TheFormatOfTraceFiles, isTheOneOfTheSeedsThatTheFuzzerStartsFrom ) {
    EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "six", "eight" } ) );
 }
 
+template< typename Value >
+std::string bytesOf( const Value& value ) {
+   return { reinterpret_cast< const char* >( &value ), sizeof value };
+}
+
+// As its length and its characters.
+std::string sized( const std::string& text ) {
+   return bytesOf( static_cast< std::uint16_t >( text.size() ) ) + text;
+}
+
+TEST( TheFormatOfTraceFiles, hasNoGaps ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder );
+   std::atomic< int > msgId = 4711;
+   const Tessel::TracePoint point{ "a.cpp", 7, "f", "{} {}", 8, traceFacility, msgId };
+   scripted.clocks = { second, {} };
+   point.trace( "text", true );
+   scripted = {};
+   const std::string file = contentOf( folder.files().at( 0 ) );
+   EXPECT_EQ(
+      file.substr( Fennet::headerSize, 23 ),
+      bytesOf( Fennet::RecordHead{ 23, 4711, second } ) + sized( "text" ) + '\1' );
+   EXPECT_EQ(
+      file.substr( Fennet::headerSize + Fennet::minRingSize ),
+      bytesOf( Fennet::DescriptionHead{ 55, 4711, 7, 8 } ) + sized( "a.cpp" ) + sized( "p b" ) +
+         sized( "" ) + sized( "f" ) + sized( "{} {}" ) + sized( "TraceFileTest" ) );
+}
+
 class ATraceFile : public testing::Test {
  protected:
    std::unique_ptr< TraceFile > create() const {
       return TraceFile::create( folder.path(), Fennet::minRingSize );
+   }
+
+   static std::string bootId() {
+      std::string id;
+      std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> id;
+      return id;
    }
 
    TraceFolder folder;
@@ -79,9 +114,7 @@ TEST_F( ATraceFile, saysWhoWritesItAndOnWhichBoot ) {
    EXPECT_EQ( header->pid, getpid() );
    EXPECT_EQ( header->tid, gettid() );
    EXPECT_EQ( header->program, std::string( program_invocation_short_name ) );
-   std::string boot;
-   std::ifstream( "/proc/sys/kernel/random/boot_id" ) >> boot;
-   EXPECT_EQ( header->bootId, boot );
+   EXPECT_EQ( header->bootId, bootId() );
 }
 
 TEST_F( ATraceFile, keepsTheStartOfALongName ) {
@@ -135,8 +168,10 @@ TEST_P( AClosedStandardStream, isNotWhereATraceFileIsOpened ) {
          for( const int stream : GetParam() ) {
             close( stream );
          }
+         close_range( 3, ~0U, 0 ); // so that the file's descriptor is known
          std::thread( [&] {
             TRACE( 8, "first" );
+            EXPECT_EQ( std::filesystem::read_symlink( "/proc/self/fd/3" ), folder.files().at( 0 ) );
             const std::string bytes( 5000, '\xff' );
             for( const int stream : GetParam() ) {
                if( write( stream, bytes.data(), bytes.size() ) != -1 ) {
@@ -148,6 +183,7 @@ TEST_P( AClosedStandardStream, isNotWhereATraceFileIsOpened ) {
       } ),
       0 );
    EXPECT_EQ( folder.texts(), ( Texts{ "first", "second" } ) );
+   EXPECT_EQ( folder.header()->bootId, bootId() );
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -203,6 +239,7 @@ TEST_F( AClock, isReadForAFileAtTheBeginningOfEachBlock ) {
    EXPECT_EQ( folder.header()->clockPairs, 1U );
    traceAt( 3 * second, { 2'000'000'000, 0 } );
    const auto header = folder.header();
+   EXPECT_EQ( header->end, Fennet::blockSize + 16 );
    EXPECT_EQ( header->clockPairs, 2U );
    EXPECT_EQ( header->clocks[0].monotonic, 3 * second );
    EXPECT_EQ( header->clocks[0].realtime, 2'000'000'000 * second );

@@ -2,6 +2,7 @@
 #include <platform/trace/Trace.h>
 
 #include "Process.h"
+#include "ScriptedSystem.h"
 #include "TraceFolder.h"
 
 #include <support/Memory.h>
@@ -33,13 +34,28 @@ void traceNumber( int number ) {
    TRACE( 8, "number {}", number );
 }
 
-TEST( AHandleOfOneThread, hasOneFile ) {
+TEST( AHandleOfOneThread, hasOneFileUntilItsEnd ) {
    const TraceFolder folder;
-   const DefaultHandle handle( folder, false );
-   traceNumber( 1 );
-   std::thread( traceNumber, 2 ).join();
+   const OpenFiles before;
+   {
+      const DefaultHandle handle( folder, false );
+      traceNumber( 1 );
+      std::thread( traceNumber, 2 ).join();
+   }
    EXPECT_EQ( folder.texts(), ( Texts{ "number 1", "number 2" } ) );
    EXPECT_EQ( folder.files().size(), 1U );
+   EXPECT_EQ( OpenFiles(), before );
+}
+
+TEST( AHandleOfOneThread, createsItsFileOnceThereIsMemory ) {
+   const TraceFolder folder;
+   const DefaultHandle handle( folder, false );
+   {
+      const WatchedMemory memory( 1, true );
+      traceNumber( 1 );
+   }
+   traceNumber( 2 );
+   EXPECT_EQ( folder.texts(), Texts{ "number 2" } );
 }
 
 TEST( AHandle, keepsItsFileWhenAnotherTakesTurnsWithIt ) {
