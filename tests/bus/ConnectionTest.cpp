@@ -1,4 +1,4 @@
-// The loss of the manager's name, and the renewal of a connection in the middle of an operation.
+// The loss of the manager's name, and the replacement of a connection during an operation.
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -19,7 +19,7 @@ const std::string readFailed =
    callFailed + "managerPropertyS, manager property SystemState read failed";
 
 struct AClientsConnection : ALibraryClient {
-   // Makes the probe fail that comes after so many others.
+   // Makes the probe fail that follows this many others.
    void expireAfter( int probes ) {
       for( int i = 0; i < probes; ++i ) {
          manager.onCall( "Get SystemState", { alive() } );
@@ -52,7 +52,7 @@ TEST_F( AClientsConnection, isRenewedAtEachOperationAsLongAsTheManagerHasNoName 
 TEST_F( AClientsConnection, stillGetsTheReplyOfAManagerThatHasLostItsName ) {
    moments.hurryWaits( true );
    moments.atReading( 1, [&] { manager.run( {} ); } );
-   // But a signal needs the name.
+   // A signal, however, needs the name.
    EXPECT_EQ(
       callScripted(
          "StartUnit", { releaseName(), replyJob( 7 ), jobRemoved( 7, "done" ), acquireName() } ),
@@ -80,7 +80,7 @@ TEST_F( AClientsConnection, cannotBeMadeWithoutABus ) {
    EXPECT_EQ( systemState(), notOpened + ": Connection refused" );
    moments.clear();
    EXPECT_EQ( systemState(), notOpened + ": Connection refused" );
-   // There was nothing left to renew.
+   // There was no connection left to replace.
    EXPECT_EQ( moments.lines().size(), 1U );
 
    bus.start();
@@ -101,8 +101,8 @@ TEST_F( AClientsConnection, reportsTheSystemsErrorIfTheAddressLeadsNowhere ) {
    setenv( "DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1 );
 }
 
-// The look-up of the unit finds the connection dead on which the monitor would have been made. It
-// is then the last one to use it, so that the connection is freed.
+// The look-up of the unit finds the connection dead on which the monitor would have been created.
+// As its last user, the look-up frees the connection.
 TEST_F( AClientsConnection, thatTheLookUpOfAUnitRenewsCarriesTheMonitor ) {
    subscribe();
    const Tessel::Ptr< Sdbus > subscriber = sdbusFactory();
@@ -168,7 +168,7 @@ TEST_F( AClientsConnection, thatIsRenewedUnderAMonitorLeavesItToReportTheLoss ) 
       EXPECT_EQ(
          outcomeOf( wait.operation ),
          syncFailed + wait.monitor + "Monitor::wait, sd_bus_process failed" + reset );
-      // The call goes out on the new connection all the same.
+      // The call is nevertheless sent on the new connection.
       EXPECT_THAT( record.texts(), testing::Contains( wait.call ) );
       EXPECT_EQ( systemState(), "running" );
    }

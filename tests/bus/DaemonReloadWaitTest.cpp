@@ -20,7 +20,7 @@ const Script endOnly{ reloading( false ), reply() };
 
 class AWaitForAReload : public ALibraryClient {
  protected:
-   // Returns how often "Reload" has been called since it was last asked.
+   // Returns how often "Reload" has been called since this function was last called.
    long reloads() {
       const Texts texts = record.texts();
       record.clear();
@@ -38,7 +38,7 @@ TEST_F( AWaitForAReload, endsAfterAStartAndAnEndInAnyOfTheseOrders ) {
            { reloading( true ), reloading( true ), reloading( false ), reply() },
            { reloading( true ), reloading( false ), reloading( false ), reply() },
            { reloading( true ), reloading( false ), reloading( true ), reply() },
-           // The end of somebody else's reload comes first.
+           // The end of another client's reload comes first.
            { reloading( false ), reloading( true ), reloading( false ), reply() },
            { reloading( false ), reloading( true ), reply(), reloading( false ) },
         } ) {
@@ -73,7 +73,7 @@ TEST_F( AWaitForAReload, endsTheProcessAfterTheSecondEndWithoutAStart ) {
    manager.onEveryCall( "Reload", endOnly );
    EXPECT_EXIT(
       {
-         // sd-bus refuses a connection that was made before a fork.
+         // sd-bus refuses a connection that was opened before a fork.
          const Tessel::Ptr< Sdbus > ownClient = sdbusFactory();
          ownClient->managerCall( "Reload", false );
       },
@@ -110,7 +110,7 @@ TEST_F( AWaitForAReload, ignoresSignalsOfOtherSendersAndObjects ) {
 
 TEST_F( AWaitForAReload, timesOutIfTheReloadDoesNotEnd ) {
    moments.hurryWaits( true );
-   // Signals from before the call do not count.
+   // Signals received before the call do not count.
    manager.run( { reloading( true ), reloading( false ) } );
    for( const Script& script : std::vector< Script >{
            { reply() },

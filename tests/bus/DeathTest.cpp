@@ -19,10 +19,10 @@ const std::string noReply = ": Message recipient disconnected from message bus w
 struct Step {
    enum class Kind { trace, open, probe, match, call, wait };
    Kind kind;
-   // The manager's call, if it gets one, and what it then does.
+   // The call that the manager receives, if any, and what the manager then does.
    std::string call = {};
    Script script = {};
-   // How the texts of the failure begin, and the time-out of a wait.
+   // The beginnings of the failure's texts, and the timeout of a wait.
    std::string failure = {};
    std::string timeout = {};
 };
@@ -60,7 +60,7 @@ struct Operation {
 enum class Death { ofTheBus, ofTheManager, ofItsName };
 
 // A death at a step: at a trace, in a call instead of the reply, or at the beginning of a wait.
-// Of what the manager says before a reply, or after it during a wait, this much has been said.
+// `said` is how many of the messages before a reply, or after it during a wait, have been sent.
 struct Point {
    Death death;
    size_t step;
@@ -72,7 +72,7 @@ long replyAt( const Script& script ) {
    return std::ranges::find_if( script, &Action::isReply ) - script.begin();
 }
 
-// The last call before a wait, whose script says what is waited for.
+// Returns the last call before a wait, whose script contains what is awaited.
 size_t callBefore( const Steps& steps, size_t wait ) {
    while( steps[wait].kind != Kind::call ) {
       --wait;
@@ -99,7 +99,7 @@ std::vector< Point > pointsOf( const Steps& steps, Death death ) {
    return points;
 }
 
-// What comes of an operation that goes on with this step after the death.
+// Returns the outcome of an operation that continues with this step after the death.
 std::string
 outcomeFrom( const Operation& operation, size_t first, Death death, bool saidAll = false ) {
    const bool busIsDead = death == Death::ofTheBus;
@@ -121,8 +121,8 @@ outcomeFrom( const Operation& operation, size_t first, Death death, bool saidAll
    return operation.result;
 }
 
-// A dying bus loses its clients before its socket, so a renewal may reach it once more, which only
-// the next message notices.
+// A dying bus closes its connections before its socket, so a reconnection may still reach it, which
+// only the next message reveals.
 testing::Matcher< std::string > outcomesOfRenewal( const Operation& operation, size_t probe ) {
    const auto next = std::find_if(
       operation.steps.begin() + static_cast< long >( probe ), operation.steps.end(),
@@ -148,7 +148,7 @@ testing::Matcher< std::string > outcomeAt( const Operation& operation, const Poi
    if( step.kind == Kind::call && point.death != Death::ofItsName ) {
       return step.failure + ( point.death == Death::ofTheBus ? reset : noReply );
    }
-   // The call still gets its reply, and a probe that gets none only costs the connection.
+   // The call still gets its reply, and a probe without a reply only costs the connection.
    return outcomeFrom( operation, point.step + 1, point.death );
 }
 
@@ -160,7 +160,7 @@ class ADeath : public ALibraryClient, public testing::WithParamInterface< Operat
                                             : releaseName();
    }
 
-   // What the manager does for a call in which the death takes place.
+   // Returns what the manager does for a call during which the death occurs.
    Script interrupted( const Script& script, const Point& point ) {
       Script result( script.begin(), script.begin() + point.said );
       result.push_back( dying( point.death ) );
@@ -170,7 +170,7 @@ class ADeath : public ALibraryClient, public testing::WithParamInterface< Operat
       return result;
    }
 
-   // Arranges for the death at this point. Each wait begins when the manager has said all.
+   // Arranges the death at this point. Each wait begins when the manager has sent everything.
    void prepare( const Point& point ) {
       const Steps& steps = GetParam().steps;
       const Step& last = steps[point.step];
@@ -222,7 +222,7 @@ TEST_P( ADeath, atAnyStepIsReportedAndTheClientWorksAfterwards ) {
    ASSERT_EQ( moments.lines().size(), std::ranges::count( steps, Kind::trace, &Step::kind ) );
    for( const Death death : { Death::ofTheBus, Death::ofTheManager, Death::ofItsName } ) {
       for( const Point& point : pointsOf( steps, death ) ) {
-         // A hang is told by the last of these.
+         // If the test hangs, the last of these shows where.
          std::cout << "death " << static_cast< int >( death ) << " at step " << point.step
                    << " after " << point.said << " signals" << std::endl;
          moments.clear();

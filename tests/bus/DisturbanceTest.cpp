@@ -16,7 +16,7 @@ namespace SodrelTest {
 
 namespace {
 
-// Interrupts what the process waits for, every 4 ms.
+// Interrupts the process every 4 ms while it waits.
 class Interruptions {
  public:
    Interruptions() {
@@ -47,9 +47,9 @@ const std::string interrupted = ": Interrupted system call";
 struct Disturbed {
    std::string operation;
    std::string result;
-   // How the texts of its calls and of its match begin, if it has them.
+   // The beginnings of the texts of its calls and of its match, if it has them.
    Texts failures;
-   // The monitor whose wait it is, if any.
+   // The monitor that waits, if any.
    std::string monitor = {};
 
    friend void PrintTo( const Disturbed& disturbed, std::ostream* stream ) {
@@ -69,7 +69,7 @@ TEST_P( AnInterruptedOperation, succeedsOrReportsTheInterruption ) {
    if( !operation.monitor.empty() ) {
       const std::string wait = syncFailed + operation.monitor + "::wait, ";
       outcomes.insert( wait + "sd_bus_wait failed" + interrupted );
-      // A renewal between a monitor and its wait leaves the monitor behind.
+      // A reconnection between a monitor and its wait leaves the monitor behind.
       outcomes.insert( wait + "sd_bus_process failed" + reset );
    }
    const Tessel::Ptr< Sdbus > subscriber = sdbusFactory();
@@ -120,8 +120,8 @@ struct ABlockedWait : ALibraryClient {};
 
 TEST_F( ABlockedWait, endsWithTheResultOrReportsThatItWasInterrupted ) {
    std::optional< Interruptions > interruptions;
-   // Only the wait is interrupted, and the signal comes after ten readings of the clock, if the
-   // wait survives as many interruptions.
+   // Only the wait is interrupted. The signal arrives after ten readings of the clock, if the wait
+   // survives that many interruptions.
    moments.atReading( 1, [&] { interruptions.emplace(); } );
    moments.atReading( 10, [&] {
       interruptions.reset();
@@ -136,7 +136,7 @@ TEST_F( ABlockedWait, endsWithTheResultOrReportsThatItWasInterrupted ) {
    EXPECT_EQ( systemState(), "running" );
 }
 
-// The second reading of the clock comes just before the wait blocks.
+// The second reading of the clock happens just before the wait blocks.
 TEST_F( ABlockedWait, endsWhenTheBusDies ) {
    const std::pair< std::string, std::string > waits[]{ { "StartUnit", "JobRemovedMonitor" },
                                                         { "ReloadUnit", "UnitReloadingMonitor" },

@@ -1,4 +1,4 @@
-// Floods of signals and thousands of renewals of the connection, which leave nothing behind.
+// Floods of signals and thousands of reconnections, which leave nothing behind.
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,7 +14,7 @@ namespace SodrelTest {
 
 namespace {
 
-// The memory that the process holds now, and at most since a reset.
+// The memory of the process: current, and peak since a reset.
 long kilobytes( const std::string& key ) {
    std::ifstream status( "/proc/self/status" );
    for( std::string word; status >> word; ) {
@@ -45,7 +45,7 @@ TEST_F( AFloodOfSignals, neitherDrownsAWaitNorFillsTheMemory ) {
    EXPECT_EQ( callScripted( "StartUnit", { replyJob( 7 ) } ), jobOf( 7 ) );
 
    EXPECT_GT( before, 0 );
-   // The address sanitizer keeps what has been released.
+   // The address sanitizer keeps released memory.
    if( !leaksAreLookedFor() ) {
       EXPECT_LT( kilobytes( "VmHWM" ) - before, 4'096 );
    }
@@ -57,7 +57,7 @@ auto openDescriptors() {
 
 class ManyRenewals : public ALibraryClient {
  protected:
-   // Loses the connection and uses the client this many times, after some to warm up.
+   // Loses the connection and uses the client this many times, after a warm-up.
    template< typename Loss >
    void leaveNothingBehind( int count, const Loss& lose ) {
       for( int i = 0; i < 10; ++i ) {
@@ -67,7 +67,7 @@ class ManyRenewals : public ALibraryClient {
          moments.clear();
       }
       const auto descriptors = openDescriptors();
-      // Nothing under a sanitizer that allocates itself.
+      // Nothing can be measured under a sanitizer with its own allocator.
       const size_t bytes = mallinfo2().uordblks;
       for( int i = 0; i < count; ++i ) {
          lose();
@@ -76,7 +76,7 @@ class ManyRenewals : public ALibraryClient {
          moments.clear();
       }
       EXPECT_EQ( openDescriptors(), descriptors );
-      // The caches of the threads; a leaked connection costs 4,000 bytes each time.
+      // Allows for thread caches; a leaked connection costs 4,000 bytes each time.
       EXPECT_LT( mallinfo2().uordblks, bytes + 32'000 );
    }
 };

@@ -1,4 +1,4 @@
-// A bus that has room for a few connections of a user only, and how clients fill it.
+// A bus that accepts only a few connections per user, and how clients fill it.
 #include <string>
 #include <system_error>
 #include <vector>
@@ -29,7 +29,7 @@ struct ASmallBus : ALibraryClient {
          "Get SystemState", { error( "org.freedesktop.DBus.Error.AccessDenied", "No." ) } );
    }
 
-   // The manager and the client are among them.
+   // The manager and the client are among these.
    static constexpr std::size_t room = 16;
 };
 
@@ -44,7 +44,7 @@ TEST_F( ASmallBus, refusesClientsWhenItIsFull ) {
    EXPECT_THROW( fill(), std::system_error );
 
    EXPECT_EQ( outcomeOf( "creation" ), noRoom );
-   // Who is there already stays.
+   // Existing connections remain usable.
    EXPECT_EQ( systemState(), "running" );
 }
 

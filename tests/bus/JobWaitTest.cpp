@@ -1,4 +1,4 @@
-// Waits for the end of a job, against a manager that says what systemd would not.
+// Waits for the end of a job, with signals that systemd would not send.
 #include <string>
 #include <vector>
 
@@ -18,7 +18,7 @@ struct AWaitForAJob : ALibraryClient {
    }
 };
 
-// What is said before the reply is there when the wait begins; what is said after it may come
+// Signals sent before the reply have arrived when the wait begins; signals sent after it may arrive
 // later.
 TEST_F( AWaitForAJob, endsWithTheLastResultBeforeOrAfterTheReply ) {
    EXPECT_EQ( whenSaid( { jobRemoved( 7, "done" ), replyJob( 7 ) } ), jobOf( 7 ) );
@@ -27,7 +27,7 @@ TEST_F( AWaitForAJob, endsWithTheLastResultBeforeOrAfterTheReply ) {
    EXPECT_EQ(
       whenSaid( { jobRemoved( 7, "done" ), jobRemoved( 7, "failed" ), replyJob( 7 ) } ),
       endedIn( "failed" ) );
-   // An empty result is none.
+   // An empty result does not count.
    EXPECT_EQ(
       whenSaid( { replyJob( 7 ), jobRemoved( 7, "" ), jobRemoved( 7, "done" ) } ), jobOf( 7 ) );
 }
@@ -69,7 +69,7 @@ TEST_F( AWaitForAJob, refusesAReplyThatNamesNeitherAJobNorAUnit ) {
          whenSaid( { reply( body( "o", path ) ), jobRemoved( 7, "done" ) } ),
          jobFailed + "parseJobId, failed to parse job: " + path );
    }
-   // But there is nothing to wait for if it names a unit.
+   // If it names a unit, however, there is nothing to wait for.
    const std::string unit = unitPath( "web.service" );
    EXPECT_EQ( whenSaid( { reply( body( "o", unit ) ) } ), unit );
 }

@@ -1,4 +1,4 @@
-// Monitors that the caller makes, keeps and waits with again, alone and beside others.
+// Monitors that callers create, keep and use again, alone and next to others.
 #include <functional>
 #include <string>
 
@@ -35,7 +35,7 @@ struct AMonitorByHand : ALibraryClient {
       return thrownBy( [&] { EXPECT_TRUE( monitor.wait( Tessel::String( jobOf( job ) ) ) ); } );
    }
 
-   // What a wait throws that has not heard of the job within its limit.
+   // What a wait throws if no signal about the job arrives within its limit.
    static std::string timeout( const std::string& seconds, uint32_t job ) {
       return syncFailed + "JobRemovedMonitor::wait, " + seconds + " timeout for " + jobOf( job );
    }
@@ -78,7 +78,7 @@ TEST_F( AMonitorByHand, stillWritesToTheRecordThatWasTakenFromIt ) {
    EXPECT_EQ( std::string( result ), "done" );
 }
 
-// A client whose connection another thread shuts down, through a descriptor of its own.
+// A client whose connection another thread shuts down, through a duplicate descriptor.
 class AClientThatGivesUp : public ALibraryClient {
  protected:
    ~AClientThatGivesUp() override { close( descriptor ); }

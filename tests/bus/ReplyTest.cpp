@@ -1,4 +1,4 @@
-// Replies that systemd would not send: of the wrong shape, as bare errors, too late, or never.
+// Replies that systemd would not send: malformed, as bare errors, too late, or never.
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,7 +38,8 @@ TEST_F( AReply, ofTheRightTypeIsReturnedUnchanged ) {
       { flagRead, { body( "v", "b", true ), "true" } },
       { flagRead, { body( "v", "b", false ), "false" } },
       { loadCall, { body( "o", "/" ), "/" } },
-      // There may be more than is read, and what a call without a result gets is not read at all.
+      // A reply may contain more than is read, and the reply to a call without a result is not
+      // read.
       { flagRead, { body( "vs", "b", true, "more" ), "true" } },
       { loadCall, { body( "ou", "/a", 7 ), "/a" } },
       { plainCall, { {}, "called" } },
@@ -118,7 +119,7 @@ TEST_F( AReply, ofTheWrongShapeToTheProbeCostsTheConnection ) {
    }
 }
 
-// The limit is long enough for the probe, to which it applies as well.
+// The limit is long enough for the probe, to which it also applies.
 class ALateReply : public AReply {
  protected:
    void SetUp() override { sd_bus_set_method_call_timeout( client->sdbus(), limit ); }
@@ -130,7 +131,7 @@ TEST_F( ALateReply, endsTheCallAtItsTimeLimit ) {
    for( const std::string& operation : { plainCall, textRead, flagRead } ) {
       EXPECT_EQ( outcome( operation, {} ), failureOf( operation ) + timedOut );
    }
-   // The limit is that of the connection, and is lost with it.
+   // The limit belongs to the connection and is lost with it.
    manager.onCall( "Get SystemState", {} );
    moments.clear();
    EXPECT_EQ( outcomeOf( textRead ), "252.39" );

@@ -1,4 +1,4 @@
-// What strangers on the bus, and whoever starts a privileged program, can and cannot do.
+// What strangers on the bus, and the caller of a privileged program, can and cannot do.
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -28,7 +28,7 @@ class Stranger {
  public:
    explicit Stranger( const PrivateBus& bus ) : connection_( busAt( bus.address() ) ) {}
 
-   // Sends a signal of the manager object to one client alone, whatever that listens to.
+   // Sends a signal of the manager object to one client alone, whatever its match rules.
    void send( const std::string& receiver, const char* member, const Body& content ) {
       sendSignal( connection_.get(), managerPath, managerInterface, member, content, receiver );
       roundTrip( connection_.get() );
@@ -46,8 +46,8 @@ std::string nameOnTheBus( Sdbus& client ) {
 
 class AClientAmongStrangers : public ALibraryClient {
  protected:
-   // Starts a unit as job 7 and does something when the wait begins, which ends soon whatever it
-   // hears. Returns the outcome.
+   // Starts a unit as job 7 and does something when the wait begins, which ends soon in any case.
+   // Returns the outcome.
    std::string whileWaiting( const Moments::Action& action, const char* unit = "web.service" ) {
       moments.hurryWaits( true );
       moments.clear();
@@ -64,7 +64,7 @@ class AClientAmongStrangers : public ALibraryClient {
    const std::string name = nameOnTheBus( *client );
 };
 
-// The bus compares the sender's name for signals to everybody only. sd-bus relies on that.
+// The bus compares the sender's name for broadcast signals only, and sd-bus relies on the bus.
 TEST_F( AClientAmongStrangers, believesASignalThatOneOfThemSendsToItAlone ) {
    EXPECT_EQ( whileWaiting( [&] { forge( 7, "done" ); } ), jobOf( 7 ) );
    EXPECT_EQ(
@@ -89,18 +89,18 @@ TEST_F( AClientAmongStrangers, ignoresForgedEndsOfOtherJobs ) {
       jobOf( 7 ) );
 }
 
-// What is read afterwards is the manager's own answer: the bus knows who was asked.
+// A later read returns the manager's own reply, because the bus knows who was called.
 TEST_F( AClientAmongStrangers, learnsTheTruthByReadingTheState ) {
    EXPECT_EQ( whileWaiting( [&] { forge( 7, "done" ); }, "idle.service" ), jobOf( 7 ) );
    EXPECT_EQ( outcomeOf( "unitPropertyS idle.service ActiveState" ), "inactive" );
 }
 
-// The second reload without a start is taken for a fault of the program.
+// The second reload without a start counts as a bug in the program.
 TEST_F( AClientAmongStrangers, isEndedByOneOfThemWhoForgesTheEndsOfTwoReloads ) {
    manager.onEveryCall( "Reload", { reply() } );
    EXPECT_EXIT(
       {
-         // sd-bus refuses connections that were made before a fork.
+         // sd-bus refuses connections that were opened before a fork.
          const Tessel::Ptr< Sdbus > ownClient = sdbusFactory();
          const std::string ownName = nameOnTheBus( *ownClient );
          Stranger forger( bus );
@@ -122,7 +122,7 @@ TEST_F( AClientAmongStrangers, passesLongTextsUnchanged ) {
    EXPECT_EQ( systemState(), "running" );
 }
 
-// Of a result that is longer than any of systemd's it may keep the beginning only.
+// A client may truncate a result that is longer than any of systemd's.
 TEST_F( AClientAmongStrangers, reportsAtLeastTheBeginningOfALongResult ) {
    const std::string result( 100'000, 'x' );
    manager.onCall( "StartUnit", { replyJob( 7 ), jobRemoved( 7, result ) } );
@@ -133,8 +133,8 @@ TEST_F( AClientAmongStrangers, reportsAtLeastTheBeginningOfALongResult ) {
    EXPECT_EQ( systemState(), "running" );
 }
 
-// Tells a program that has just been started, and has stopped for its tracer, that it has more
-// rights than its caller, in the way in which the kernel tells a set-user-ID program.
+// Marks a program that has just been started, and has stopped for its tracer, as more privileged
+// than its caller, in the way the kernel marks set-user-ID programs.
 void setSecure( pid_t program ) {
    int status = 0;
    ASSERT_EQ( waitpid( program, &status, 0 ), program );
@@ -165,8 +165,8 @@ void setSecure( pid_t program ) {
    ASSERT_EQ( ptrace( PTRACE_DETACH, program, nullptr, nullptr ), 0 );
 }
 
-// Runs a program that its environment tells to trace, as a privileged one or not; returns what it
-// has written and how many files it has left.
+// Runs a program whose environment enables traces, privileged or not. Returns its output and the
+// number of files it left behind.
 std::pair< std::string, long > traced( bool privileged ) {
    std::string folder = ( std::filesystem::temp_directory_path() / "security-XXXXXX" ).string();
    checked( mkdtemp( folder.data() ) ? 0 : -errno, "mkdtemp" );

@@ -1,4 +1,4 @@
-// What the other tests take for granted of the scripted manager.
+// The behaviour of the scripted manager that other tests rely on.
 #include <algorithm>
 #include <string>
 
@@ -16,7 +16,7 @@ using ::testing::ElementsAre;
 
 class AScriptedManager : public ALibraryClient {
  protected:
-   // Returns what the manager, and strangers, have sent.
+   // Returns what the manager and strangers have sent.
    Texts said() {
       manager.run( {} );
       return record.said();

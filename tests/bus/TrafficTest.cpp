@@ -1,4 +1,4 @@
-// The messages that each operation sends: which, with what, in what order, and no others.
+// The messages that each operation sends: exactly these, with these contents, in this order.
 #include <ostream>
 #include <string>
 

@@ -14,7 +14,7 @@ const std::string waiting = syncFailed + "UnitReloadingMonitor::wait, ";
 const std::string timeout = waiting + "600.000000 timeout";
 const std::string unitFailed = waiting + "unit " + unitPath( "web.service" ) + " failed: Success";
 
-// A change of the unit's own properties, with whatever is said of it.
+// A change of the unit's own properties, with any contents.
 template< typename... Values >
 Action changed( const Values&... values ) {
    return propertiesChanged( "web.service", body( "sa{sv}as", unitInterface, values..., 0 ) );
@@ -32,7 +32,7 @@ Script states( const Texts& values ) {
 
 class AWaitForAUnit : public ALibraryClient {
  protected:
-   // The outcome when this is said before the reply, all in the first pass of the wait.
+   // Returns the outcome if these are sent before the reply, all read in the wait's first pass.
    std::string whenSaid( Script script ) {
       script.push_back( replyJob( 7 ) );
       return callScripted( "ReloadUnit", script );
@@ -94,7 +94,7 @@ TEST_F( AWaitForAUnit, readsNothingButTheStateOfAUnit ) {
          "web.service", body( "sa{sv}as", interface, 1, "ActiveState", "s", "failed", 0 ) );
    };
    for( const Script& script : std::vector< Script >{
-           // The state stands among other properties, or does not.
+           // The state may or may not be among other properties.
            { changed(
                 3, "A", "as", 2, "a", "b", "ActiveState", "s", "reloading", "B", "(ub)", 1, true ),
              changed( 0 ), changed( 1, "SubState", "s", "failed" ),

@@ -78,15 +78,15 @@ class ScriptedSdbus {
    ScriptedSdbus( const ScriptedSdbus& ) = delete;
    ScriptedSdbus& operator=( const ScriptedSdbus& ) = delete;
 
-   // The script. Further answers for a function are for its later calls. A property read without
-   // an sd_bus_error is asked for under the name "probe".
+   // Scripts the next call of a function; further answers are for its later calls. A property read
+   // without an sd_bus_error has the name "probe".
    void next( const std::string& function, Answer answer );
    // The functions with answers that no call has taken, separated by blanks.
    [[nodiscard]] std::string leftOver() const;
    void forgetLeftOver();
 
-   // Makes the call with that number, counted from now and from 1, fail; with `forEver` all that
-   // follow, too. All functions count that return whether they succeeded. 0: no call fails.
+   // Makes the call with that number, counted from 1 from now on, fail; with `forEver`, all later
+   // ones too. All functions count that can report failure. 0: no call fails.
    void faultIs( std::size_t number, bool forEver = false, Answer fault = {} );
    // The lines of the calls that have failed since then.
    [[nodiscard]] const std::vector< std::string >& faults() const { return faults_; }

@@ -8,7 +8,7 @@ namespace SodrelTest {
 
 namespace {
 
-// The folder where the box keeps the units of its own.
+// The folder of the box's built-in units.
 std::filesystem::path unitFolder( Sdbus& client ) {
    return std::filesystem::path( text( client.unitPropertyS( "default.target", "FragmentPath" ) ) )
       .parent_path();
@@ -21,7 +21,7 @@ void write( const std::filesystem::path& path, const std::string& contents ) {
 constexpr const char* expired =
    "Sodrel::SdbusSyncException: DaemonReloadingMonitor::wait, 0.050000 timeout";
 
-// What a short wait ends with when no client has subscribed.
+// The outcome of a short wait when no client has subscribed.
 std::string unseen() {
    return busHasSubscribed() ? "nothing" : expired;
 }

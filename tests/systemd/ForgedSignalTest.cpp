@@ -24,7 +24,7 @@ BusPtr connectionOfNobody() {
    return BusPtr( raw );
 }
 
-// Sends signals of the manager's to one client. They are there when the operation returns.
+// Sends signals of the manager's to one client. They have arrived when the operation returns.
 class Forger {
  public:
    explicit Forger( Sdbus& client ) {
@@ -94,10 +94,10 @@ TEST_F( AForgedSignal, endsTheWaitForAJob ) {
    EXPECT_EQ( stateOf( "start-waits.service" ), "activating" );
 }
 
-// Where somebody has subscribed, the manager's own signals come first.
+// If any client has subscribed, the manager's own signals come first.
 TEST_F( AForgedSignal, endsTheProcessIfItIsTheSecondEndOfAReload ) {
    const auto reload = [] {
-      // sd-bus refuses connections that were made before a fork.
+      // sd-bus refuses connections that were opened before a fork.
       const Tessel::Ptr< Sdbus > ownClient = sdbusFactory();
       Forger ownForger( *ownClient );
       CollectedTraces traces( { "SignalMonitor" } );
@@ -136,7 +136,7 @@ TEST_F( AForgedSignal, isKeptAwayByTheBusPolicy ) {
    client->managerCall( "Reload", false );
 }
 
-// Any service sends "PropertiesChanged", so no policy can let only root send it.
+// Any service sends "PropertiesChanged", so no policy can restrict it to root.
 TEST_F( AForgedSignal, canStillClaimAnotherUnitStateDespiteTheBusPolicy ) {
    policyIsInstalled();
    const std::string unit = "start-waits.service";

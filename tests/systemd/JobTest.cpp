@@ -210,12 +210,12 @@ TEST_F( AJob, isNotMistakenForOneOfAnotherClient ) {
 }
 
 struct HandMade {
-   const char* started; // the unit that is started before
+   const char* started; // the unit that is started first
    const char* unit;
    const char* result;
 };
 
-// A reload that is followed by a job monitor made by hand.
+// A reload that is awaited with a job monitor created by the test.
 class AReloadJob : public AClient, public ::testing::WithParamInterface< HandMade > {};
 
 TEST_P( AReloadJob, isReportedWithItsResult ) {

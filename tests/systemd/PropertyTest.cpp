@@ -58,7 +58,7 @@ TEST_F( AClient, readsPropertiesOfAUnitWhoseNameIsNotAPath ) {
       "Instance \\x2dblank\\x20 of a template" );
 }
 
-// systemd unloads an inactive unit that nothing refers to, so this is how it says "inactive".
+// systemd unloads an inactive unit that nothing refers to, so this is how "inactive" shows.
 TEST_F( AClient, cannotReadAUnitThatHasBeenStopped ) {
    call( "StartUnit", "simple-without-reload.service" );
    EXPECT_EQ( stateOf( "simple-without-reload.service" ), "active" );

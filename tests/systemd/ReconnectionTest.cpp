@@ -24,7 +24,7 @@ auto openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// A client whose bus goes away between two of its calls.
+// A client that loses the bus between two of its calls.
 class AReconnection : public AClient {
  protected:
    CollectedTraces traces{ { "Sodrel" } };
@@ -66,7 +66,7 @@ TEST_F( AReconnection, duringTheLookUpOfAUnitTakesItsMonitorToTheNewConnection )
    call( "StartUnit", "reload-succeeds.service" );
    traces.clear();
    std::optional< Observer > observer;
-   // The monitor is yet to be made, and the old connection has no other user that keeps it.
+   // The monitor has not been created yet, and nothing else keeps the old connection.
    traces.when( "asyncManagerCallSO/8: ", [&] {
       killBus();
       observer.emplace();
@@ -94,7 +94,7 @@ TEST_F( AReconnection, afterTheMonitorHasBeenMadeLeavesItBehind ) {
       traces.lines(),
       ElementsAre(
          traceOf( "StartUnit start-waits.service" ), "asyncManagerCallSsO/8: ", expired ) );
-   // The call went out on the new connection all the same.
+   // The call was nevertheless sent on the new connection.
    gate.pass();
 }
 
@@ -110,7 +110,7 @@ TEST_F( AReconnection, failsUntilTheBusIsBack ) {
    run( "systemctl start dbus.socket" );
    EXPECT_EQ( text( client->managerPropertyS( "SystemState" ) ), "running" );
 
-   // Only the first loss is one: afterwards there is no connection to renew.
+   // Only the first loss is traced: afterwards there is no connection to replace.
    EXPECT_THAT(
       traces.lines(), ElementsAre(
                          traceOf( "StartUnit oneshot-remains.service" ), expired,
@@ -145,7 +145,7 @@ TEST_F( AReconnection, isRepeatedOverCrashesOfTheBusWithoutLosingDescriptors ) {
    EXPECT_EQ( openDescriptors(), before );
 }
 
-// A wait during which the bus goes away.
+// A wait during which the bus is lost.
 class AnInterruptedWait : public AClient {
  protected:
    // The bus is killed when a wait begins, that is, after the reply to the call.
@@ -174,7 +174,7 @@ TEST_F( AnInterruptedWait, forAJobReportsTheLossOfTheBus ) {
 TEST_F( AnInterruptedWait, forADaemonReloadReportsTheLossOfTheBus ) {
    killWhen( "wait/8: Wait for Reloading signal" );
 
-   // Nobody has subscribed, so only the loss of the bus ends the wait.
+   // No client has subscribed, so only the loss of the bus ends the wait.
    EXPECT_EQ(
       thrownBy( [&] { client->managerCall( "Reload", false ); } ),
       "Sodrel::SdbusSyncException: DaemonReloadingMonitor::wait, sd_bus_process failed: Connection "

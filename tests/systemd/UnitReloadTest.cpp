@@ -1,4 +1,4 @@
-// Reloads of units on a real systemd: what their monitor sees of each kind.
+// Reloads of units on a real systemd: what the monitor sees of each kind.
 #include "Box.h"
 
 #include <fstream>
@@ -30,8 +30,8 @@ class AUnitReload : public AClient {
       return unitReloadingMonitorFactory( client->sdbus(), path );
    }
 
-   // Reloads a unit, waits for the end of its job, and returns a monitor that was there from
-   // before.
+   // Reloads a unit, waits for the end of its job, and returns a monitor created before the
+   // reload.
    Tessel::Ptr< UnitReloadingMonitor > afterAReload() {
       call( "StartUnit", "reload-succeeds.service" );
       const auto jobMonitor = jobRemovedMonitorFactory( client->sdbus() );
@@ -61,7 +61,7 @@ TEST_F( AUnitReload, leavesItsTraceInTheRecord ) {
 struct Reload {
    const char* name;
    const char* method;
-   const char* started; // the unit that is started before
+   const char* started; // the unit that is started first
    const char* unit;
    const char* states;
    const char* result; // of the job
@@ -151,7 +151,7 @@ TEST_F( AUnitReload, failsAtOnceForAUnitThatHasFailedBefore ) {
    Observer observer;
    Gate gate( "/run/start-waits" );
    EXPECT_THROW( call( "StartUnit", "fails-after-start-waits.service" ), SdbusJobException );
-   // Keeps the restart waiting, which would clear the failure.
+   // Holds back the restart, which would clear the failure.
    const std::string start = send( "StartUnit", "start-waits.service" );
 
    EXPECT_EQ(
@@ -189,7 +189,7 @@ TEST_F( AUnitReload, doesNotSeeTheEndOfOneThatHadBegunBefore ) {
 
    const std::string second = send( "ReloadUnit", "reload-waits.service" );
 
-   // systemd reloads the unit once more, in the same job.
+   // systemd reloads the unit again within the same job.
    EXPECT_EQ( second, first );
    gate.pass();
    gate.await();

@@ -1,4 +1,4 @@
-// The manager of a user in place of the system's: the bus's address decides.
+// A user's manager instead of the system's, selected by the bus address.
 #include "Box.h"
 
 #include <cstdlib>
@@ -10,17 +10,17 @@ namespace {
 
 constexpr const char* address = "DBUS_SYSTEM_BUS_ADDRESS";
 
-// A program of a user whose manager runs.
+// A program of a user whose manager is running.
 class AUsersProgram : public ::testing::Test {
  protected:
    void SetUp() override {
-      // Copies, because what the user cannot reach they cannot read.
+      // Copies, because the user may have no access to the originals.
       run( "cp -r " USER_UNITS " /run/user-units && systemctl start user-manager.service" );
       setenv( address, "unix:path=/run/user/bus", 1 );
       withoutRights.emplace();
    }
 
-   // Differs from manager to manager.
+   // Differs between managers.
    static std::string groupOf( Sdbus& client ) {
       return text( client.managerPropertyS( "ControlGroup" ) );
    }
