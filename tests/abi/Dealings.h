@@ -1,4 +1,4 @@
-// What the test and its plug-in do with the same exceptions, each with code of its own.
+// What the test and its plugin do with the same exceptions, each with its own code.
 #pragma once
 
 #include <Sodrel/Exceptions.h>
@@ -14,7 +14,7 @@ namespace SodrelTest {
 struct Dealing {
    const std::type_info* identity;
    void ( *raise )();
-   // Whether what `raise` throws is caught by its class, with its text and name.
+   // Returns whether what `raise` throws is caught by its class, with its text and name.
    bool ( *catches )( void ( *raise )() );
 };
 
@@ -51,5 +51,5 @@ using AllDealings = decltype( allDealings() );
 
 } // namespace SodrelTest
 
-// The plug-in's only export, by its name.
+// The plugin's only exported function.
 extern "C" TESSEL_EXPORT SodrelTest::AllDealings* pluginDealings();

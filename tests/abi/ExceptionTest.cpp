@@ -11,7 +11,7 @@
 namespace SodrelTest {
 namespace {
 
-// A plug-in that nobody else shares symbols with.
+// A plugin that shares no symbols with anything else.
 class AnException : public testing::Test {
  protected:
    void SetUp() override {

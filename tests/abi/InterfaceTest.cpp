@@ -1,4 +1,4 @@
-// What programs are compiled against and scripts/abi does not see: the order of the virtual slots
+// Parts of the binary interface that scripts/abi does not check: the order of the virtual slots
 // before any baseline, and the sizes of classes that no exported function takes or returns.
 #include <Sodrel/SignalMonitor.h>
 #include <Sodrel/Sodrel.h>
@@ -21,7 +21,7 @@ std::ptrdiff_t slotOf( Operation operation ) {
    return offset / std::ptrdiff_t{ sizeof( void* ) };
 }
 
-// A class with one more operation, whose slot is the number of those that Base has.
+// A class with one more operation, whose slot is the number of Base's operations.
 template< typename Base >
 struct Extended : Base {
    virtual void further() = 0;

@@ -1,4 +1,4 @@
-// A plug-in that throws and catches the libraries' exceptions.
+// A plugin that throws and catches the libraries' exceptions.
 #include <abi/Dealings.h>
 
 SodrelTest::AllDealings* pluginDealings() {

@@ -1,4 +1,4 @@
-// What is left of a shared object after dlclose: of a plugin with entities of its own, and of the
+// What remains of a shared object after dlclose: of a plugin with its own entities, and of the
 // library.
 #include <platform/memory/AllocTrack.h>
 #include <platform/types/TypeData.h>
@@ -40,7 +40,7 @@ TEST( APluginWithEntities, isUnloadedAndItsTypesAreForgotten ) {
       EXPECT_FALSE( isMapped( UNLOADABLE_PLUGIN ) );
       EXPECT_FALSE( lampsAreKnown() );
    }
-   // The counts outlive it.
+   // The counts outlive the plugin.
    const auto counts = Orl::allocCounts( "House::Lamp" );
    ASSERT_TRUE( counts );
    EXPECT_EQ( counts->live, 0U );

@@ -36,7 +36,7 @@ void test() {
 #elif defined( ASSIGNED )
    *lamp = *House::lampFactory( "hall" );
 #elif defined( PRIVATE_MEMBER )
-   // That the type data reach it opens it to nobody else.
+   // Access by the type data does not open it to anything else.
    static_cast< void >( lamp->room );
 #elif defined( PTR_FROM_RAW_POINTER )
    const Tessel::Ptr< House::Lamp > second = lamp.get();

@@ -1,4 +1,4 @@
-// Conversions that have to be written out.
+// Conversions that must be explicit.
 #include <Sodrel/Exceptions.h>
 
 #include <platform/value/Interval.h>

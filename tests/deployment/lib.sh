@@ -1,5 +1,5 @@
-# What the tests of docs/deployment.md share; sourced by each: TEST BUILD, where BUILD is the folder of
-# the build. The test runs in a box that knows polkit, the journal, sshd and the stand-in web.service.
+# Code shared by the tests of docs/deployment.md, which source it: TEST BUILD, where BUILD is the
+# build folder. The test runs in a box with polkit, the journal, sshd and a stand-in web.service.
 set -eEuo pipefail
 trap 'echo "$0: line $LINENO: failed: $BASH_COMMAND" >&2' ERR
 
@@ -7,7 +7,7 @@ project=$(realpath "$(dirname "$(realpath "$0")")/../..")
 build=$1
 failures=0
 
-# Outside of a box, boots one and runs the test anew in it: inBox ARGUMENT... of the test
+# Outside a box, boots one and reruns the test in it: inBox ARGUMENT... of the test
 inBox() {
     [[ ${2-} == inside ]] ||
         exec "$project/tests/deployment/with-packages" "$build/tools/systemd-box" --timeout 60 \
@@ -35,15 +35,15 @@ installExamples() {
     PATH=/usr/local/bin:$PATH
 }
 
-# Has systemd know units of the machine's, which the box hides: machineUnits UNIT...
+# Makes units of the machine, which the box hides, known to systemd: machineUnits UNIT...
 machineUnits() {
     cp "${@/#//lib/systemd/system/}" /run/systemd-box/units/
     systemctl daemon-reload
 }
 
-# Installs polkitd, which the bus starts as soon as it is asked for.
+# Installs polkitd, which the bus starts on demand.
 installPolkit() {
-    # What the installation of the package does.
+    # As the installation of the package does.
     systemd-sysusers polkitd.conf
     install -d -o polkitd -m 700 /etc/polkit-1/rules.d
     systemctl reload dbus.service

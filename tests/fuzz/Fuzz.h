@@ -1,4 +1,4 @@
-// What the fuzz targets share: their entry, taking an input apart, and ending where it fails.
+// Code shared by the fuzz targets: the entry point, parsing inputs, and reporting failures.
 #pragma once
 
 #include <algorithm>
@@ -12,7 +12,7 @@
 
 namespace SodrelTest {
 
-// Ends the process, for the fuzzer to keep the input, unless the invariant holds.
+// Ends the process unless the invariant holds, so that the fuzzer keeps the input.
 inline void require( bool holds, const char* invariant ) {
    if( !holds ) {
       std::fprintf( stderr, "violated: %s\n", invariant );
@@ -20,7 +20,7 @@ inline void require( bool holds, const char* invariant ) {
    }
 }
 
-// Ends the process unless both are the same text.
+// Ends the process unless both texts are equal.
 inline void requireSame( std::string_view got, std::string_view expected ) {
    if( got != expected ) {
       std::fprintf(
@@ -30,7 +30,7 @@ inline void requireSame( std::string_view got, std::string_view expected ) {
    }
 }
 
-// Takes an input apart from its front; what is missing at its end is zero or empty.
+// Parses an input from the front. Values missing at the end are zero or empty.
 class Input {
  public:
    Input( const std::uint8_t* data, std::size_t size )
@@ -58,7 +58,7 @@ class Input {
    std::string_view rest_;
 };
 
-// The number that digits alone write, up to `most`.
+// Converts a text of digits only to a number of at most `most`.
 inline std::optional< std::uint64_t > numberOf( std::string_view digits, std::uint64_t most ) {
    std::uint64_t number = 0;
    for( const char digit : digits ) {
@@ -73,7 +73,7 @@ inline std::optional< std::uint64_t > numberOf( std::string_view digits, std::ui
    return digits.empty() ? std::nullopt : std::optional( number );
 }
 
-// The entry that each target defines: called with one input after another.
+// The entry point that each target defines, called with one input after another.
 void fuzz( Input input );
 
 } // namespace SodrelTest

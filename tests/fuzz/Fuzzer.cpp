@@ -1,4 +1,4 @@
-// Leads the fuzzer's entry to the target.
+// Forwards the fuzzer's entry point to the target.
 #include "Fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput( const std::uint8_t* data, std::size_t size ) {

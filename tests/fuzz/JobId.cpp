@@ -1,4 +1,4 @@
-// Fuzzes the reading of a job's object path.
+// Fuzzes the parsing of a job's object path.
 #include "PrivateConnection.h"
 
 #include <Sodrel/SignalMonitor.h>
@@ -7,7 +7,7 @@ namespace SodrelTest {
 
 namespace {
 
-// The number that a path names: that of its leading digits, if there are any and they fit.
+// Returns the number in a path: its leading digits, if there are any and they fit.
 std::optional< std::uint64_t > numberIn( std::string_view path ) {
    const std::string_view start = "/org/freedesktop/systemd1/job/";
    if( !path.starts_with( start ) ) {

@@ -5,7 +5,7 @@ namespace SodrelTest {
 
 namespace {
 
-// What the signals say of the awaited job.
+// The state of the awaited job according to the signals.
 struct Job {
    std::uint32_t id;
    std::string result;

@@ -25,7 +25,7 @@ BusPtr endAt( int fd, bool server ) {
    return bus;
 }
 
-// Composes what the wire holds: values aligned to their size, in the byte order 'l'.
+// Composes the wire format: values aligned to their size, in byte order 'l'.
 struct Wire {
    std::string bytes;
 

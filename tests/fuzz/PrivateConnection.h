@@ -1,4 +1,4 @@
-// A connection of sd-bus whose other end is in the hands of a fuzz target, without any bus.
+// An sd-bus connection whose other end is controlled by a fuzz target, without any bus.
 #pragma once
 
 #include "Fuzz.h"
@@ -12,13 +12,13 @@
 
 namespace SodrelTest {
 
-// A message's body as it is on the wire, and what it says to be.
+// A message's body as on the wire, and its claimed signature.
 struct Body {
    std::string_view signature;
    std::string_view bytes;
 };
 
-// Takes a body off an input: the lengths of signature and bytes, in 8 and 16 bits, then both.
+// Parses a body: the lengths of the signature and the bytes, in 8 and 16 bits, then both.
 Body takeBody( Input& input );
 
 // The header of a message: its fields are left out where they are empty or 0.
@@ -39,14 +39,14 @@ class PrivateConnection {
    PrivateConnection( const PrivateConnection& ) = delete;
    PrivateConnection& operator=( const PrivateConnection& ) = delete;
 
-   // The end under test. `release` gives it away, with its one use.
+   // Returns the end under test. `release` transfers its only reference.
    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
    sd_bus* release() { return bus_.release(); }
 
-   // Gets each message before anybody else, if set.
+   // If set, receives each message first.
    std::function< void( sd_bus_message* ) > hear;
 
-   // Puts a message into the socket. A connection takes 64 of up to 64 KB for certain.
+   // Writes a message to the socket, which has room for at least 64 messages of up to 64 KB.
    void send( const Header& header, const Body& body );
 
  private:
@@ -55,7 +55,7 @@ class PrivateConnection {
    std::uint32_t serial_ = 1000;
 };
 
-// What an operation of the library comes to: its text, or the exception as "class: text".
+// Returns the outcome of an operation: its text, or the exception as "class: text".
 template< typename Operation >
 std::string outcomeOf( const Operation& operation ) {
    try {

@@ -5,7 +5,7 @@ namespace SodrelTest {
 
 namespace {
 
-// The four states of a reload as its signals tell it.
+// The four states of a reload according to its signals.
 struct Reload {
    enum class State { idle, running, endedWithoutStart, ended };
    State state = State::idle;

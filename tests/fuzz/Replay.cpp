@@ -1,4 +1,4 @@
-// Runs a fuzz target once on each file of a folder, where there is no fuzzer.
+// Runs a fuzz target once on each file of a folder, without a fuzzer.
 #include "Fuzz.h"
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// Fuzzes what the client does with replies: a byte that says what is read, then a body or a text.
+// Fuzzes the handling of replies: a byte that selects what is read, then a body or a text.
 #include "PrivateConnection.h"
 
 #include <Sodrel/Sodrel.h>
@@ -15,13 +15,13 @@ namespace {
 constexpr std::uint8_t methodReturn = SD_BUS_MESSAGE_METHOD_RETURN;
 constexpr std::uint8_t methodError = SD_BUS_MESSAGE_METHOD_ERROR;
 
-// What the next sd_bus_open_system gives.
+// The connection that the next sd_bus_open_system returns.
 PrivateConnection* next = nullptr;
 
 const Body systemState{ "v", { "\1s\0\0\7\0\0\0running\0", 16 } };
 
-// A client whose connection was made and probed, and waits for the reply to its next call. sd-bus
-// numbers the calls of a connection from 1.
+// A client whose connection has been opened and probed, and that waits for the reply to its next
+// call. sd-bus numbers the calls of a connection from 1.
 class Client {
  public:
    Client() {
@@ -31,7 +31,7 @@ class Client {
       wire_.send( { .type = methodReturn, .replyTo = 2 }, systemState );
    }
 
-   // What the call gets. Where sd-bus drops the hostile reply, it is the harmless one.
+   // The reply that the call receives: the harmless one if sd-bus drops the hostile one.
    void repliesAre( Header header, const Body& hostile, const Body& harmless ) {
       header.replyTo = 3;
       wire_.send( header, hostile );
@@ -45,7 +45,7 @@ class Client {
    Tessel::Ptr< Sdbus > client_;
 };
 
-// The message that a body makes; none where sd-bus drops it.
+// Returns the message with this body, or null if sd-bus drops it.
 MessagePtr received( PrivateConnection& connection, const Body& body ) {
    connection.send( { .path = "/", .interface = "a.b", .member = "C" }, body );
    sd_bus_message* message = nullptr;
@@ -54,8 +54,8 @@ MessagePtr received( PrivateConnection& connection, const Body& body ) {
    return MessagePtr( message );
 }
 
-// Each reader by itself, on a message of any kind: compares what it makes of the message with what
-// `value` makes of the basic type that it reads.
+// Runs each reader alone on any kind of message, and compares its result with what `value` reads of
+// the same basic type.
 template< char type, typename Basic, typename Value, typename Reader >
 void readAlone( Input& input, const Value& value, const Reader& reader ) {
    static Client client;
@@ -85,7 +85,7 @@ void readBoolean( Input& input ) {
    } );
 }
 
-// The operations that they belong to.
+// The operations that use them.
 
 void callForPath( Input& input ) {
    Client client;

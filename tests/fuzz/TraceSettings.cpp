@@ -1,7 +1,7 @@
 // Fuzzes the readers of TESSEL_TRACE and FENNET_TRACE: a byte that chooses, then the value.
 #include "Fuzz.h"
 
-// A process reads its environment once, so what reads the values is taken in here.
+// A process reads its environment once, so the code that parses the values is included here.
 #include <platform/trace/Facility.cpp>     // NOLINT(bugprone-suspicious-include)
 #include <platform/trace/FennetHandle.cpp> // NOLINT(bugprone-suspicious-include)
 
@@ -23,7 +23,7 @@ std::optional< std::map< std::string, std::uint32_t > > expected( const std::str
    std::map< std::string, std::uint32_t > all;
    std::vector< std::string > facilities = split( text, ';' );
    if( facilities.back().empty() ) {
-      facilities.pop_back(); // a separator may stand at the end
+      facilities.pop_back(); // the last facility may be followed by a separator
    }
    for( const std::string& facility : facilities ) {
       const std::size_t equals = facility.find( '=' );
@@ -56,7 +56,7 @@ void readFacilities( const std::string& text ) {
       "TESSEL_TRACE enables what it names" );
 }
 
-// The size that ends a value of FENNET_TRACE in bytes, 0 where there is no possible one.
+// Returns the size at the end of a value of FENNET_TRACE in bytes, or 0 if it is invalid.
 std::uint64_t expectedSize( std::string digits ) {
    std::uint64_t unit = 1;
    if( digits.ends_with( 'K' ) || digits.ends_with( 'M' ) ) {

@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char* unitPath = "/org/freedesktop/systemd1/unit/web_2eservice";
 
-// How far a unit's reload is, and whether its latest ActiveState is "failed".
+// The progress of a unit's reload, and whether its latest ActiveState is "failed".
 struct UnitReload {
    bool started = false;
    bool finished = false;
@@ -16,7 +16,7 @@ struct UnitReload {
 
    void hear( sd_bus_message* signal ) { unreadable = !read( signal ); }
 
-   // Returns whether the signal could be read as far as it matters.
+   // Returns whether the relevant part of the signal could be read.
    bool read( sd_bus_message* signal ) {
       const char* interface = nullptr;
       if( !readBasic( signal, 's', &interface ) ) {

@@ -1,4 +1,4 @@
-// The wait of a monitor by a hurried clock.
+// The wait of a monitor with a fast clock.
 #include "Wait.h"
 
 #include <chrono>

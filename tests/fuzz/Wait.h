@@ -1,4 +1,4 @@
-// A monitor's wait for signals that an input holds, beside a model of what it should come to.
+// A monitor's wait for the signals of an input, compared with a model of the expected outcome.
 #pragma once
 
 #include "PrivateConnection.h"
@@ -15,9 +15,9 @@ using Object = Orl::Optional< Tessel::String >;
 // time limit of 600 s, all later ones at it. Returns "true" or "false", or the exception.
 std::string outcomeOfWait( Sodrel::SignalMonitor& monitor, const Object& object );
 
-// Sends the bodies that the input holds, 64 at most, as signals under one header, to a monitor
-// that `factory` makes of a connection, and waits. Ends the process unless the outcome is that of
-// the model, which hears the same signals. Returns the monitor's record.
+// Sends the bodies of the input, at most 64, as signals with the same header, to a monitor that
+// `factory` creates on a connection, and waits. Ends the process unless the outcome is that of the
+// model, which receives the same signals. Returns the monitor's record.
 template< typename Model, typename Factory >
 auto recordOfWait(
    Input& input, const Header& header, Model& model, const Factory& factory,
@@ -28,7 +28,7 @@ auto recordOfWait(
    for( int sent = 0; sent < 64 && !input.empty(); ++sent ) {
       connection.send( header, takeBody( input ) );
    }
-   const std::string outcome = outcomeOfWait( *monitor, object ); // lets the model hear
+   const std::string outcome = outcomeOfWait( *monitor, object ); // feeds the model
    requireSame( outcome, model.outcome() );
    return monitor->dataIs();
 }
@@ -41,7 +41,7 @@ void requireAttribute( Tessel::Node& record, const char* name, const Value& expe
    require( answer == Tessel::accessDone && value == expected, name );
 }
 
-// Reads one value of a basic type; whether it could be read.
+// Reads one value of a basic type. Returns whether it could be read.
 inline bool readBasic( sd_bus_message* message, char type, void* value ) {
    return sd_bus_message_read_basic( message, type, value ) > 0;
 }

@@ -19,7 +19,7 @@ class TheClient : public ClientTest {
       EXPECT_EQ( Tessel::memberOf( *client, "rawSdbus" ).read( *client, &raw ), 0 );
       return static_cast< sd_bus* >( raw );
    }
-   // The functions that were called, without their arguments.
+   // Returns the functions that were called, without their arguments.
    static std::string calls() {
       std::string all;
       std::istringstream log( takeLog() );

@@ -9,7 +9,7 @@ namespace SodrelTest {
 
 namespace {
 
-// Ends the process with exactly this assertion on standard error, after `traces`.
+// Matches the end of the process with exactly this assertion on standard error, after `traces`.
 #define EXPECT_ASSERTION( statement, file, function, expression, traces )                          \
    EXPECT_EXIT(                                                                                    \
       statement, testing::KilledBySignal( SIGABRT ),                                               \
@@ -30,7 +30,7 @@ using AClientDeathTest = ClientTest;
 
 class AMonitorDeathTest : public BusTest {
  protected:
-   // Waits with the traces on standard error, too.
+   // Waits with traces on standard error, too.
    void wait( SignalMonitor& monitor, const Orl::Optional< Tessel::String >& object ) {
       onTrace = []( const Tessel::TextTrace& trace ) {
          std::fprintf( stderr, "%s\n", std::string( trace.text ).c_str() );

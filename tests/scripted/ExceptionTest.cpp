@@ -21,7 +21,7 @@ using Derived = testing::Types<
    SdbusJobException >;
 TYPED_TEST_SUITE( EachException, Derived );
 
-// As how many of these a `T` is caught.
+// Returns as how many of these classes a `T` is caught.
 template< typename T, typename... Others >
 constexpr int caughtAs( testing::Types< Others... > ) {
    return ( 0 + ... + ( std::is_base_of_v< Others, T > ? 1 : 0 ) );

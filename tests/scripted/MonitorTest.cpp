@@ -1,4 +1,4 @@
-// The monitors: what is alike in them, and what their waits make of signals.
+// The monitors: what they have in common, and how their waits interpret signals.
 #include <scripted/Monitors.h>
 
 #include <cerrno>
@@ -12,7 +12,7 @@ using Passes = std::vector< std::vector< Signal > >;
 
 class MonitorTest : public BusTest {
  protected:
-   // Each pass of a wait dispatches the signals of one.
+   // Each pass of a wait dispatches the signals of one element.
    void passesAre( const Passes& passes ) {
       for( const auto& signals : passes ) {
          script.next( "sd_bus_process", dispatches( signals ) );
@@ -60,7 +60,7 @@ TEST_P( EachMonitor, makesANewRecordWhenItsOwnIsTakenOut ) {
    const auto second = GetParam().dataIs( *monitor );
    EXPECT_NE( second.get(), record.get() );
    EXPECT_EQ( second->useCount(), 2U );
-   // The match still writes to the record that was taken out.
+   // The match rule still writes to the record that was taken out.
    script.dispatch( bus, signalOf( GetParam(), u( 1 ) ) );
    EXPECT_TRUE( fieldsOf( *record ).starts_with( "callbackFailed=true " ) );
    EXPECT_EQ( fieldsOf( *second ), GetParam().newRecord );
@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
    testing::Values( jobRemovedMonitor, daemonReloadingMonitor, unitReloadingMonitor ),
    []( const auto& instance ) { return std::string( instance.param.name ); } );
 
-// What comes of the signals in a wait.
+// Signals and the outcome of a wait for them.
 struct Row {
    Passes passes;
    std::string outcome;
@@ -120,7 +120,7 @@ struct Row {
 
 class TheWait : public MonitorTest {
  protected:
-   // Waits with a new monitor for each row, which has seen some signals before.
+   // For each row, waits with a new monitor that has already received some signals.
    void expect(
       const Monitor& kind, const std::vector< Row >& rows,
       const std::vector< Signal >& before = {} ) {
@@ -147,16 +147,16 @@ TEST_F( TheWait, forAJobEndsWithItsResult ) {
    std::vector< Row > rows{
       { { { jobRemoved( 42, "done" ) } }, "true", record( "done" ) },
       { { { jobRemoved( 42, "skipped" ) } }, "true", record( "skipped" ) },
-      // Those of other jobs are ignored.
+      // Signals of other jobs are ignored.
       { { { jobRemoved( 41, "failed" ), jobRemoved( 43, "failed" ) },
           { jobRemoved( 42, "done" ) } },
         "true" },
-      // The last one of a pass counts.
+      // The last signal of a pass counts.
       { { { jobRemoved( 42, "failed" ), jobRemoved( 42, "done" ) } }, "true" },
-      // None yet.
+      // No result yet.
       { { { jobRemoved( 42, "" ) } }, jobRemovedMonitor.timeout(), record( "" ) },
       { { { jobRemoved( 42, std::nullopt ) } }, jobRemovedMonitor.timeout(), record( "" ) },
-      // Nothing, when another signal of the pass cannot be read.
+      // No result if another signal of the pass cannot be read.
       { { { jobRemoved( 42, "done" ), signalOf( jobRemovedMonitor, u( 42 ) ) } },
         jobRemovedMonitor.callbackFailed(),
         "callbackFailed=true jobId=42 result=done" },
@@ -236,12 +236,12 @@ TEST_F( TheWait, forAUnitEndsWhenItIsActiveAfterAStartOrHasFailed ) {
            failed,
            record( true, false, true ) },
          { { states( { "failed" } ) }, failed, record( false, false, true ) },
-         // A later state of the same pass says otherwise.
+         // A later state in the same pass replaces it.
          { { states( { "failed", "activating" } ), states( { "active" } ) }, "true" },
          { { states( { "reloading", "failed", "inactive" } ) },
            timeout,
            record( true, false, false ) },
-         // It has been active after a start, whatever it is now.
+         // It has been active after a start, whatever its current state.
          { { states( { "reloading", "active", "failed" } ) }, "true", record( true, true, true ) },
          { { states( { "reloading", "active", "reloading" } ) },
            "true",

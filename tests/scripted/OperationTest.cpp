@@ -1,8 +1,8 @@
-// Each operation: its golden sequence, and what comes of each failure of sd-bus and of memory.
+// Each operation: its golden sequence, and the result of each failure of sd-bus and of memory.
 //
-// The n-th call of sd-bus fails, for n = 1, 2, ... until the operation has no more of them: once,
+// The n-th call of sd-bus fails, for n = 1, 2, ... as long as the operation makes that many: alone,
 // and with all later ones; with several error numbers, with and without a D-Bus error. The sequence
-// says what comes of it. The n-th allocation fails likewise, also while a call of sd-bus fails.
+// defines the result. The n-th allocation fails likewise, also while a call of sd-bus fails.
 #include <scripted/Operations.h>
 
 #include <support/Memory.h>
@@ -16,7 +16,7 @@ namespace SodrelTest {
 
 namespace {
 
-// The first is -1 as a result, next to success.
+// The first one gives a result of -1, the value next to success.
 constexpr int errors[] = { EPERM, EIO, ETIMEDOUT, 4095 };
 
 std::size_t faultPoints = 0;
@@ -36,7 +36,7 @@ void replaceAll( std::string& text, const std::string& what, const std::string& 
    }
 }
 
-// A text of a golden sequence with the cause in the places for it.
+// Returns a text of a golden sequence with its placeholders replaced by the cause.
 std::string caused( std::string text, const Fault& fault ) {
    replaceAll( text, "{errno}", std::string( ": " ) + std::strerror( fault.error ) );
    replaceAll( text, "{message}", fault.withMessage ? ": the cause" : "" );
@@ -51,7 +51,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
  protected:
    static void TearDownTestSuite() { std::printf( "%zu fault points tried\n", faultPoints ); }
 
-   // Anew, so that all names are those of the golden sequence.
+   // Starts afresh, so that all names are those of the golden sequence.
    void restart() {
       client = nullptr;
       EXPECT_EQ( livingEntities(), "" );
@@ -74,7 +74,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       }
    }
 
-   // What the operation returns or throws.
+   // Returns what the operation returns or throws.
    std::string outcome() const {
       std::string returned;
       const std::string thrown = thrownBy( [&] { returned = GetParam().run( *client ).data(); } );
@@ -84,7 +84,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
    bool is( std::size_t step, const char* function ) const {
       return steps.at( step ).line.starts_with( function );
    }
-   // The step of that function within a range; the end of the range if there is none.
+   // Returns the step of that function within a range, or the end of the range.
    std::size_t find( const char* function, std::size_t from, std::size_t to ) const {
       while( from < to && !is( from, function ) ) {
          ++from;
@@ -100,14 +100,14 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       if( step.failing == Failing::reported || fault.forEver ) {
          return caused( step.exception, fault );
       }
-      // The connection of the monitor is closed by the renewal.
+      // The reconnection closes the monitor's connection.
       const std::size_t process = find( "sd_bus_process", fault.step, steps.size() );
       return step.failing == Failing::renewing && hasMonitor( fault.step ) && process < steps.size()
                 ? caused( steps.at( process ).exception, { 0, false, ECONNRESET, false } )
                 : GetParam().result;
    }
 
-   // The golden sequence as it is after the fault.
+   // Returns the golden sequence as changed by the fault.
    std::string expectedLog( const Fault& fault ) const {
       const Step& failing = steps.at( fault.step );
       const bool withMonitor = hasMonitor( fault.step );
@@ -117,7 +117,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
             log.push_back( steps.at( next ) );
          }
       };
-      // The monitor's end is the end of each sequence.
+      // Every sequence ends with the monitor's end.
       const auto endMonitor = [&] {
          if( withMonitor ) {
             goOn( steps.size() - 4, steps.size() );
@@ -138,7 +138,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
          if( fault.forEver ) {
             endMonitor();
          } else {
-            // Without the release of the value, on the new connection; but the monitor's is closed.
+            // Without the release of the value, on the new connection; the monitor's is closed.
             const std::size_t renewed = log.size();
             const std::size_t last =
                withMonitor ? find( "sd_bus_process", fault.step, steps.size() ) : steps.size();
@@ -155,14 +155,14 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       return logOf( log );
    }
 
-   // The connections that are open may be another one or none, but there is nothing else.
+   // There may be another connection or none, but nothing else is left.
    void expectNothingLeft() const {
       const std::string alive = script.alive();
       EXPECT_EQ( alive.find_first_not_of( "bus0123456789 " ), std::string::npos ) << alive;
       EXPECT_EQ( livingEntities(), "1 Sodrel::Sdbus " );
    }
 
-   // The operation does what it should when nothing fails any more.
+   // The operation works again when nothing fails any more.
    void expectToWork() {
       script.faultIs( 0 );
       prepare();
@@ -172,7 +172,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       expectNothingLeft();
    }
 
-   // Makes the call of that step fail.
+   // Makes the call in that step fail.
    void faultIs( const Fault& fault ) {
       const std::size_t number =
          1 + static_cast< std::size_t >( std::count_if(
@@ -200,13 +200,13 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       expectNothingLeft();
       ++faultPoints;
       expectToWork();
-      // Only a failed probe renews the connection.
+      // Only a failed probe leads to a reconnection.
       const bool renewed = steps.at( fault.step ).failing == Failing::renewing;
       EXPECT_EQ( script.alive().substr( 0, 4 ), renewed ? "bus2" : "bus1" );
    }
 
-   // Runs the operation with a missing allocation, and a failing call if there is a fault; false
-   // when there was no allocation to miss.
+   // Runs the operation with a failing allocation, and a failing call if there is a fault. Returns
+   // false if there was no such allocation.
    bool tryWithoutMemory( std::size_t number, bool forEver, const Fault* fault = nullptr ) {
       SCOPED_TRACE(
          "allocation " + std::to_string( number ) + ( forEver ? ", and all later ones" : "" ) +
@@ -234,7 +234,7 @@ class EachOperation : public ScriptedTest, public testing::WithParamInterface< O
       return failures != 0;
    }
 
-   // Misses each of the allocations, whose number is returned.
+   // Makes each of the allocations fail in turn and returns their number.
    std::size_t tryAllocations( bool forEver, const Fault* fault = nullptr ) {
       const std::size_t blocks = watchedBlocks();
       const std::size_t slabs = slabBlocks();
@@ -287,7 +287,7 @@ TEST_P( EachOperation, reportsEachFailureOfSdbusAndRemainsUsable ) {
          }
       }
    }
-   // The sequence has all of the operation's calls: one more never comes.
+   // The sequence contains all of the operation's calls: there is not one more.
    restart();
    prepare();
    script.faultIs( canFail + 1, true, fails( EIO ) );
@@ -297,15 +297,15 @@ TEST_P( EachOperation, reportsEachFailureOfSdbusAndRemainsUsable ) {
 }
 
 TEST_P( EachOperation, throwsIfMemoryRunsOutAndRemainsUsable ) {
-   // First with what is made on first use.
+   // First including the objects that are created on first use.
    for( const bool forEver : { false, true } ) {
       for( std::size_t number = 1; tryWithoutMemory( number, forEver ); ++number ) {
       }
    }
    const std::size_t allocations = tryAllocations( false );
    EXPECT_EQ( tryAllocations( true ), allocations );
-   // A path is one allocation, as are an entity and a record. No text of a failure is composed
-   // before there is one.
+   // A path takes one allocation, as do an entity and a record. The text of a failure is composed
+   // only on failure.
    const bool path = GetParam().result.starts_with( '/' );
    if( hasMonitor( steps.size() ) ) {
       EXPECT_GE( allocations, path ? 3U : 2U );

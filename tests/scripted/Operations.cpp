@@ -9,7 +9,7 @@ namespace SodrelTest {
 
 namespace {
 
-// Made beforehand, so that only the library allocates.
+// Created in advance, so that only the library allocates.
 const Tessel::String foo( "foo.service" );
 const Tessel::String version( "Version" );
 const Tessel::String confirmSpawn( "ConfirmSpawn" );
@@ -25,7 +25,7 @@ sd_bus_message* newReply( Content ( *content )() ) {
    return scriptedSdbus().newReply( content() );
 }
 
-// Signals in one pass after the other.
+// Signals in successive passes.
 void passes( std::initializer_list< Signal > signals ) {
    for( const Signal& signal : signals ) {
       scriptedSdbus().next( "sd_bus_process", dispatches( { signal } ) );
@@ -45,7 +45,7 @@ void managerReloads() {
    passes( { reloading( true ), reloading( false ) } );
 }
 
-// Nothing is seen of the first start.
+// The first start is not seen.
 void managerReloadsAgain() {
    passes( { reloading( false ) } );
    managerReloads();
@@ -78,8 +78,8 @@ Steps unluckyWait( const char* number ) {
 
 const char* const suffixes[] = { "", "SO", "SsO" };
 
-// The three calls with the words that they are given. Their names are those of the operation and
-// of what is special about them.
+// The three calls with their arguments. Each is named after the operation and what is special about
+// it.
 Operation asyncManagerCall( const std::string& words, const char* result ) {
    const std::vector< Tessel::String > given = split( words );
    return { std::string( "asyncManagerCall" ) + suffixes[given.size() - 1],
@@ -134,7 +134,7 @@ Steps sentTwice( const std::string& words, int firstReply ) {
                   unluckyWait( "44" ) } );
 }
 
-// A call whose monitor is one of the unit.
+// A call whose monitor is a unit's.
 Steps unitAwaited( const Steps& steps ) {
    return join( {
       probed(),
@@ -159,7 +159,7 @@ Steps messageRead( const char* type, const std::string& exception ) {
    } );
 }
 
-// Deliberately, the connection of a client that cannot be made stays open.
+// The connection of a client whose creation fails stays open, deliberately.
 Operation sdbusFactory() {
    const std::string entityGone = "slabFree( Sodrel::Sdbus )";
    return {
@@ -304,7 +304,7 @@ std::vector< Operation > makeOperations() {
                  unitReloadingMonitor, { changeRead( { "ActiveState" } ),
                                          changeRead( { "SubState", "ActiveState" } ) } ) } ) ),
          unitReloads ),
-      // The unit is asked for once only.
+      // The unit is looked up only once.
       managerCall(
          "ReloadingAUnitRepeated", "ReloadOrRestartUnit foo.service replace", false,
          "/org/freedesktop/systemd1/job/44",

@@ -12,9 +12,9 @@ namespace SodrelTest {
 
 struct Operation {
    std::string name;
-   // Allocates nothing itself.
+   // Makes no allocations of its own.
    std::function< Tessel::String( Sdbus& client ) > run;
-   // What it returns, as a text, or throws.
+   // Returns what it returns, as text, or throws.
    std::string result;
    Steps steps;
    // Scripts what systemd does.

@@ -1,4 +1,4 @@
-// What the scripted tests share.
+// The fixtures of the scripted tests.
 #include <scripted/ScriptedTest.h>
 
 #include <platform/memory/AllocTrack.h>

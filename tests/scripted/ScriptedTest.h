@@ -1,5 +1,5 @@
-// What the scripted tests share: a script, a clock, one log of calls, traces and ends of entities,
-// and the check that everything that was made has been released.
+// The fixtures of the scripted tests: a script, a clock, one log of calls, traces and released
+// entities, and the check that everything that was created has been released.
 #pragma once
 
 #include <Sodrel/SignalMonitor.h>
@@ -27,10 +27,10 @@ using Sodrel::UnitReloadingMonitor;
 // The name and the text of the exception that `action` throws, or "nothing".
 std::string thrownBy( const std::function< void() >& action );
 
-// Entities of the library that are alive, "" when there are none.
+// The library's live entities, "" if there are none.
 std::string livingEntities();
 
-// The blocks that the slab allocator has given out and not got back.
+// The number of slab blocks that are allocated and not yet released.
 std::size_t slabBlocks();
 
 // An attribute of an entity by generic access, and all that its type declares: "NAME=VALUE ...".
@@ -41,9 +41,9 @@ void fieldIs( Tessel::Node& entity, const char* name, const T& value ) {
    EXPECT_EQ( Tessel::memberOf( entity, name ).write( entity, &value ), 0 ) << name;
 }
 
-// What the waits to come of monitors of a job or a unit return, which never report failure by
-// themselves. While there are any, the factories of these monitors, which are replaced by name,
-// make monitors that log the object and wait no further.
+// What future waits of job and unit monitors return, which never return failure by themselves.
+// While there are any, the factories of these monitors, which are replaced by name, create monitors
+// that log the object and do not wait.
 extern std::deque< bool > unluckyWaits;
 
 class ScriptedTest : public testing::Test, private Tessel::TraceSink {
@@ -68,7 +68,7 @@ class ScriptedTest : public testing::Test, private Tessel::TraceSink {
    void traceIs( const Tessel::TextTrace& trace ) override;
 };
 
-// With a client on bus1.
+// A fixture with a client on bus1.
 class ClientTest : public ScriptedTest {
  protected:
    void TearDown() override;
@@ -76,7 +76,7 @@ class ClientTest : public ScriptedTest {
    Tessel::Ptr< Sdbus > client = createdSdbus();
 };
 
-// With a connection, bus1, that no client uses.
+// A fixture with a connection, bus1, that no client uses.
 class BusTest : public ScriptedTest {
  protected:
    void TearDown() override;

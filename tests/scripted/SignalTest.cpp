@@ -14,7 +14,7 @@ class AUnitsSignal : public BusTest {
       BusTest::TearDown();
    }
 
-   // What the callback logs, for the content of the signal after the interface.
+   // Returns what the callback logs for this content of the signal after the interface.
    std::string read( const Content& changed, const char* interface = unitInterface ) {
       takeLog();
       script.dispatch( bus, unitChanged( changed, interface ) );
@@ -76,7 +76,7 @@ TEST_F( AUnitsSignal, failsTheCallbackIfItIsOfAnotherType ) {
                          std::string( "\nsd_bus_error_set( error, " ) + failedError + ", " +
                          row.error + " )\nPropertiesChanged callback gives -6" ) );
    }
-   // What was read before stays.
+   // What was read before is kept.
    read( properties( { activeState( "reloading" ), u( 1 ) } ) );
    EXPECT_EQ( record(), "callbackFailed=true started=true finished=false failed=false" );
 }

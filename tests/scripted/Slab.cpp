@@ -18,7 +18,7 @@ std::size_t slabBlocks() {
    return blocks;
 }
 
-// The linker gives these names to the calls of the allocator, and to the originals.
+// The linker redirects calls of the allocator to __wrap_...; __real_... are the originals.
 void* realSlabAlloc( std::size_t size ) asm( "__real_" SLAB_ALLOC );
 void* slabAlloc( std::size_t size ) asm( "__wrap_" SLAB_ALLOC );
 void realSlabFree( void* block, const std::type_info& type ) asm( "__real_" SLAB_FREE );

@@ -1,4 +1,4 @@
-// The parts that golden sequences are made of.
+// The building blocks of golden sequences.
 #include <scripted/Steps.h>
 
 #include <iterator>
@@ -205,7 +205,7 @@ Steps changeRead( std::initializer_list< std::string > properties ) {
       steps.push_back( ignored( "exit_container( PropertiesChanged", monitor.callbackFailed() ) );
    }
    steps.push_back( entered );
-   // The last one of its signal: what fails next is the processing.
+   // The last step of its signal: the next failure is that of the processing.
    steps.push_back(
       ignored( "exit_container( PropertiesChanged", processed( monitor ).front().exception ) );
    return join( { steps, callbackEnd( monitor ) } );

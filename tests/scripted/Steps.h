@@ -1,5 +1,5 @@
-// The golden sequences: the whole log of an operation, and for each call in it that can fail, what
-// comes of its failure. The parts that operations have in common are stated here once.
+// The golden sequences: the whole log of an operation, and for each call in it that can fail, the
+// effect of its failure. The parts that operations have in common are defined here once.
 #pragma once
 
 #include <scripted/Monitors.h>
@@ -10,15 +10,15 @@
 
 namespace SodrelTest {
 
-// What comes of a call that fails.
+// The effect of a failing call.
 enum class Failing {
-   never,    // it is no call that can fail
+   never,    // not a call that can fail
    reported, // the operation throws
-   ignored,  // nothing
-   renewing, // a probe: the connection is renewed
+   ignored,  // none
+   renewing, // a probe: the connection is replaced
 };
 
-// One line of a log. In the texts {errno}, {message} and so on stand for the cause, see caused.
+// One line of a log. In the texts, {errno}, {message} and so on stand for the cause: see caused.
 struct Step {
    std::string line;
    Failing failing = Failing::never;
@@ -29,9 +29,9 @@ struct Step {
 using Steps = std::vector< Step >;
 
 Steps join( std::initializer_list< Steps > parts );
-// The words of a call: the method, and its strings.
+// The words of a call: the method and its strings.
 std::vector< Tessel::String > split( const std::string& words );
-// Their lines, joined by line ends.
+// Their lines, joined by newlines.
 std::string logOf( const Steps& steps );
 
 extern const char* const noBus; // the exception of a missing connection

@@ -41,7 +41,7 @@ paramsText( const ModuleInspectData& module, std::uint32_t first, std::uint32_t 
    return all + ")";
 }
 
-// A type as one would declare it, its members after their ids.
+// A type as it would be declared, each member after its ID.
 std::string declaration( const ModuleInspectData& module, std::uint32_t index ) {
    const TypeDesc& type = module.types[index];
    std::string text = std::string( type.name ) +
@@ -186,7 +186,7 @@ TEST_F( TheTypeData, isReturnedByEachEntity ) {
    }
 }
 
-// A monitor as a caller may write one, without type data.
+// A custom monitor, without type data.
 class OwnMonitor : public SignalMonitor {
  public:
    explicit OwnMonitor( sd_bus* connection ) : SignalMonitor( connection ) {}

@@ -7,7 +7,7 @@ std::deque< bool > unluckyWaits;
 
 namespace {
 
-// Counted as the monitor that it is.
+// Counted as the monitor that it derives from.
 template< typename Monitor >
 class Unlucky : public Monitor {
  public:
@@ -24,7 +24,7 @@ class Unlucky : public Monitor {
 
 } // namespace
 
-// The linker gives these names to the calls of the factories, and to the originals.
+// The linker redirects calls of the factories to __wrap_...; __real_... are the originals.
 Tessel::Ptr< JobRemovedMonitor > realJobMonitor( sd_bus* bus ) asm( "__real_" JOB_FACTORY );
 Tessel::Ptr< JobRemovedMonitor > jobMonitor( sd_bus* bus ) asm( "__wrap_" JOB_FACTORY );
 Tessel::Ptr< UnitReloadingMonitor >

@@ -1,4 +1,4 @@
-// The wait loop that all monitors share, with its clock.
+// The wait loop that all monitors share, and its clock.
 #include <scripted/Monitors.h>
 
 #include <cerrno>
@@ -116,7 +116,7 @@ TEST_F( TheWaitLoop, endsAtTheLimitWhateverTheOutcome ) {
    }
 }
 
-// The differences are taken in double-precision seconds and cut to nanoseconds.
+// The differences are computed in double-precision seconds and truncated to nanoseconds.
 TEST_F( TheWaitLoop, waitsOneMicrosecondMoreThanTheWholeOnesOfTheRest ) {
    struct {
       std::uint64_t limit;
@@ -129,12 +129,12 @@ TEST_F( TheWaitLoop, waitsOneMicrosecondMoreThanTheWholeOnesOfTheRest ) {
       { 1'500, 0, 0, "2" },
       { 999, 0, 0, "1" },
       { 2 * second, 0, second / 2, "1500001" },
-      // 10 - 8.9 is a little less than 1.1 there.
+      // In doubles, 10 - 8.9 is a little less than 1.1.
       { 10 * second, 0, 8'900'000'000, "1100000" },
-      // At this distance from the clock's zero a double no longer holds single nanoseconds.
+      // So far from the clock's zero, a double cannot represent single nanoseconds.
       { 10 * second, 9'000'000'000 * second, 9'000'000'000 * second + 1, "10000001" },
       { largestLimit, 0, 0, "18446744073709552" },
-      // Not enough to change the difference in seconds.
+      // Too little to change the difference in seconds.
       { largestLimit, 0, 100, "18446744073709552" },
       // 2^63 nanoseconds.
       { largestLimit, 0, largestReading, "9223372036854776" },

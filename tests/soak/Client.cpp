@@ -1,4 +1,4 @@
-// Calling the manager at random, and comparing what is said with what is.
+// Calling the manager at random, and comparing outcomes with the actual state.
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>
@@ -32,7 +32,7 @@ long openDescriptors() {
    return std::distance( std::filesystem::directory_iterator( "/proc/self/fd" ), {} );
 }
 
-// KiB: what is resident, or what is allocated where a sanitizer has memory of its own.
+// Returns KiB: resident memory, or allocated memory under a sanitizer with its own allocator.
 long memoryInUse() {
    if( __sanitizer_get_current_allocated_bytes ) {
       return static_cast< long >( __sanitizer_get_current_allocated_bytes() / 1024 );
@@ -43,7 +43,7 @@ long memoryInUse() {
    return resident * sysconf( _SC_PAGESIZE ) / 1024;
 }
 
-// Counts the renewals of the connection, the only traces at level 5.
+// Counts the reconnections, the only traces at level 5.
 class Reconnections : public Tessel::TraceSink {
  public:
    explicit Reconnections( unsigned long& number ) : count( number ) {
@@ -78,7 +78,7 @@ class Client {
       while( !shared->over ) {
          step();
       }
-      // One descriptor is the connection's, which is absent after a failed renewal.
+      // One descriptor is the connection's, which is missing after a failed reconnection.
       report->descriptors = openDescriptors();
       report->memory = memoryInUse();
       if( report->descriptors > report->descriptorsAtStart + 1 ) {
@@ -91,7 +91,7 @@ class Client {
    }
 
  private:
-   // Does one thing at random; the units' starts are the most frequent.
+   // Does one thing at random, most often a start of a unit.
    void step() {
       switch( std::uniform_int_distribution( 0, 9 )( random ) ) {
       case 2:
@@ -132,8 +132,8 @@ class Client {
       } );
    }
 
-   // Calls the method for the client's own unit; if it returns and nobody has killed the unit
-   // meanwhile, the unit is in one of those states. A unit that was unloaded has none.
+   // Calls the method for the client's own unit. If it returns and the unit has not been killed in
+   // the meantime, the unit must be in one of these states; an unloaded unit has none.
    void expect( std::initializer_list< std::string_view > states, const char* method ) {
       const unsigned killsBefore = *kills;
       if( !call( method, own ) ) {
@@ -151,7 +151,7 @@ class Client {
       }
    }
 
-   // Returns whether the operation did.
+   // Returns whether the operation returned.
    bool attempt( const char* what, const std::function< void() >& operation ) {
       using Clock = std::chrono::steady_clock;
       const Clock::time_point start = Clock::now();

@@ -1,4 +1,4 @@
-// One client of the soak: what it does, and what it leaves to be told.
+// One client of the soak and its report.
 #pragma once
 
 #include <array>
@@ -14,15 +14,15 @@ namespace SodrelTest {
 enum class Outcome { returned, noBus, call, message, job, sync, undocumented };
 inline constexpr std::size_t outcomes = 7;
 
-// What an exception counts as.
+// Returns what an exception counts as.
 Outcome outcomeOf( const std::string& name, const std::string& text );
 
 inline constexpr unsigned clients = 4;
 
-// What a client tells. It lies in memory that all processes share.
+// A client's report, in memory shared by all processes.
 struct Report {
    std::array< unsigned long, outcomes > calls{};
-   unsigned long checked = 0; // how often a unit's state could be compared
+   unsigned long checked = 0; // how often a unit's state was compared
    unsigned long violations = 0;
    unsigned long reconnections = 0;
    double longest = 0; // seconds
@@ -34,13 +34,13 @@ struct Report {
 
 struct Shared {
    std::atomic< bool > over = false;
-   // Twice how often the client's unit has been killed, and one more during a kill.
+   // Twice the number of kills of the client's unit, plus one during a kill.
    std::array< std::atomic< unsigned >, clients > kills{};
    std::array< Report, clients > reports{};
 };
 static_assert( std::atomic< unsigned >::is_always_lock_free );
 
-// Calls the manager until the soak is over. What it finds wrong goes to standard error.
+// Calls the manager until the soak is over. Reports violations on standard error.
 void runClient( Shared& shared, unsigned number, std::uint64_t seed );
 
 } // namespace SodrelTest

@@ -5,7 +5,7 @@
 
 namespace SodrelTest {
 
-// No time-out counts as documented here: the bus dies much sooner than after 600 s.
+// Timeouts do not count as documented: the bus dies long before 600 s have passed.
 Outcome outcomeOf( const std::string& name, const std::string& text ) {
    static const std::pair< Outcome, std::regex > documented[] = {
       { Outcome::noBus,

@@ -1,4 +1,4 @@
-// The soak: several clients and one who kills the bus and units under them. Runs in a systemd box.
+// The soak: several clients, and a killer of the bus and of units. Runs in a systemd box.
 #include "Client.h"
 
 #include <support/ChildProcess.h>
@@ -24,7 +24,7 @@ using std::chrono::milliseconds;
 unsigned long busDeaths = 0;
 unsigned long unitDeaths = 0;
 
-// systemctl reaches the manager without the bus. Whatever it complains of is part of the soak.
+// systemctl reaches the manager without the bus. Its complaints are part of the soak.
 void run( const std::string& command ) {
    [[maybe_unused]] const int status = std::system( ( command + " >/dev/null 2>&1" ).c_str() );
 }
@@ -99,8 +99,7 @@ int main( int argc, char** argv ) {
    shared.over = true;
    unsigned long violations = 0;
    for( unsigned number = 0; number < clients; ++number ) {
-      // A client that waits for a signal that was lost with its subscription notices the bus's
-      // death.
+      // A client that waits for a signal lost with its subscription notices the death of the bus.
       const auto id = static_cast< id_t >( processes[number]->pid() );
       siginfo_t ended{};
       while( waitid( P_PID, id, &ended, WEXITED | WNOHANG | WNOWAIT ) == 0 && ended.si_pid == 0 ) {

@@ -261,7 +261,7 @@ void ScriptedSdbus::released( sd_bus_message* message ) {
    }
 }
 
-// The linker gives these names to the calls of free, and to the original.
+// The linker redirects calls of free to __wrap_free; __real_free is the original.
 void realFree( void* memory ) asm( "__real_free" );
 void wrappedFree( void* memory ) asm( "__wrap_free" );
 
