@@ -9,13 +9,13 @@ import subprocess
 import sys
 from pathlib import Path
 
-# The most that each may be, as a multiple of <string>.
+# The limits, as multiples of <string>.
 BARS = {"string": 1.0, "Sodrel/Sodrel.h": 1.28, "Sodrel/SignalMonitor.h": 1.60,
         "platform/trace/Trace.h": 2.13}
 
 
 def weigh(build):
-    """Returns, by header, the lines that the compiler makes of it."""
+    """Returns, by header, the number of preprocessed lines."""
     commands = json.loads((Path(build) / "compile_commands.json").read_text())
     compiler = next(shlex.split(command["command"]) for command in commands
                     if command["file"].endswith("LibraryClient.cpp"))
@@ -27,7 +27,7 @@ def weigh(build):
 
 
 def judged(weights):
-    """Yields whether each bar is met, and a line of the table."""
+    """Yields whether each limit is met, and a line of the table."""
     for header, lines in weights.items():
         ratio = lines / weights["string"]
         yield (ratio <= BARS[header],

@@ -10,7 +10,7 @@ DOCS = Path(__file__).resolve().parent.parent / "docs"
 
 def machine(packages):
     """Returns lines on the date, the machine, the packages' versions, and the load."""
-    # ARM's cpuinfo has no such line.
+    # On ARM, cpuinfo has no such line.
     cpu = next((line.split(":")[1].strip() for line in open("/proc/cpuinfo")
                 if line.startswith("model name")), platform.machine())
     release = platform.freedesktop_os_release()["PRETTY_NAME"]
@@ -24,7 +24,7 @@ def machine(packages):
 
 
 def publish(page, name, lines):
-    """Puts the lines between the page's markers "<!-- name -->" and "<!-- /name -->"."""
+    """Replaces what is between the page's markers "<!-- name -->" and "<!-- /name -->"."""
     path = DOCS / page
     begin, end = f"<!-- {name} -->\n", f"<!-- /{name} -->"
     before, found, rest = path.read_text().partition(begin)

@@ -1,4 +1,4 @@
-// What a client of the comparison does, and the helpers that ClientMain.c lends it.
+// The interface of a client of the comparison, and the helpers that ClientMain.c provides.
 #pragma once
 
 #include <stdbool.h>
@@ -14,7 +14,7 @@ extern "C" {
 #define UNIT_INTERFACE "org.freedesktop.systemd1.Unit"
 #define PROPERTIES_INTERFACE "org.freedesktop.DBus.Properties"
 
-// Connect, and release the connection.
+// Connect, and close the connection.
 void clientOpen( void );
 void clientClose( void );
 
@@ -22,16 +22,16 @@ void clientClose( void );
 void clientReadManager( void );
 void clientReadUnit( const char* unit );
 
-// Restarts a unit, and waits until the job is done.
+// Restarts a unit and waits until the job is done.
 void clientRestart( const char* unit );
 
-// Reloads the manager, and waits until the manager signals the end of the reload.
+// Reloads the manager and waits until it signals the end of the reload.
 void clientReloadManager( void );
 
-// Reloads a unit, and waits until the unit is active again.
+// Reloads a unit and waits until it is active again.
 void clientReloadUnit( const char* unit );
 
-// Prints what failed and why, and ends the process.
+// Prints what failed and why, and exits.
 #ifdef __cplusplus
 [[noreturn]]
 #else
@@ -42,7 +42,7 @@ void fail( const char* what, const char* why );
 // Returns the id of the job with this object path.
 uint32_t jobOf( const char* path );
 
-// What a client waits for, updated by each signal.
+// The state of a client's wait, updated by each signal.
 struct Awaited {
    uint32_t job;
    bool started;

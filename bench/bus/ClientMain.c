@@ -1,5 +1,5 @@
-// Runs and times a client: reads lines "OPERATION UNIT COUNT", answers each with the processor and
-// wall time of every run.
+// Runs and times a client: reads lines "OPERATION UNIT COUNT" and replies to each with the
+// processor and wall time of every run.
 #include "Client.h"
 
 #include <stdio.h>
@@ -80,7 +80,7 @@ static uint64_t timeOf( struct timeval time ) {
    return (uint64_t)time.tv_sec * 1000000000U + (uint64_t)time.tv_usec * 1000U;
 }
 
-// Of the process and of the children it has waited for.
+// The time of the process and of the children it has waited for.
 static uint64_t processorTime( void ) {
    struct rusage children;
    getrusage( RUSAGE_CHILDREN, &children );
@@ -88,7 +88,7 @@ static uint64_t processorTime( void ) {
           timeOf( children.ru_stime );
 }
 
-// Under callgrind, the instructions of each run go into a file of their own.
+// Under callgrind, the instructions of each run go into a separate file.
 static void measure( char operation, const char* unit ) {
    const uint64_t processor = processorTime();
    const uint64_t wall = nanoseconds( CLOCK_MONOTONIC );

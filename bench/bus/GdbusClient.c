@@ -70,7 +70,7 @@ void clientReadUnit( const char* unit ) {
    g_free( path );
 }
 
-// Updates `awaited` by each signal; the three signals have bodies of different types.
+// Updates `awaited` on each signal; the three signals have bodies of different types.
 static void onSignal(
    GDBusConnection* from, const char* sender, const char* path, const char* interface,
    const char* member, GVariant* body, gpointer awaited ) {

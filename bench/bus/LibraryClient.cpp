@@ -1,4 +1,4 @@
-// The library, with the traces that its environment turns on.
+// The library, with the traces that its environment enables.
 #include "Client.h"
 
 #include <Sodrel/Sodrel.h>

@@ -1,5 +1,5 @@
-// Raw sd-bus. As the FLOOR it makes exactly the library's bus traffic and waits by the same rules;
-// otherwise it does the least that does the same work.
+// Raw sd-bus. As the FLOOR, it produces exactly the library's bus traffic and waits by the same
+// rules; otherwise it does the minimum for the same result.
 #include "Client.h"
 
 #include <errno.h>
@@ -8,7 +8,7 @@
 #include <systemd/sd-bus.h>
 #include <time.h>
 
-#define TIME_LIMIT 600000000U // microseconds; checked before the outcome, and by the floor only
+#define TIME_LIMIT 600000000U // microseconds; checked before the outcome, only by the floor
 
 static sd_bus* bus;
 static sd_bus_error error;
@@ -48,7 +48,7 @@ void clientReadManager( void ) {
    readString( MANAGER_PATH, MANAGER_INTERFACE, "SystemState" );
 }
 
-// Calls a method of the manager. The caller drops the reply.
+// Calls a method of the manager. The caller releases the reply.
 static sd_bus_message* call( const char* method, const char* types, const char* unit ) {
    sd_bus_message* reply = NULL;
    probe();

@@ -47,7 +47,7 @@ void clientReadUnit( const char* unit ) {
                            .get< std::string >() );
 }
 
-// Leaves the event loop only once: a second time would end the next wait.
+// Leaves the event loop only once, because a second time would end the next wait.
 template< typename Update >
 static void whileAwaited( const Awaited& awaited, const Update& update ) {
    if( !awaited.ended ) {

@@ -1,5 +1,5 @@
-// Preloaded where instructions are counted, so that neither the state of the heap nor random
-// numbers nor the speed of the other end of a connection affects a count.
+// Preloaded while instructions are counted, so that neither the state of the heap nor random
+// numbers nor the speed of the peer affect a count.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <poll.h>
@@ -15,11 +15,11 @@
 
 #define EXPORT __attribute__( ( visibility( "default" ) ) )
 #define OF_THREAD static _Thread_local __attribute__( ( tls_model( "initial-exec" ) ) )
-#define HEADER 16U // keeps the power of two that a block's size is
+#define HEADER 16U // contains the power of two of the block's size
 #define CHUNK ( (size_t)64 << 20U )
 #define MOMENT 100 // milliseconds
 
-// An allocator of constant cost: one list of free blocks for each power of two, in each thread.
+// An allocator of constant cost: per thread, one list of free blocks for each power of two.
 struct Block {
    struct Block* next;
 };
@@ -96,15 +96,16 @@ EXPORT void* realloc( void* contents, size_t size ) {
    return moved;
 }
 
-// The seeds of hash tables: the same each time.
+// Seeds hash tables, always with the same values.
 EXPORT ssize_t getrandom( void* buffer, size_t size, unsigned flags ) {
    (void)flags;
    memset( buffer, 42, size );
    return (ssize_t)size;
 }
 
-// sd-bus looks for a reply at once, and then waits. No reply is ever there at once, not even for a
-// client that is slow because it is being counted; anything else that is about to come always is.
+// sd-bus looks for a reply at once, and then waits. Here, no reply is ever available at once, not
+// even to a client that is slow because it is being counted; anything else that is on its way
+// always is.
 static bool replyAwaited;
 
 EXPORT ssize_t sendmsg( int socket, const struct msghdr* message, int flags ) {

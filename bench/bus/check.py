@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Fails when the library needs more instructions or calls than it may: check.py PROGRAMS.
+"""Fails if the library exceeds its limits on instructions or calls: check.py PROGRAMS.
 
 Runs on the system bus that its environment names, with a scripted manager.
 """
@@ -10,7 +10,7 @@ import clients
 import measure
 
 KINDS = (clients.FLOOR, clients.LIBRARY)
-# One unit of the scripted manager serves for all; its restarts are alike.
+# One unit of the scripted manager is enough, because all its restarts are the same.
 OPERATIONS = [dataclasses.replace(operation, unit="web.service")
               for operation in measure.OPERATIONS if operation.label != "3b"]
 

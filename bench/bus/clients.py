@@ -1,4 +1,4 @@
-"""The clients of the comparison, and what runs, counts and observes them."""
+"""The clients of the comparison: running, counting and observing them."""
 import dataclasses
 import json
 import os
@@ -10,7 +10,7 @@ from pathlib import Path
 HERE = Path(__file__).parent
 
 # Each client is pinned to this core while it is timed, as are the bus and systemd: the cost of
-# waking another core depends on what else the machine does.
+# waking another core depends on the load of the machine.
 CORE = max(os.sched_getaffinity(0))
 
 
@@ -40,7 +40,7 @@ KINDS = (
 
 
 class Process:
-    """A program that says "ready" and then answers each line with one line."""
+    """A program that prints "ready" and then replies to each line with one line."""
 
     def __init__(self, *command):
         self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
@@ -74,7 +74,7 @@ class Client(Process):
 
     def __init__(self, kind, programs, counting=False):
         self.folder = tempfile.TemporaryDirectory(prefix="bench-bus.")
-        # Nothing else, as counts depend on where the environment ends and the stack begins.
+        # Nothing else, because counts depend on where the environment ends and the stack begins.
         environment = [f"{name}={value}" for name, value in os.environ.items()
                        if name == "DBUS_SYSTEM_BUS_ADDRESS"]
         environment += [setting.format(folder=self.folder.name) for setting in kind.environment]
@@ -92,7 +92,7 @@ class Client(Process):
         return times[0::2], times[1::2]
 
     def profiles(self, operation, unit, count):
-        """Returns callgrind's file of each run."""
+        """Returns callgrind's output file of each run."""
         for file in Path(self.folder.name).glob("callgrind.*"):
             file.unlink()
         self.run(operation, unit, count)
@@ -130,7 +130,7 @@ class Wire:
         return json.loads(asked.stdout)["data"][0]
 
     def calls(self):
-        """Returns the calls since the last time, with and without a reply."""
+        """Returns the calls since the previous one, with and without a reply."""
         self.ask("GetId")  # by a connection of its own, which marks the end
         seen = []
         while not seen or seen[-1]["member"] != "GetId":

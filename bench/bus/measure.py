@@ -1,4 +1,4 @@
-"""The operations of the comparison, and what is measured of each client."""
+"""The operations of the comparison, and the measurements of each client."""
 import dataclasses
 import re
 import subprocess
@@ -37,7 +37,7 @@ INSTRUCTIONS_BAR = 1.010  # library to floor
 
 
 def subscriber(programs):
-    """Keeps the manager's signals coming for as long as it runs."""
+    """Keeps the manager sending signals while it runs."""
     return Process(str(Path(programs) / "subscriber"))
 
 
@@ -71,7 +71,7 @@ def instructions(programs, kinds=clients.KINDS, operations=OPERATIONS):
 
 
 def owner(place):
-    """The owner of an object's code, as the table names it."""
+    """Returns the owner of an object's code, as named in the table."""
     if place.startswith(("client-", "libSodrel")):
         return "own code"
     return {"steady.so": "allocation", "???": "unknown"}.get(place, place)
@@ -90,7 +90,7 @@ def annotated(programs, kind):
             lines = [(int(count.replace(",", "")), function, place) for count, function, place in
                      re.findall(r"^ *([\d,]+) \(.*?%\)  .*?:(.*?)(?: \[\S*?([^/\s]+)\])?$", text,
                                 re.MULTILINE)]
-            # What already ran when counting began appears with the whole count.
+            # Functions that were already running when counting began have the total count.
             whole = max(lines)[0]
             # Code inlined from another file is named after its function, without an object.
             objects = {function: place for _, function, place in lines if place}
@@ -102,7 +102,7 @@ def annotated(programs, kind):
 
 
 def own_instructions(programs):
-    """Returns, by operation and owner, the library's instructions less the floor's; and which of
+    """Returns, by operation and owner, the library's instructions minus the floor's; and which of
     its own functions take most when a service is restarted."""
     above = {}
     library, floor = (annotated(programs, kind) for kind in (clients.LIBRARY, clients.FLOOR))
@@ -137,7 +137,7 @@ def times(programs):
 
 
 def bars(counted, called, operations=OPERATIONS):
-    """Yields whether each bar is met, and a line on it."""
+    """Yields whether each limit is met, and a line on it."""
     for operation in operations:
         ours, floor = (counted[kind.name][operation.label]
                        for kind in (clients.LIBRARY, clients.FLOOR))
@@ -153,6 +153,6 @@ def bars(counted, called, operations=OPERATIONS):
 
 
 def shown_calls(pair):
-    """The calls that expect a reply, and the others after a plus sign."""
+    """Returns the number of calls that expect a reply, and of the others after a plus sign."""
     awaited, unawaited = pair
     return f"{awaited:g}" + (f"+{unawaited:g}" if unawaited else "")

@@ -19,7 +19,7 @@ def draw(times, operations, file):
         "ytick.color": INK, "grid.color": INK, "grid.alpha": 0.35})
     figure, axes = pyplot.subplots(figsize=(9, 5), layout="constrained")
     for index, ((name, values), (color, marker, fill)) in enumerate(zip(times.items(), MARKS)):
-        # Each client a little lower than the one before it, so that no mark hides another.
+        # Each client is a little lower than the previous one, so that marks do not overlap.
         rows = [row + (index - len(MARKS) / 2) / 11 for row in range(len(values))]
         axes.plot(values, rows, marker, color=color, fillstyle=fill, markersize=6, label=name)
     axes.set_yticks(range(len(operations)), operations)

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Prints the tables of what compare.py has measured: report.py RESULTS [--publish].
+"""Prints tables of the results of compare.py: report.py RESULTS [--publish].
 
 With --publish it also writes them into docs/, with a plot. Fails when the library misses a bar.
 """
@@ -21,7 +21,7 @@ PEERS = [kind for kind in clients.KINDS if not kind.environment]
 
 
 def ratio(values, client, base, label):
-    """Returns how two clients compare; of times, the median of what they do round by round."""
+    """Returns the ratio of two clients; for times, the median of the ratios of all rounds."""
     ours, theirs = (values.get(name, {}).get(label) for name in (client, base))
     if ours is None or theirs is None:
         return "-"
@@ -40,7 +40,7 @@ def memory(results, kind):
 
 
 def short_table(results):
-    """One line for each operation: the library's calls and instructions, each client's time."""
+    """Yields one line per operation: the library's calls and instructions, each client's time."""
     short_names = {clients.RAW: "A", clients.FLOOR: "B", clients.LIBRARY: "S"}
     yield f"{'':34}{'calls':>6}{'instr':>7}   processor time, us"
     yield (f"{'':34}{'of S':>6}{'S/B':>7}"
@@ -60,7 +60,7 @@ def short_table(results):
 
 
 def operations(results):
-    """One block for each operation, one line for each client."""
+    """Yields one block per operation, with one line per client."""
     bases = (clients.RAW.name, clients.FLOOR.name)
     columns = ("processor", "instructions")
     yield (f"{'':28}{'wall us':>12}{'CPU us':>10}{'instructions':>14}{'calls':>7}"

@@ -1,4 +1,5 @@
-// The same trace as a record: in the ring buffer, and by LTTng-UST in a session of lttng-session.
+// The same trace as a record: in the ring buffer, and by LTTng-UST in a session started by
+// lttng-session.
 #include <platform/trace/Trace.h>
 
 #include "LttngProvider.h"

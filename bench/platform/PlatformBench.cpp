@@ -1,4 +1,4 @@
-// Creation and drop of an entity, and traces that are off or written as text.
+// Creating and dropping an entity, and traces that are disabled or written as text.
 #include <platform/entity/Entity.h>
 #include <platform/trace/Trace.h>
 
@@ -18,7 +18,7 @@ class Entity : public Tessel::Node {
    TESSEL_ENTITY( Entity )
 
  private:
-   Entity() {} // leaves the payload as it is, as make_shared_for_overwrite does
+   Entity() {} // leaves the payload uninitialised, as make_shared_for_overwrite does
    Payload payload_;
 };
 Orl::AllocTrackTypeInfo* Entity::memAllocationTracker_ = nullptr;

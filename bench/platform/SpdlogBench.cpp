@@ -1,4 +1,5 @@
-// The same trace through spdlog: off, or written as a line with the same fields, one write each.
+// The same trace through spdlog: disabled, or written as a line with the same fields, one write
+// each.
 #define SPDLOG_ACTIVE_LEVEL SPDLOG_LEVEL_TRACE
 #include <benchmark/benchmark.h>
 #include <spdlog/sinks/stdout_sinks.h>

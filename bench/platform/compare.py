@@ -19,7 +19,7 @@ CORE = str(max(os.sched_getaffinity(0)))
 PACKAGES = ("g++", "libc6", "libbenchmark1debian", "libspdlog1.10", "liblttng-ust1", "lttng-tools")
 OFF_BAR = 0.3
 COMPARISONS = (
-    # what, ours, theirs, the most that the ratio may be
+    # what, ours, theirs, the limit of the ratio
     ("create and drop an entity, beside std::make_shared", "createEntity", "createShared", None),
     ("trace that is off, beside spdlog", "trace/off", "spdlogTrace/off", OFF_BAR),
     ("trace as a line of text, beside spdlog", "trace/text", "spdlogTrace/text", None),
@@ -33,14 +33,14 @@ def times(*command):
         [*command, "--benchmark_repetitions=25", "--benchmark_min_time=0.03",
          "--benchmark_enable_random_interleaving=true", "--benchmark_report_aggregates_only=true",
          "--benchmark_format=json"],
-        # Where the text traces go.
+        # Text traces go to standard error.
         stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True, check=True).stdout
     return {run["run_name"]: run["cpu_time"] for run in json.loads(output)["benchmarks"]
             if run["aggregate_name"] == "median"}
 
 
 def recorded(snapshots):
-    """Returns how many events LTTng-UST has kept; without any its time would mean nothing."""
+    """Returns how many events LTTng-UST has kept; with none, its time would be meaningless."""
     listing = subprocess.run(["babeltrace2", snapshots], stdout=subprocess.PIPE,
                              stderr=subprocess.DEVNULL, text=True, check=True).stdout
     return listing.count("platform_bench:call")
