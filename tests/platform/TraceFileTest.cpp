@@ -19,6 +19,7 @@
 #include <thread>
 #include <utility>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace SodrelTest {
@@ -43,8 +44,8 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( Fennet::cutString, 0x8000 );
    EXPECT_EQ( Fennet::descriptionStrings, 6U );
    EXPECT_EQ( Fennet::maxDescriptionText, 8192U );
-   EXPECT_EQ( offsetof( FileHeader, clocks ), 128U );
-   EXPECT_EQ( offsetof( FileHeader, clockPairs ), 160U );
+   EXPECT_EQ( offsetof( FileHeader, clockPairs ), 128U );
+   EXPECT_EQ( offsetof( FileHeader, clocks ), 136U );
    EXPECT_EQ( offsetof( FileHeader, tail ), 192U );
    EXPECT_EQ( sizeof( FileHeader ), 256U );
    EXPECT_EQ( sizeof( Fennet::RecordHead ), 16U );
@@ -186,6 +187,24 @@ TEST_P( AClosedStandardStream, isNotWhereATraceFileIsOpened ) {
    EXPECT_EQ( folder.header()->bootId, bootId() );
 }
 
+TEST_F( ATraceFile, isNotLeftBehindWhenThereIsNoOtherDescriptor ) {
+   const std::string said = stderrOf( [&] {
+      const DefaultHandle handle( folder );
+      close( STDIN_FILENO );
+      rlimit limit{};
+      getrlimit( RLIMIT_NOFILE, &limit );
+      const rlim_t before = std::exchange( limit.rlim_cur, 3 );
+      setrlimit( RLIMIT_NOFILE, &limit );
+      TRACE( 8, "text" );
+      limit.rlim_cur = before;
+      setrlimit( RLIMIT_NOFILE, &limit );
+   } );
+   EXPECT_EQ(
+      said, "Fennet: cannot create a trace file in \"" + folder.path().string() +
+               "\": Invalid argument; the thread leaves no records\n" );
+   EXPECT_TRUE( folder.files().empty() );
+}
+
 INSTANTIATE_TEST_SUITE_P(
    , AClosedStandardStream,
    testing::Values(
@@ -218,6 +237,21 @@ TEST_F( AClock, isShownInLinesToTheMicrosecond ) {
    EXPECT_EQ( timeOfALine( 3'600, 10'000'000 ), "1970-01-01T01:00:00.010000Z" );
    EXPECT_EQ( timeOfALine( day, 123'456'789 ), "1970-01-02T00:00:00.123456Z" );
    EXPECT_EQ( timeOfALine( 365 * day, 999'999'999 ), "1971-01-01T00:00:00.999999Z" );
+}
+
+TEST_F( AClock, isItsOwnForEachFileWhoseBootIsUnknown ) {
+   const TraceFolder folder;
+   const auto traceAt = [&]( std::int64_t monotonic, timespec realtime ) {
+      const DefaultHandle handle( folder );
+      scripted.openOfTheBootId = 1;
+      clocksAre( monotonic, realtime );
+      TRACE( 8, "" );
+   };
+   traceAt( 1000 * second, { 1'000'000'000, 0 } );
+   traceAt( 5 * second, { 2'000'000'000, 0 } );
+   const auto records = folder.records();
+   EXPECT_EQ( records.at( 0 ).time, 1'000'000'000 * second );
+   EXPECT_EQ( records.at( 1 ).time, 2'000'000'000 * second );
 }
 
 TEST_F( AClock, isReadForAFileAtTheBeginningOfEachBlock ) {

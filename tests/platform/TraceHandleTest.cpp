@@ -48,6 +48,7 @@ TEST( AHandleOfOneThread, hasOneFileUntilItsEnd ) {
 }
 
 TEST( AHandleOfOneThread, createsItsFileOnceThereIsMemory ) {
+   traceNumber( 0 ); // finds the facility
    const TraceFolder folder;
    const DefaultHandle handle( folder, false );
    {

@@ -155,7 +155,12 @@ TraceFile* TraceHandle::mtTraceFile() {
    if( found != threadFiles.files.end() ) {
       return found->second.get();
    }
-   return threadFiles.files.emplace( number_, newTraceFile() ).first->second.get();
+   // Its place first, so that want of memory leaves no file behind.
+   decltype( threadFiles.files ) made;
+   auto& file = made[number_];
+   file = newTraceFile();
+   threadFiles.files.merge( made );
+   return file.get();
 }
 
 // Null if no file can be created.

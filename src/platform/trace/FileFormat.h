@@ -18,8 +18,9 @@
 
 namespace Fennet {
 
-// Stored last when a file is made: a file without it holds nothing yet.
-inline constexpr std::uint64_t fileMagic = 0x0a32'5445'4e4e'4546; // "FENNET2\n" where it is native
+// Stored last when a file is made: a file without it holds nothing yet. On machines with the lowest
+// byte first it reads "FENNET2\n".
+inline constexpr std::uint64_t fileMagic = 0x0a32'5445'4e4e'4546;
 
 // What a reader may expect, in bytes.
 inline constexpr std::uint32_t minRingSize = 64 << 10;
@@ -49,8 +50,8 @@ struct FileHeader {
    char program[64]; // NUL-terminated
 
    // The latest pair is `clocks[ clockPairs % 2 ]`. It is renewed as the ring moves on.
-   ClockPair clocks[2];
    alignas( 8 ) std::atomic< std::uint64_t > clockPairs;
+   ClockPair clocks[2];
 
    // What is whole: records by their positions, descriptions by their size in bytes.
    alignas( 64 ) std::atomic< std::uint64_t > tail;

@@ -70,6 +70,7 @@ struct TracePoint {
 
 /// Traces `format`, a literal, with one argument for each {} in it: strings, bools and integers.
 /// `level` is a constant from 0 to 31. Each argument is evaluated once, whatever is on or off.
+/// Not for signal handlers.
 #define TRACE( level, format, ... )                                                                \
    do {                                                                                            \
       static_assert( 0 <= ( level ) && ( level ) < 32, "a trace level is 0 to 31" );               \

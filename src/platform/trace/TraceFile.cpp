@@ -44,7 +44,7 @@ int openNew( const std::string& folder, std::string& path ) {
 // Moves a file off the descriptors of the standard streams: a program that has closed one of them
 // may go on writing to it. Returns -1 and sets errno on failure.
 int moved( int fd ) {
-   if( fd == -1 || fd > STDERR_FILENO ) {
+   if( fd > STDERR_FILENO ) {
       return fd;
    }
    const int other = fcntl( fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1 );
@@ -58,7 +58,9 @@ std::byte* mapNew( int fd, std::size_t size ) {
    // A limit on the sizes of files is an error like any other.
    const HeldSignal held( SIGXFSZ );
    // Blocks for every byte of the mapping: a store into a hole of a full disk would be SIGBUS.
-   errno = posix_fallocate( fd, 0, off_t( size ) );
+   do {
+      errno = posix_fallocate( fd, 0, off_t( size ) );
+   } while( errno == EINTR );
    if( errno != 0 ) {
       return nullptr;
    }
@@ -92,11 +94,12 @@ TraceFile::~TraceFile() {
 
 // Returns false and sets errno if the file cannot be created.
 bool TraceFile::begins( const std::string& folder ) {
-   fd_ = moved( openNew( folder, path_ ) );
-   if( fd_ == -1 ) {
+   const int fd = openNew( folder, path_ );
+   if( fd == -1 ) {
       return false;
    }
-   std::byte* const mapping = mapNew( fd_, headerSize + ringSize_ );
+   fd_ = moved( fd );
+   std::byte* const mapping = fd_ == -1 ? nullptr : mapNew( fd_, headerSize + ringSize_ );
    if( !mapping ) {
       const KeepErrno keepErrno;
       unlink( path_.c_str() );
