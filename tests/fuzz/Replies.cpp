@@ -96,7 +96,7 @@ void callForPath( Input& input ) {
       outcome.starts_with( '/' ) ||
          outcome.starts_with( "Sodrel::SdbusMessageException: Sdbus::asyncManagerCallSO, message "
                               "read failed when calling GetUnit a: " ),
-      "the call gives a path or says why there is none" );
+      "the call returns a path or reports why there is none" );
 }
 
 void readProperty( Input& input ) {

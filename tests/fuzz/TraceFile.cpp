@@ -41,7 +41,7 @@ Reading readingOf( Fennet::TraceReader& reader ) {
    Reading reading;
    try {
       reader.read( [&]( Fennet::Record record ) {
-         require( reader.begun(), "a file that gives records has begun" );
+         require( reader.begun(), "a file with records has a complete header" );
          const std::size_t wanted = record.description->codes.size();
          require(
             record.cut ? record.arguments.size() <= wanted : record.arguments.size() == wanted,

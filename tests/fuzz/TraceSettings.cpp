@@ -76,7 +76,7 @@ void readSettings( const std::string& text ) {
    const std::uint64_t size = whole ? expectedSize( text.substr( comma + 1 ) ) : 0;
    require( got.has_value() == ( size != 0 ), "FENNET_TRACE is well-formed" );
    if( got ) {
-      require( got->ringSize == size, "FENNET_TRACE gives the ring's size" );
+      require( got->ringSize == size, "FENNET_TRACE sets the ring's size" );
       requireSame( got->folder, text.substr( 0, comma ) );
    }
 }

@@ -29,7 +29,7 @@ class AUnitsSignal : public BusTest {
 
 TEST_F( AUnitsSignal, isIgnoredForOtherInterfacesAndForNone ) {
    const std::string ignored = "sd_bus_message_read( PropertiesChanged, s )\n"
-                               "PropertiesChanged callback gives 0";
+                               "PropertiesChanged callback returns 0";
    for( const char* const interface :
         { "org.freedesktop.systemd1.Service", "org.freedesktop.systemd1.Unit2", "" } ) {
       EXPECT_EQ( read( properties( { activeState( "failed" ) } ), interface ), ignored );
@@ -74,7 +74,7 @@ TEST_F( AUnitsSignal, failsTheCallbackIfItIsOfAnotherType ) {
       EXPECT_TRUE( read( row.changed )
                       .ends_with(
                          std::string( "\nsd_bus_error_set( error, " ) + failedError + ", " +
-                         row.error + " )\nPropertiesChanged callback gives -6" ) );
+                         row.error + " )\nPropertiesChanged callback returns -6" ) );
    }
    // What was read before is kept.
    read( properties( { activeState( "reloading" ), u( 1 ) } ) );

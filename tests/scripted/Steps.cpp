@@ -29,7 +29,7 @@ Step callbackStep( const Monitor& monitor, const std::string& line, const std::s
             Failing::reported,
             monitor.callbackFailed(),
             { std::string( "sd_bus_error_set( error, " ) + failedError + ", " + text + " )",
-              monitor.signal + std::string( " callback gives {result}" ) } };
+              monitor.signal + std::string( " callback returns {result}" ) } };
 }
 
 Step firstRead( const Monitor& monitor ) {
@@ -40,7 +40,7 @@ Step firstRead( const Monitor& monitor ) {
 }
 
 Steps callbackEnd( const Monitor& monitor ) {
-   return { { monitor.signal + std::string( " callback gives 0" ) } };
+   return { { monitor.signal + std::string( " callback returns 0" ) } };
 }
 
 } // namespace

@@ -18,7 +18,7 @@ constexpr std::int64_t largestReading = std::numeric_limits< std::int64_t >::max
 // The lines of a wait's log.
 const std::string begin = "SignalMonitor/8 wait: Wait for Reloading signal\nsteady_clock::now()";
 const std::string process = "\nsd_bus_process( bus1, null )";
-const std::string read = "\nsd_bus_message_read( Reloading, b )\nReloading callback gives 0";
+const std::string read = "\nsd_bus_message_read( Reloading, b )\nReloading callback returns 0";
 const std::string now = "\nsteady_clock::now()";
 
 class TheWaitLoop : public BusTest {
@@ -172,7 +172,7 @@ TEST_F( TheWaitLoop, checksForAFailedCallbackBetweenPositiveResultsToo ) {
                     "\nsd_bus_message_read( Reloading, b )\n"
                     "sd_bus_error_set( error, org.freedesktop.DBus.Error.Failed, "
                     "Failed to parse Reloading signal. )\n"
-                    "Reloading callback gives -6" );
+                    "Reloading callback returns -6" );
 }
 
 } // namespace

@@ -127,7 +127,7 @@ class Client {
       return attempt( method, [&] {
          const std::string job( client->managerCallSsO( method, unit.c_str(), "replace", false ) );
          if( !job.starts_with( "/org/freedesktop/systemd1/job/" ) ) {
-            violation( std::string( method ) + " gives " + job );
+            violation( std::string( method ) + " returns " + job );
          }
       } );
    }

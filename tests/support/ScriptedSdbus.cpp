@@ -218,7 +218,7 @@ void ScriptedSdbus::dispatch( sd_bus* bus, const Signal& signal ) {
          result = slot->callback( message, slot->userdata, &error );
       }
       errorFreed( &error );
-      logLine( signal.member + " callback gives " + std::to_string( result ) );
+      logLine( signal.member + " callback returns " + std::to_string( result ) );
       return;
    }
    logLine( signal.member + " has no match" );

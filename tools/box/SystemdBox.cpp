@@ -1,4 +1,4 @@
-// systemd-box: boots a fresh systemd and system bus in namespaces of their own and runs one command
+// systemd-box: boots a fresh systemd and system bus in their own namespaces and runs one command
 // inside. Its processes: this program, which is the parent of the others; the sweeper; systemd; the
 // command.
 #include "Cgroup.h"
