@@ -1,9 +1,28 @@
 # The flags that everything is compiled and linked with: warnings, paths, hardening, sanitizers.
+include(CheckCXXSourceCompiles)
 include(CheckPIESupported)
 
 add_library(SodrelWarnings INTERFACE)
 target_compile_options(SodrelWarnings INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${SODREL_WERROR}>:-Werror>)
+
+# g++ 7 changed how armhf passes some arguments, and g++ notes each place.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+   target_compile_options(SodrelWarnings INTERFACE -Wno-psabi)
+endif()
+
+# Sizes of files and times have 64 bits on 32-bit machines, too.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+
+# A trace file's writer and its readers share 64-bit atomics, which no lock of one process protects.
+check_cxx_source_compiles("
+   #if __GCC_ATOMIC_LLONG_LOCK_FREE != 2
+   #error
+   #endif
+   int main() {}" SODREL_HAS_LOCK_FREE_ATOMICS)
+if(NOT SODREL_HAS_LOCK_FREE_ATOMICS)
+   message(FATAL_ERROR "Sodrel needs lock-free 64-bit atomics, which the target machine lacks")
+endif()
 
 # Source paths in assertions and traces start at src/, wherever the tree is.
 add_compile_options("-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")

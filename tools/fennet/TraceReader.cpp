@@ -226,8 +226,9 @@ void TraceReader::readDescriptions( std::uint64_t size ) {
 
 // Reads the rest of the block at the current position.
 void TraceReader::readBlock() {
-   block_ = readExactly(
-      place(), std::min< std::uint64_t >( blockSize - position_ % blockSize, end_ - position_ ) );
+   const std::uint64_t size =
+      std::min< std::uint64_t >( blockSize - position_ % blockSize, end_ - position_ );
+   block_ = readExactly( place(), static_cast< std::size_t >( size ) );
    blockEnd_ = position_ + block_.size();
    std::atomic_thread_fence( std::memory_order_acquire );
    // The process may have continued in the meantime. Anything it may have overwritten is before the
@@ -244,8 +245,8 @@ std::optional< Record > TraceReader::next() {
          readBlock();
          continue;
       }
-      const auto rest =
-         std::string_view( block_ ).substr( block_.size() - ( blockEnd_ - position_ ) );
+      const auto left = static_cast< std::size_t >( blockEnd_ - position_ );
+      const auto rest = std::string_view( block_ ).substr( block_.size() - left );
       if( blockEnd_ % blockSize == 0 && Bytes( rest ).take< std::uint32_t >() == 0U ) {
          position_ = blockEnd_;
          continue;
