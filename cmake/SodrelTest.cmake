@@ -59,6 +59,25 @@ function(sodrel_test)
       PROPERTIES LABELS ${arg_LEVEL} TIMEOUT ${arg_TIMEOUT})
 endfunction()
 
+# sodrel_wrap( <test> <NAME>... )
+#
+# Lets the linker lead the test's calls of each function to a "__wrap_" one of the test. The variable
+# NAME holds the function's name as the linker knows it; the test gets it as a macro, a literal.
+function(sodrel_wrap test)
+   foreach(name IN LISTS ARGN)
+      target_compile_definitions(${test} PRIVATE "${name}=\"${${name}}\"")
+      target_link_options(${test} PRIVATE "LINKER:--wrap=${${name}}")
+   endforeach()
+endfunction()
+
+# Names that several levels wrap.
+set(MANGLED_SIZE_T m)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+   set(MANGLED_SIZE_T j)
+endif()
+set(SLAB_ALLOC _ZN6Tessel9slabAllocE${MANGLED_SIZE_T})
+set(SLAB_FREE _ZN6Tessel8slabFreeEPvRKSt9type_info)
+
 # sodrel_compile_fails( <subject> <case> <regex> [<case> <regex>]... )
 #
 # Registers a test that passes if <subject>.cpp compiles unchanged, and for each case a test that

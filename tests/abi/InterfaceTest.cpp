@@ -14,10 +14,11 @@ namespace SodrelTest {
 namespace {
 
 // The slot through which an operation is called, counted from the two destructors that each table
-// begins with. A pointer to a virtual operation holds its slot's offset in the table, plus one.
+// begins with. A pointer to a virtual operation holds its slot's offset in the table, plus one on
+// most architectures.
 template< typename Operation >
 std::ptrdiff_t slotOf( Operation operation ) {
-   const auto offset = std::bit_cast< std::array< std::ptrdiff_t, 2 > >( operation )[0] - 1;
+   const auto offset = std::bit_cast< std::array< std::ptrdiff_t, 2 > >( operation )[0];
    return offset / std::ptrdiff_t{ sizeof( void* ) };
 }
 
@@ -72,15 +73,15 @@ TEST( TheSlots, ofAnExceptionEndWithItsTextAndItsName ) {
 }
 
 TEST( TheSize, ofAnExceptionIsThatOfTheBase ) {
-   EXPECT_EQ( sizeof( Tessel::Exception ), 24 );
-   EXPECT_EQ( sizeof( Tessel::NegativeNotAllowed ), 24 );
-   EXPECT_EQ( sizeof( Tessel::ArgOutOfRange ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::Exception ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::NoSdbusException ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::SdbusCallException ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::SdbusMessageException ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::SdbusSyncException ), 24 );
-   EXPECT_EQ( sizeof( Sodrel::SdbusJobException ), 24 );
+   EXPECT_EQ( sizeof( Tessel::Exception ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Tessel::NegativeNotAllowed ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Tessel::ArgOutOfRange ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::Exception ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::NoSdbusException ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::SdbusCallException ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::SdbusMessageException ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::SdbusSyncException ), 3 * sizeof( void* ) );
+   EXPECT_EQ( sizeof( Sodrel::SdbusJobException ), 3 * sizeof( void* ) );
 }
 
 TEST( TheSize, ofAPointerIsThatOfABareOne ) {

@@ -10,16 +10,16 @@ namespace SodrelTest {
 
 namespace {
 
-constexpr long limit = 600'000'000'000;
+constexpr std::int64_t limit = 600'000'000'000;
 constexpr unsigned lastReading = 5;
 constexpr unsigned outsideOfWaits = 0;
 
 Moments* current = nullptr;
 
-long realTime() {
+std::int64_t realTime() {
    timespec real{};
    clock_gettime( CLOCK_MONOTONIC, &real );
-   return real.tv_sec * 1'000'000'000 + real.tv_nsec;
+   return std::int64_t{ real.tv_sec } * 1'000'000'000 + real.tv_nsec;
 }
 
 } // namespace
@@ -68,7 +68,7 @@ void Moments::traceIs( const Tessel::TextTrace& trace ) {
    reach( outsideOfWaits, static_cast< unsigned >( collected_.size() ) );
 }
 
-long Moments::read() {
+std::int64_t Moments::read() {
    ++readings_;
    if( waits_ > 0 ) {
       reach( waits_, readings_ );
@@ -76,7 +76,7 @@ long Moments::read() {
    if( !hurried_ ) {
       return realTime();
    }
-   const long microsecondsLeft = readings_ < lastReading ? lastReading - readings_ : 0;
+   const std::int64_t microsecondsLeft = readings_ < lastReading ? lastReading - readings_ : 0;
    return readings_ == 1 ? 0 : limit - microsecondsLeft * 1'000;
 }
 

@@ -1,6 +1,7 @@
 // Points inside an operation of the library at which a test can step in.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -39,7 +40,7 @@ class Moments : public Tessel::TraceSink {
 
    void traceIs( const Tessel::TextTrace& trace ) override;
    // The nanoseconds that the steady clock shows.
-   long read();
+   std::int64_t read();
 
  private:
    std::vector< std::string > collected_;

@@ -68,7 +68,8 @@ Reading readingOf( Fennet::TraceReader& reader ) {
 void fuzz( Input input ) {
    const std::string file = fileIn( input );
    const Fennet::ReadAt readAt = [&]( std::uint64_t offset, char* to, std::size_t wanted ) {
-      return offset < file.size() ? file.copy( to, wanted, offset ) : 0;
+      return offset < file.size() ? file.copy( to, wanted, static_cast< std::size_t >( offset ) )
+                                  : 0;
    };
    Fennet::TraceReader reader( readAt );
    const Reading first = readingOf( reader );

@@ -108,16 +108,22 @@ using SodrelTest::nameOf;
 using SodrelTest::step;
 using SodrelTest::Step;
 
-// The linker leads the entities' calls of the tracker and the slab allocator to these __wrap_
-// functions; __real_ are theirs.
-extern "C" {
-void __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
-   Orl::AllocTrackTypeInfo**, const std::type_info&, std::size_t, std::size_t );
-void __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( Orl::AllocTrackTypeInfo* );
-void* __real__ZN6Tessel9slabAllocEm( std::size_t );
-void __real__ZN6Tessel8slabFreeEPvRKSt9type_info( void*, const std::type_info& );
+// The linker gives these names to the entities' calls of the tracker and the slab allocator, and to
+// the originals.
+void realTrack(
+   Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
+   std::size_t alignment ) asm( "__real_" TRACK );
+void wrappedTrack(
+   Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
+   std::size_t alignment ) asm( "__wrap_" TRACK );
+void realUntrack( Orl::AllocTrackTypeInfo* tracker ) asm( "__real_" UNTRACK );
+void wrappedUntrack( Orl::AllocTrackTypeInfo* tracker ) asm( "__wrap_" UNTRACK );
+void* realSlabAlloc( std::size_t size ) asm( "__real_" SLAB_ALLOC );
+void* wrappedSlabAlloc( std::size_t size ) asm( "__wrap_" SLAB_ALLOC );
+void realSlabFree( void* block, const std::type_info& type ) asm( "__real_" SLAB_FREE );
+void wrappedSlabFree( void* block, const std::type_info& type ) asm( "__wrap_" SLAB_FREE );
 
-void __wrap__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
+void wrappedTrack(
    Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
    std::size_t alignment ) {
    if( SodrelTest::steps ) {
@@ -128,31 +134,28 @@ void __wrap__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
    if( SodrelTest::failing == Step::track ) {
       throw std::bad_alloc();
    }
-   __real__ZN3Orl18AllocTrackTypeInfo16_trackAllocationEPPS0_RKSt9type_infomm(
-      tracker, type, size, alignment );
+   realTrack( tracker, type, size, alignment );
 }
 
-void __wrap__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_(
-   Orl::AllocTrackTypeInfo* tracker ) {
+void wrappedUntrack( Orl::AllocTrackTypeInfo* tracker ) {
    if( SodrelTest::steps ) {
       step( tracker == SodrelTest::Apple::memAllocationTracker_ ? "untrack Apple" : "untrack" );
    }
-   __real__ZN3Orl18AllocTrackTypeInfo17trackDeallocationEPS0_( tracker );
+   realUntrack( tracker );
 }
 
-void* __wrap__ZN6Tessel9slabAllocEm( std::size_t size ) {
+void* wrappedSlabAlloc( std::size_t size ) {
    if( SodrelTest::steps ) {
       step( "take " + std::to_string( size ) + " bytes" );
    }
-   return SodrelTest::failing == Step::slab ? nullptr : __real__ZN6Tessel9slabAllocEm( size );
+   return SodrelTest::failing == Step::slab ? nullptr : realSlabAlloc( size );
 }
 
-void __wrap__ZN6Tessel8slabFreeEPvRKSt9type_info( void* block, const std::type_info& type ) {
+void wrappedSlabFree( void* block, const std::type_info& type ) {
    if( SodrelTest::steps ) {
       step( "give back " + nameOf( type ) );
    }
-   __real__ZN6Tessel8slabFreeEPvRKSt9type_info( block, type );
-}
+   realSlabFree( block, type );
 }
 
 namespace SodrelTest {

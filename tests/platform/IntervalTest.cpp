@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -18,14 +19,14 @@ std::optional< std::int64_t > reading;
 } // namespace
 } // namespace SodrelTest
 
-// The linker leads the reading of the clock here.
-extern "C" {
-std::int64_t __real__ZNSt6chrono3_V212steady_clock3nowEv();
+// The linker gives these names to the reading of the clock, and to the original.
+std::chrono::steady_clock::time_point realNow() asm( "__real_" STEADY_NOW );
+std::chrono::steady_clock::time_point wrappedNow() asm( "__wrap_" STEADY_NOW );
 
-std::int64_t __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-   return SodrelTest::reading ? *SodrelTest::reading
-                              : __real__ZNSt6chrono3_V212steady_clock3nowEv();
-}
+std::chrono::steady_clock::time_point wrappedNow() {
+   using namespace std::chrono;
+   return SodrelTest::reading ? steady_clock::time_point( nanoseconds( *SodrelTest::reading ) )
+                              : realNow();
 }
 
 namespace SodrelTest {
@@ -92,6 +93,11 @@ TEST( AnInterval, subtractsInSeconds ) {
       ( Interval( 2'500'000'000 ) - Interval( 1'000'000'000 ) ).nanoseconds(), 1'500'000'000U );
    EXPECT_EQ( ( Interval::largest() - Interval::largest() ).nanoseconds(), 0U );
    EXPECT_TRUE( Interval::largest() - Interval() == Interval::largest() );
+   // Double precision everywhere, and nowhere more.
+   EXPECT_EQ(
+      ( Interval( 1'200'000'000 ) - Interval( 1'000'000'000 ) ).nanoseconds(), 199'999'999U );
+   EXPECT_EQ(
+      ( Interval( 85'200'000'000 ) - Interval( 85'000'000'000 ) ).nanoseconds(), 200'000'000U );
    // Double precision tells no nanoseconds apart in a clock that has run for 116 days.
    EXPECT_EQ(
       ( Interval( 10'000'000'000'000'001 ) - Interval( 10'000'000'000'000'000 ) ).nanoseconds(),

@@ -55,7 +55,7 @@ bool countsUsesOf( Tessel::Node& node, std::uint32_t users ) {
    return true;
 }
 
-static_assert( sizeof( Tessel::Node ) == 16 );
+static_assert( sizeof( Tessel::Node ) == sizeof( void* ) + 8 );
 
 TEST( ANode, countsItsUsesInAProcessWithOneThread ) {
    // In a child of fork, which has one thread whatever the parent had; but for the thread

@@ -10,7 +10,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace SodrelTest {
@@ -51,27 +50,33 @@ int posix_fallocate( int fd, off_t offset, off_t length ) {
    return fallocate( fd, 0, offset, length ) == 0 ? 0 : errno;
 }
 
-ssize_t pwrite( int fd, const void* bytes, size_t size, off_t offset ) {
+// The linker leads calls of these here; the sanitizers have some of the same names.
+
+ssize_t realPwrite( int fd, const void* bytes, size_t size, off_t offset ) asm( "__real_" PWRITE );
+ssize_t
+wrappedPwrite( int fd, const void* bytes, size_t size, off_t offset ) asm( "__wrap_" PWRITE );
+ssize_t wrappedPwrite( int fd, const void* bytes, size_t size, off_t offset ) {
    if( fails( scripted.pwrite ) ) {
       if( scripted.pwriteShort ) {
-         return syscall( SYS_pwrite64, fd, bytes, size / 2, offset );
+         return realPwrite( fd, bytes, size / 2, offset );
       }
       errno = ENOSPC;
       return -1;
    }
-   return syscall( SYS_pwrite64, fd, bytes, size, offset );
+   return realPwrite( fd, bytes, size, offset );
 }
 
-// The linker leads calls of these here; the sanitizers have some of the same names.
-
-void* __real_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset );
-void* __wrap_mmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) {
+void* realMmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) asm(
+   "__real_" MMAP );
+void* wrappedMmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) asm(
+   "__wrap_" MMAP );
+void* wrappedMmap( void* where, size_t size, int access, int kind, int fd, off_t offset ) {
    if( fails( scripted.mmap ) ) {
       errno = ENOMEM;
       return MAP_FAILED;
    }
    SodrelTest::mappedBytes += fd < 0 ? 0 : size;
-   return __real_mmap( where, size, access, kind, fd, offset );
+   return realMmap( where, size, access, kind, fd, offset );
 }
 
 int __real_munmap( void* where, size_t size );
@@ -89,20 +94,22 @@ ssize_t __wrap_write( int fd, const void* bytes, size_t size ) {
    return __real_write( fd, bytes, size );
 }
 
-int __real_open( const char* path, int flags, mode_t mode );
-int __wrap_open( const char* path, int flags, mode_t mode ) {
+int realOpen( const char* path, int flags, mode_t mode ) asm( "__real_" OPEN );
+int wrappedOpen( const char* path, int flags, mode_t mode ) asm( "__wrap_" OPEN );
+int wrappedOpen( const char* path, int flags, mode_t mode ) {
    EXPECT_NE( flags & O_CLOEXEC, 0 ) << path;
    if( std::string_view( path ).ends_with( "/boot_id" ) && fails( scripted.openOfTheBootId ) ) {
       errno = ENOENT;
       return -1;
    }
-   return __real_open( path, flags, mode );
+   return realOpen( path, flags, mode );
 }
 
-int __real_clock_gettime( clockid_t clock, timespec* time );
-int __wrap_clock_gettime( clockid_t clock, timespec* time ) {
+int realClock( clockid_t clock, timespec* time ) asm( "__real_" CLOCK_GETTIME );
+int wrappedClock( clockid_t clock, timespec* time ) asm( "__wrap_" CLOCK_GETTIME );
+int wrappedClock( clockid_t clock, timespec* time ) {
    if( !scripted.clocks ) {
-      return __real_clock_gettime( clock, time );
+      return realClock( clock, time );
    }
    constexpr std::int64_t second = 1'000'000'000;
    const std::int64_t monotonic = scripted.clocks->monotonic;

@@ -276,7 +276,8 @@ TEST( TheSlabAllocator, handsOutEachBlockToOneUserAtATime ) {
       std::uint64_t random = ++senders;
       for( int i = 0; i < 20'000; ++i ) {
          random = random * 6364136223846793005U + 1442695040888963407U;
-         void* const block = slabAlloc( sizeof( Message ) + ( random >> 40 ) % 1'200 );
+         const auto more = static_cast< std::size_t >( ( random >> 40 ) % 1'200 );
+         void* const block = slabAlloc( sizeof( Message ) + more );
          drop(
             mailboxes[( random >> 32 ) % 32].exchange( new( block ) Message{ random, random } ) );
       }

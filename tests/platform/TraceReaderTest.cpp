@@ -38,9 +38,14 @@ Texts textsOf( TraceReader& reader ) {
    return texts;
 }
 
+// Copies up to `size` bytes from `offset` on; returns how many there are.
+std::size_t copyOf( const std::string& bytes, std::uint64_t offset, char* to, std::size_t size ) {
+   return offset < bytes.size() ? bytes.copy( to, size, static_cast< std::size_t >( offset ) ) : 0;
+}
+
 Texts textsOf( const std::string& bytes ) {
    TraceReader reader( [&]( std::uint64_t offset, char* to, std::size_t size ) {
-      return offset < bytes.size() ? bytes.copy( to, size, offset ) : 0;
+      return copyOf( bytes, offset, to, size );
    } );
    return textsOf( reader );
 }
@@ -100,7 +105,8 @@ TEST_F( ADamagedFile, mayHaveImpossibleSizes ) {
          textsWith( offsetof( FileHeader, ringSize ), size ),
          Texts{ "damage at byte 12: invalid ring size" } );
    }
-   for( const std::uint64_t size : { std::uint64_t{ Fennet::maxDescriptionsSize } + 1, ~0UL } ) {
+   for( const std::uint64_t size :
+        { std::uint64_t{ Fennet::maxDescriptionsSize } + 1, ~std::uint64_t{} } ) {
       EXPECT_EQ(
          textsWith( offsetof( FileHeader, descriptionsSize ), size ),
          Texts{ "damage at byte 208: invalid size of the descriptions" } );
@@ -228,9 +234,7 @@ std::size_t bytesReadOf( const std::string& bytes ) {
       EXPECT_LE( size, std::size_t{ 64 << 10 } );
       total += size;
       std::fill_n( to, size, '\0' ); // a hole
-      if( offset < bytes.size() ) {
-         bytes.copy( to, size, offset );
-      }
+      copyOf( bytes, offset, to, size );
       return size;
    } );
    textsOf( reader );
@@ -313,7 +317,8 @@ TEST_F( ALivingFile, isReadWithoutTornRecordsWhileItsThreadWrites ) {
    std::atomic< bool > begun = false;
    std::atomic< bool > enough = false;
    const auto textOf = []( std::uint64_t number ) {
-      return std::string( number % 211, static_cast< char >( 'a' + number % 26 ) );
+      const auto size = static_cast< std::size_t >( number % 211 );
+      return std::string( size, static_cast< char >( 'a' + number % 26 ) );
    };
    std::thread writer( [&] {
       for( std::uint64_t number = 0; !enough; ++number ) {
