@@ -5,6 +5,8 @@
 #include <regex>
 #include <sstream>
 
+#include <support/Abort.h>
+
 // Null unless the process runs with a leak sanitizer.
 extern "C" [[gnu::weak]] void __lsan_disable(); // NOLINT(bugprone-reserved-identifier)
 extern "C" [[gnu::weak]] void __lsan_enable();  // NOLINT(bugprone-reserved-identifier)
@@ -96,12 +98,12 @@ bool leaksAreLookedFor() {
 }
 
 testing::Matcher< const std::string& > assertionOfReload() {
-   return testing::ResultOf(
+   return beforeAbort( testing::ResultOf(
       []( const std::string& output ) {
          return std::regex_replace( output, std::regex( "cpp:[0-9]+:" ), "cpp:LINE:" );
       },
       "src/Sodrel/Sodrel.cpp:LINE: void Sodrel::Sdbus::managerCall(const String&, bool): "
-      "Assertion `signalMonitor->wait( std::nullopt )' failed.\n" );
+      "Assertion `signalMonitor->wait( std::nullopt )' failed.\n" ) );
 }
 
 std::string nameOf( std::string operation ) {

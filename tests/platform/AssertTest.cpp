@@ -4,6 +4,8 @@
 #endif
 #include <platform/value/Assert.h>
 
+#include <support/Abort.h>
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -34,15 +36,18 @@ TEST( AnAssertion, isOneExpressionThatEvaluatesItsOwnOnce ) {
 TEST( AFailedAssertion, namesPlaceAndExpressionAsInTheSourceAndAborts ) {
    EXPECT_EXIT(
       watch( 7 ), testing::KilledBySignal( SIGABRT ),
-      "^tests/platform/AssertTest\\.cpp:" + std::to_string( lineOfWatch ) +
-         ": bool House::lit\\(const Lamp&\\): Assertion `LAMP_IS_LIT\\( lamp \\)' failed\\.\n$" );
+      beforeAbort( testing::ContainsRegex(
+         "^tests/platform/AssertTest\\.cpp:" + std::to_string( lineOfWatch ) +
+         ": bool House::lit\\(const Lamp&\\): Assertion `LAMP_IS_LIT\\( lamp \\)' "
+         "failed\\.\n$" ) ) );
 }
 
 TEST( AFailedAssertion, saysExactlyWhatItIsGiven ) {
    EXPECT_EXIT(
       Tessel::Impl::assertFailed( "src/a%s.cpp", 12, "int f(%d)", "100 % 3 == 0" ),
       testing::KilledBySignal( SIGABRT ),
-      "^src/a%s\\.cpp:12: int f\\(%d\\): Assertion `100 % 3 == 0' failed\\.\n$" );
+      beforeAbort( testing::ContainsRegex(
+         "^src/a%s\\.cpp:12: int f\\(%d\\): Assertion `100 % 3 == 0' failed\\.\n$" ) ) );
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "Threads.h"
 
 #include <platform/memory/Slab.h>
+#include <support/Abort.h>
 #include <support/Memory.h>
 
 #include <gtest/gtest.h>
@@ -51,11 +52,11 @@ int mappings() {
    return count;
 }
 
-std::string noLiveBlock( const void* block ) {
+auto noLiveBlock( const void* block ) {
    std::array< char, 100 > text{};
    std::snprintf(
       text.data(), text.size(), "^slabFree: %p is no live block of SodrelTest::Thing\n$", block );
-   return text.data();
+   return beforeAbort( testing::ContainsRegex( text.data() ) );
 }
 
 TEST( ASlabBlock, isAlignedForEveryTypeAndHasItsWholeSize ) {

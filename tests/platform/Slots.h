@@ -7,13 +7,14 @@
 
 namespace SodrelTest {
 
-// The number of a virtual operation's slot, counted from 0.
+// The number of a virtual operation's slot, counted from 0. The pointer holds its offset in the
+// table, plus one on most architectures.
 template< typename Operation >
 std::size_t slotOf( Operation operation ) {
    static_assert( sizeof( operation ) == 2 * sizeof( std::uintptr_t ) );
-   std::uintptr_t oddOffset = 0;
-   std::memcpy( &oddOffset, &operation, sizeof( oddOffset ) );
-   return ( oddOffset - 1 ) / sizeof( void* );
+   std::uintptr_t offset = 0;
+   std::memcpy( &offset, &operation, sizeof( offset ) );
+   return offset / sizeof( void* );
 }
 
 // What an object's virtual table has in a slot, as a function that takes the object.

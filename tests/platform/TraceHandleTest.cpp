@@ -5,6 +5,7 @@
 #include "ScriptedSystem.h"
 #include "TraceFolder.h"
 
+#include <support/Abort.h>
 #include <support/Memory.h>
 
 #include <gtest/gtest.h>
@@ -286,8 +287,9 @@ TEST( ATracePointDeathTest, endsTheProcessWhenItsIdIsNegative ) {
    const DefaultHandle handle( folder );
    EXPECT_EXIT(
       point.trace(), testing::KilledBySignal( SIGABRT ),
-      "^src/platform/trace/Trace\\.cpp:[0-9]+: Tessel::TracePoint::record: "
-      "Assertion `msgId_ >= 0' failed\\.\n$" );
+      beforeAbort( testing::ContainsRegex(
+         "^src/platform/trace/Trace\\.cpp:[0-9]+: Tessel::TracePoint::record: "
+         "Assertion `msgId_ >= 0' failed\\.\n$" ) ) );
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // The assertions that end the process.
 #include <scripted/Monitors.h>
+#include <support/Abort.h>
 
 #include <csignal>
 #include <cstdio>
@@ -13,9 +14,9 @@ namespace {
 #define EXPECT_ASSERTION( statement, file, function, expression, traces )                          \
    EXPECT_EXIT(                                                                                    \
       statement, testing::KilledBySignal( SIGABRT ),                                               \
-      testing::MatchesRegex(                                                                       \
+      beforeAbort( testing::MatchesRegex(                                                          \
          plain( traces "src/Sodrel/" file ".cpp:" ) + "[0-9]+" +                                   \
-         plain( ": " function ": Assertion `" expression "' failed.\n" ) ) )
+         plain( ": " function ": Assertion `" expression "' failed.\n" ) ) ) )
 
 // A regular expression for the text itself.
 std::string plain( const std::string& text ) {
