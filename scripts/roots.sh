@@ -77,10 +77,13 @@ boxCanRun() {
     done
 }
 
+# What runs commands on a machine.
+machineEnvironment=(env -i DEBIAN_FRONTEND=noninteractive HOME=/root LC_ALL=C.UTF-8
+    PATH=/usr/sbin:/usr/bin:/sbin:/bin)
+
 # onMachine COMMAND...
 onMachine() {
-    chroot "$machine" env -i DEBIAN_FRONTEND=noninteractive HOME=/root LC_ALL=C.UTF-8 \
-        PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"
+    chroot "$machine" "${machineEnvironment[@]}" "$@"
 }
 
 # installOnMachine PACKAGE...
