@@ -14,6 +14,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <new>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -51,13 +52,12 @@ TEST( AHandleOfOneThread, hasOneFileUntilItsEnd ) {
 TEST( AHandleOfOneThread, createsItsFileOnceThereIsMemory ) {
    traceNumber( 0 ); // finds the facility
    const TraceFolder folder;
-   const DefaultHandle handle( folder, false );
+   Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, false );
    {
       const WatchedMemory memory( 1, true );
-      traceNumber( 1 );
+      EXPECT_THROW( handle.mtTraceFile(), std::bad_alloc );
    }
-   traceNumber( 2 );
-   EXPECT_EQ( folder.texts(), Texts{ "number 2" } );
+   EXPECT_NE( handle.mtTraceFile(), nullptr );
 }
 
 TEST( AHandle, keepsItsFileWhenAnotherTakesTurnsWithIt ) {
