@@ -1,4 +1,4 @@
-// The mark of everything that the shared libraries export by intent.
+// The macro that marks everything that the shared libraries deliberately export.
 #pragma once
 
 /// Exports the declaration that follows from its shared library.

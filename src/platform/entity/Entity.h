@@ -1,4 +1,4 @@
-// Creation of entities: what an entity class declares, and the one way to make an entity.
+// Creation of entities: what an entity class declares, and the only way to create an entity.
 #pragma once
 
 #include <platform/entity/Node.h>
@@ -13,9 +13,9 @@
 
 namespace Tessel {
 
-/// Creates an entity and returns the pointer that owns its one use.
+/// Creates an entity and returns the pointer that owns its only use.
 ///
-/// Throws std::bad_alloc and whatever the constructor throws; then no entity and no memory is left.
+/// Throws std::bad_alloc and what the constructor throws; no entity or memory is left in that case.
 template< typename T, typename... Args >
 [[nodiscard]] Ptr< T > ptrIsImpl( Args&&... args ) {
    Ptr< T > entity = Ptr< T >::adopt( new T( std::forward< Args >( args )... ) );
@@ -25,11 +25,11 @@ template< typename T, typename... Args >
 
 namespace Impl {
 
-// Records the release, then gives the block back if there is one.
+// Records the release, then frees the block if there is one.
 template< typename T >
 void entityFree( void* block ) noexcept {
-   // An atomic load, because another thread may just be setting it; std::atomic_ref's header is
-   // heavy.
+   // Loaded atomically, because another thread may be setting it; by a builtin, because
+   // std::atomic_ref's header is heavy.
    Orl::AllocTrackTypeInfo::trackDeallocation(
       __atomic_load_n( &T::memAllocationTracker_, __ATOMIC_ACQUIRE ) );
    if( block ) {
@@ -37,7 +37,7 @@ void entityFree( void* block ) noexcept {
    }
 }
 
-// Records the allocation, then takes the block. Throws std::bad_alloc.
+// Records the allocation, then allocates the block. Throws std::bad_alloc.
 template< typename T >
 void* entityAlloc( std::size_t size ) {
    static_assert(
@@ -57,11 +57,11 @@ void* entityAlloc( std::size_t size ) {
 } // namespace Tessel
 
 /// Must come first in an entity class: the class's allocation tracker, its type data, and memory
-/// that only ptrIsImpl can ask for. Operators new and delete belong to the class, so the language
-/// itself gives everything back when a constructor throws.
+/// that only ptrIsImpl can allocate. Operators new and delete belong to the class, so the language
+/// itself releases everything when a constructor throws.
 ///
 /// The class's source file defines memAllocationTracker_ (null) and typeData(). A class that
-/// derives from an entity class and lacks the macro is tracked and described as that class.
+/// derives from an entity class but omits the macro is tracked and described as its base.
 #define TESSEL_ENTITY( Class )                                                                     \
  public:                                                                                           \
    static ::Orl::AllocTrackTypeInfo* memAllocationTracker_;                                        \

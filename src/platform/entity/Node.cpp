@@ -1,4 +1,4 @@
-// The behaviour that every entity has unless its class says otherwise.
+// The default behaviour of entities.
 #include <platform/entity/Node.h>
 
 namespace Tessel {

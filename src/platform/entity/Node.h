@@ -27,7 +27,7 @@ inline constexpr TypeRef nodeType;
 template< typename T >
 struct TypeTable;
 
-/// The node flag that is set while an entity is constructed, until its destruction begins.
+/// The node flag that is set once an entity is constructed, until its destruction begins.
 inline constexpr std::uint32_t nodeInitialized = 0x20000000;
 
 /// A polymorphic, reference-counted object. It starts with one use, owned by the pointer that its
@@ -44,11 +44,11 @@ class TESSEL_EXPORT Node {
    Node( const Node& ) = delete;
    Node& operator=( const Node& ) = delete;
 
-   /// Runs when the last use has been dropped; destroys the entity. No use may be added any more.
+   /// Runs when the last use has been dropped; destroys the entity. No more uses may be added.
    virtual void lastUserGone() noexcept;
    /// Returns the entity that publishes this one, borrowed; null if there is none.
    [[nodiscard]] virtual Node* publisher();
-   /// Returns where the entity's type is described.
+   /// Returns a reference to the description of the entity's type.
    [[nodiscard]] virtual TypeRef typeData() const;
 
    /// Adds a use. The caller must already have one, which keeps the entity alive.
@@ -64,7 +64,7 @@ class TESSEL_EXPORT Node {
       return __atomic_load_n( &useCount_, __ATOMIC_RELAXED );
    }
 
-   /// Sets or clears a flag and leaves the others.
+   /// Sets or clears a flag and leaves the others unchanged.
    void nodeFlagSet( std::uint32_t flag, bool value ) noexcept {
       nodeFlags_ = value ? nodeFlags_ | flag : nodeFlags_ & ~flag;
    }
@@ -74,13 +74,13 @@ class TESSEL_EXPORT Node {
    }
 
  private:
-   // Adds to the use count and returns the new one; plainly while the process has one thread.
-   // By builtins, because <atomic> is a heavy header.
+   // Adds to the use count and returns the result; not atomically while the process has one
+   // thread. Uses builtins because <atomic> is a heavy header.
    std::uint32_t added( std::uint32_t by ) noexcept {
       if( __libc_single_threaded ) {
          return useCount_ += by;
       }
-      // Acquire and release: the work of all users comes before the destruction by the last one.
+      // Acquire and release: the work of all users happens before the last one destroys the entity.
       return __atomic_add_fetch( &useCount_, by, __ATOMIC_ACQ_REL );
    }
 

@@ -9,7 +9,7 @@ namespace Tessel {
 
 /// Owns one use of an entity, or is null. Copying adds a use; destruction drops it.
 ///
-/// Thread: as a plain pointer; several pointers to one entity may live on several threads.
+/// Thread: as a plain pointer; several threads may have pointers to the same entity.
 template< typename T >
 class Ptr {
  public:
@@ -23,12 +23,12 @@ class Ptr {
    }
    /// Adds a use.
    Ptr( const Ptr& other ) : Ptr( other.entity_ ) {}
-   /// Takes the use over; the other pointer becomes null.
+   /// Takes over the use; the other pointer becomes null.
    Ptr( Ptr&& other ) noexcept : entity_( other.release() ) {}
    /// Adds a use, from a pointer to a derived class.
    template< std::derived_from< T > U >
    Ptr( const Ptr< U >& other ) : Ptr( other.get() ) {}
-   /// Takes the use over, from a pointer to a derived class.
+   /// Takes over the use, from a pointer to a derived class.
    template< std::derived_from< T > U >
    Ptr( Ptr< U >&& other ) noexcept : entity_( other.release() ) {}
    /// Takes the other's use, then drops the previous one.

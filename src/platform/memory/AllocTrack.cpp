@@ -1,4 +1,4 @@
-// The counts of each type, and the list of all types that were ever allocated.
+// The counts of each type, and the list of all types that have ever been allocated.
 #include <platform/memory/AllocTrack.h>
 
 #include <platform/value/TypeName.h>
@@ -10,7 +10,7 @@ namespace Orl {
 
 namespace {
 
-// Heads the list of all trackers, which stay, so that it needs no lock.
+// The head of the list of all trackers, which are never removed, so that it needs no lock.
 constinit std::atomic< AllocTrackTypeInfo* > newest = nullptr;
 
 } // namespace
@@ -19,7 +19,7 @@ AllocTrackTypeInfo*
 AllocTrackTypeInfo::create( AllocTrackTypeInfo** tracker, const std::type_info& type ) {
    std::unique_ptr< AllocTrackTypeInfo > made( new AllocTrackTypeInfo( Tessel::typeName( type ) ) );
    AllocTrackTypeInfo* info = nullptr;
-   // If another thread was faster, its tracker counts.
+   // If another thread was faster, its tracker is used.
    if( std::atomic_ref( *tracker ).compare_exchange_strong( info, made.get() ) ) {
       info = made.release();
       while( !newest.compare_exchange_weak( info->older_, info ) ) { // GCOVR_EXCL_BR_LINE: race

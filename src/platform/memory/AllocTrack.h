@@ -1,4 +1,4 @@
-// The allocation tracker: how many entities of each type live, and how many ever did.
+// The allocation tracker: how many entities of each type exist, and how many were ever created.
 #pragma once
 
 #include <platform/Export.h>
@@ -12,7 +12,7 @@
 
 namespace Orl {
 
-/// How many entities of a type there are. Exact unless others are created or destroyed meanwhile.
+/// The numbers of entities of a type. Exact unless some are created or destroyed at the same time.
 struct AllocCounts {
    std::uint64_t live;  ///< allocated and not yet released
    std::uint64_t total; ///< ever allocated
@@ -25,16 +25,16 @@ class AllocTrackTypeInfo {
  public:
    /// Records one allocation of a type in *tracker, which it creates on first use.
    ///
-   /// Throws std::bad_alloc if the tracker cannot be created; then nothing is recorded.
+   /// Throws std::bad_alloc if the tracker cannot be created; nothing is recorded in that case.
    TESSEL_EXPORT static void _trackAllocation(
       AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
       std::size_t alignment );
    /// Records one release.
    TESSEL_EXPORT static void trackDeallocation( AllocTrackTypeInfo* tracker ) noexcept;
 
-   /// Returns the entities of the type that have been allocated and not yet released.
+   /// Returns the number of entities of the type that are allocated and not yet released.
    TESSEL_EXPORT std::uint64_t live() const noexcept;
-   /// Returns the entities of the type that were ever allocated.
+   /// Returns the number of entities of the type that were ever allocated.
    TESSEL_EXPORT std::uint64_t total() const noexcept;
 
  private:
@@ -51,7 +51,7 @@ class AllocTrackTypeInfo {
 };
 
 /// Returns the counts of the type with this qualified name, for example "Sodrel::Sdbus", or nothing
-/// if none was ever allocated. Types of one name, each local to its source file, are added up.
+/// if none was ever allocated. Types with the same name, local to their source files, are added up.
 TESSEL_EXPORT std::optional< AllocCounts > allocCounts( std::string_view typeName );
 
 } // namespace Orl

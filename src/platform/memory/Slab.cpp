@@ -1,6 +1,6 @@
 // The slab allocator: lists of free blocks of a few sizes, cut from slabs, behind one mutex.
 //
-// The standard library's pools would not do: libstdc++ 12's crash when an allocation fails.
+// The standard library's pools are not an option: libstdc++ 12's crash when an allocation fails.
 #include <platform/memory/Slab.h>
 
 #include <platform/value/LockedByForks.h>
@@ -27,7 +27,7 @@ namespace Tessel {
 
 namespace {
 
-// The header of a block, in front of what slabAlloc returns. Sizes include it.
+// The header of a block, right before the memory that slabAlloc returns. Sizes include it.
 struct alignas( std::max_align_t ) Block {
    std::size_t bytes;
    Block* next; // in the list of free blocks; &live in a block that is not free
@@ -36,7 +36,7 @@ struct alignas( std::max_align_t ) Block {
 constinit Block live{};
 
 constexpr std::size_t slabBytes = 16384;
-// Larger blocks come straight from operator new and return there.
+// Larger blocks are allocated by operator new and freed by operator delete.
 #ifdef TESSEL_ASAN
 constexpr std::size_t largestInSlab = 0; // so that the sanitizer sees every block
 #else
@@ -44,7 +44,7 @@ constexpr std::size_t largestInSlab = 1024;
 #endif
 
 constinit std::mutex mutex;
-// By size, in headers. Slabs stay, so entities may be destroyed at any time.
+// By size, in headers. Slabs are never freed, so entities may be destroyed at any time.
 constinit std::array< Block*, largestInSlab / sizeof( Block ) + 1 > freeBlocks{};
 
 // Holds the mutex unless the process is known to be single-threaded.
@@ -55,7 +55,7 @@ std::unique_lock< std::mutex > lock() {
 
 [[maybe_unused]] const int mutexIsLockedByForks = Impl::lockedByForks< mutex >();
 
-// Cuts a slab, which stays, into blocks; none if there is no memory.
+// Allocates a slab, which is never freed, and cuts it into blocks; adds none if there is no memory.
 // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
 [[gnu::noinline]] void addBlocks( std::size_t bytes ) noexcept {
    auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
@@ -66,7 +66,7 @@ std::unique_lock< std::mutex > lock() {
 }
 // NOLINTEND(clang-analyzer-cplusplus.NewDeleteLeaks)
 
-// Takes a free block of a slab; null if there is no memory.
+// Takes a free block from a slab; returns null if there is no memory.
 Block* take( std::size_t bytes ) noexcept {
    const auto locked = lock();
    Block*& first = freeBlocks[bytes / sizeof( Block )];

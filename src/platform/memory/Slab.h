@@ -16,7 +16,7 @@ namespace Tessel {
 /// not in fork handlers that were registered before the library was loaded.
 TESSEL_EXPORT void* slabAlloc( std::size_t size ) noexcept;
 
-/// Consumes a block that slabAlloc returned to any thread.
+/// Frees a block that slabAlloc returned on any thread.
 ///
 /// Ends the process if it notices that the block is not live; the message names the type.
 /// Thread: as slabAlloc.

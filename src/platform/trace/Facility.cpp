@@ -16,7 +16,7 @@ namespace Orl {
 
 namespace {
 
-// Cuts the text before the first `separator` off `rest`, and the separator with it.
+// Removes the text before the first `separator`, and the separator, from `rest`; returns the text.
 std::string_view cutBefore( char separator, std::string_view& rest ) {
    const std::size_t end = rest.find( separator );
    const std::string_view first = rest.substr( 0, end );
@@ -73,7 +73,7 @@ Facilities* facilitiesOfEnvironment() {
 
 constinit std::mutex mutex;
 [[maybe_unused]] const int mutexIsLockedByForks = Tessel::Impl::lockedByForks< mutex >();
-// Made by the first use and never destroyed: handles are used until the very end of the process.
+// Created on first use and never destroyed: handles are used until the very end of the process.
 constinit Facilities* sharedLevels = nullptr;
 
 std::atomic< TraceLevels >& levelsOf( std::string_view name ) {
@@ -89,7 +89,7 @@ std::atomic< TraceLevels >& levelsOf( std::string_view name ) {
 
 std::atomic< TraceLevels >& TraceHandle::find() const {
    auto& levels = levelsOf( name_ );
-   // Release: who sees the pointer sees the levels behind it.
+   // Release: a thread that sees the pointer also sees the levels that it points to.
    shared_.store( &levels, std::memory_order_release );
    return levels;
 }

@@ -22,11 +22,11 @@ using TraceLevels = std::uint32_t;
 /// Levels 0 to 31.
 inline constexpr TraceLevels allTraceLevels = ~TraceLevels{ 0 };
 
-/// A named facility. All handles of one name share one set of levels, which lives until the
+/// A named facility. All handles with the same name share one set of levels, which exists until the
 /// process ends; the handle itself has nothing to release.
 ///
-/// Thread: any thread may read and set levels while others trace. A change is seen soon, and
-/// orders nothing else.
+/// Thread: any thread may read and set levels while others trace. A change becomes visible soon,
+/// and orders no other memory access.
 class TraceHandle {
  public:
    /// A handle of the facility `name`. Enables every level of it if `allLevels`. Borrows the name.
@@ -46,7 +46,7 @@ class TraceHandle {
    [[nodiscard]] bool enabled( int level ) const { return levels() >> level & 1; }
 
  private:
-   // Found by the first use, so that handles can be constants whose creation takes no lock.
+   // Looked up on first use, so that handles can be initialized at compile time, without a lock.
    std::atomic< TraceLevels >& shared() const {
       auto* const found = shared_.load( std::memory_order_acquire );
       return found ? *found : find();

@@ -31,17 +31,17 @@ constinit std::atomic< std::uint64_t > handles = 0;
 constinit std::uint32_t forks = 0;
 [[maybe_unused]] const int forksAreCounted = pthread_atfork( nullptr, nullptr, [] { ++forks; } );
 
-// Tells a process from its parent: by its id after any kind of fork, by the count where both have
-// the same id in different PID namespaces.
+// Distinguishes a process from its parent: by its id after any kind of fork, by the count if both
+// have the same id in different PID namespaces.
 using Process = std::pair< std::uint32_t, pid_t >;
 
 Process thisProcess() {
    return { forks, getpid() };
 }
 
-// The files that a process keeps of its ended threads.
+// The files that a process keeps for threads that have ended.
 struct EndedFiles {
-   std::array< std::string, 64 > paths; // the oldest first
+   std::array< std::string, 64 > paths; // oldest first
    Process process = thisProcess();
 };
 constinit std::mutex endedMutex;
@@ -49,11 +49,11 @@ constinit std::mutex endedMutex;
 // Never destroyed: threads may end until the very end of the process.
 EndedFiles& endedFiles = *new EndedFiles;
 
-// Keeps the file of a thread that ends, instead of the oldest one.
+// Keeps the file of a thread that is ending, in place of the oldest one.
 void keepEnded( std::string path ) {
    const std::scoped_lock lock( endedMutex );
    if( endedFiles.process != thisProcess() ) {
-      // The files of the parent stay the parent's.
+      // The parent's files are left to the parent.
       endedFiles = {};
    }
    auto& paths = endedFiles.paths;
@@ -66,7 +66,7 @@ void keepEnded( std::string path ) {
 
 constinit thread_local bool threadEnds = false;
 
-// The files of one thread by the number of their handle; null where none could be created.
+// The files of one thread, by handle number; null if the file could not be created.
 struct ThreadFiles {
    std::map< std::uint64_t, std::unique_ptr< TraceFile > > files;
    Process process;
@@ -155,7 +155,7 @@ TraceFile* TraceHandle::mtTraceFile() {
    if( found != threadFiles.files.end() ) {
       return found->second.get();
    }
-   // Its place first, so that want of memory leaves no file behind.
+   // The map entry comes first, so that running out of memory leaves no file behind.
    decltype( threadFiles.files ) made;
    auto& file = made[number_];
    file = newTraceFile();
@@ -163,11 +163,11 @@ TraceFile* TraceHandle::mtTraceFile() {
    return file.get();
 }
 
-// Null if no file can be created.
+// Returns null if the file cannot be created.
 std::unique_ptr< TraceFile > TraceHandle::newTraceFile() {
    const Tessel::Impl::KeepErrno keepErrno;
    auto file = TraceFile::create( folder_, ringSize_ );
-   // Relaxed: only the first to report counts.
+   // Relaxed: the flag only ensures that one thread reports.
    if( !file && !troubleReported_.exchange( true, std::memory_order_relaxed ) ) {
       Tessel::Impl::report(
          "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +

@@ -1,4 +1,4 @@
-// Escaping texts, and writing lines without the signals that a write can raise.
+// Escaping text, and writing lines without the signals that a write can raise.
 #include <platform/trace/Line.h>
 
 #include <algorithm>
@@ -14,12 +14,12 @@ namespace Tessel::Impl {
 
 namespace {
 
-// Returns the length of the printable UTF-8 character at the beginning of the text, which is not
-// empty; 0 if there is none.
+// Returns the length of the printable UTF-8 character at the start of the text, or 0 if there is
+// none. The text must not be empty.
 std::size_t printableLength( std::string_view text ) {
    const auto byte = [&]( std::size_t at ) { return static_cast< unsigned char >( text[at] ); };
-   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 }; // by the length
-   // As many as the character has bytes; none if it has one.
+   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 }; // by length
+   // One for each byte of the character; none if it has a single byte.
    const auto ones = static_cast< std::size_t >( std::countl_one( byte( 0 ) ) );
    const std::size_t length = std::max< std::size_t >( ones, 1 );
    if( ones == 1 || length > std::size( least ) || length > text.size() ) {
@@ -81,7 +81,7 @@ void writeLine( Line& line ) {
    constexpr std::string_view cutMark = "...";
    constexpr std::size_t capacity = PIPE_BUF - 1;
    if( line.size() > capacity ) {
-      // Before the first byte of a character.
+      // Cut before the first byte of a character.
       std::size_t end = capacity - cutMark.size();
       while( ( line[end] & 0xc0 ) == 0x80 ) {
          --end;

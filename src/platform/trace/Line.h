@@ -11,7 +11,7 @@
 
 namespace Tessel::Impl {
 
-// Gives errno its value back at the end of a scope, so that a trace can stand anywhere.
+// Restores errno at the end of a scope, so that a trace can be placed anywhere.
 class KeepErrno {
  public:
    KeepErrno() = default;
@@ -24,7 +24,7 @@ class KeepErrno {
 };
 
 // Keeps a signal that the calling thread's own writes raise, SIGPIPE or SIGXFSZ, from reaching the
-// program: the write fails, and that is all.
+// program: the write just fails.
 class HeldSignal {
  public:
    explicit HeldSignal( int signal ) noexcept;
@@ -38,22 +38,22 @@ class HeldSignal {
    bool wasPending_;
 };
 
-// A line that is being composed. No line that is written whole takes an allocation, so a destructor
-// can trace when memory has run out.
+// A line being composed. No line that is written whole needs an allocation, so a destructor can
+// trace when memory has run out.
 using Line = fmt::basic_memory_buffer< char, PIPE_BUF >;
 
 // Appends the text with every control character (C0, DEL and C1) and every byte that is not UTF-8
-// written as \xHH, so that it can neither end a line nor steer a terminal.
+// written as \xHH, so that it can neither end a line nor control a terminal.
 void appendEscaped( Line& line, std::string_view text );
-// The same as a text of its own.
+// Returns the escaped text as a string.
 std::string escaped( std::string_view text );
 
-// Writes the line with one write. Every kind of file takes PIPE_BUF bytes in one piece, so lines of
-// several threads or processes never mix and no lock is needed. A longer line loses its end and
-// shows "..." there; one that standard error does not take is lost.
+// Writes the line with a single write. Every kind of file accepts PIPE_BUF bytes in one piece, so
+// lines from several threads or processes never mix and no lock is needed. A longer line is cut and
+// ends with "..."; one that standard error does not accept is lost.
 void writeLine( Line& line );
 
-// Writes what the trace facilities have to report about themselves, escaped. Leaves errno alone.
+// Writes a message from the trace facilities about themselves, escaped. Preserves errno.
 void report( std::string_view text );
 
 } // namespace Tessel::Impl

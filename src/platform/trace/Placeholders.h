@@ -1,11 +1,11 @@
-// What a trace's format may hold, for the compiler as for whoever reads a trace file.
+// The check of a trace's format, for the compiler and for readers of trace files.
 #pragma once
 
 #include <string_view>
 
 namespace Tessel {
 
-// The number of {} in a format; -1 when it holds any other braces but {{ and }}.
+// The number of {} in a format; -1 if it has any braces other than {}, {{ and }}.
 constexpr int placeholders( std::string_view format ) {
    int count = 0;
    std::size_t at = format.find_first_of( "{}" );

@@ -1,4 +1,4 @@
-// How {fmt} prints the system's string: as its text.
+// Makes {fmt} print the system's string as its text.
 #pragma once
 
 #include <platform/value/String.h>

@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// An argument of a trace, printed by its value.
+// An argument of a trace, printed as its value.
 template<>
 struct fmt::formatter< Tessel::Impl::TraceArg > {
    static constexpr auto parse( format_parse_context& context ) { return context.begin(); }
@@ -33,8 +33,8 @@ namespace {
 // Release and acquire make a new sink's fields visible with it.
 constinit std::atomic< TraceSink* > sink = nullptr;
 
-// systemd names the socket that leads to the journal in this variable; it counts only while
-// standard error still is that socket.
+// systemd names the socket that leads to the journal in this variable; it applies only while
+// standard error is still that socket.
 bool stderrIsJournal() {
    const char* const stream = std::getenv( "JOURNAL_STREAM" );
    struct stat status {};
@@ -57,7 +57,7 @@ void writeToStderr( const TextTrace& trace ) {
    Impl::Line line;
    const auto end = std::back_inserter( line );
    if( stderrIsJournal() ) {
-      // Syslog's notice, informational and debug; a trace never alarms, whatever its level.
+      // Syslog's notice, informational and debug; a trace is never more urgent, whatever its level.
       fmt::format_to( end, "<{}>", std::clamp( trace.level, 5, 7 ) );
    }
    fmt::format_to(
@@ -86,7 +86,7 @@ void Impl::vfmtrace(
    if( wanted < 0 || wanted > static_cast< int >( arguments.size() ) ) {
       throw fmt::format_error( "argument not found" );
    }
-   // {fmt} ignores the arguments that no placeholder stands for.
+   // {fmt} ignores arguments that have no placeholder.
    std::array< TraceArg, mostTraceArgs > args;
    std::copy( arguments.begin(), arguments.end(), args.begin() );
    Line text;

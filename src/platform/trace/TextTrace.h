@@ -1,4 +1,4 @@
-// Text traces: composing the text of one trace and handing it to where traces go.
+// Text traces: composing the text of a trace and passing it to the sink.
 #pragma once
 
 #include <platform/Export.h>
@@ -14,36 +14,36 @@
 
 namespace Tessel {
 
-/// One text trace with its origin. Borrows everything for the length of the call.
+/// One text trace with its origin. Borrows everything for the duration of the call.
 struct TextTrace {
    const char* facility;  ///< the facility's name
    int level;             ///< 0 to 31
-   const char* file;      ///< the source file, from src/ on
+   const char* file;      ///< the source file's path, from src/ on
    const char* function;  ///< the function's plain name
    int line;              ///< in the source file
-   const char* tag;       ///< "" for every TRACE
-   std::string_view text; ///< may hold anything, control characters included
+   const char* tag;       ///< "" for TRACE
+   std::string_view text; ///< may contain anything, including control characters
 };
 
-/// Where text traces go.
+/// A destination for text traces.
 class TESSEL_EXPORT TraceSink {
  public:
-   /// Takes one trace. What it throws reaches the traced operation.
+   /// Takes one trace. Exceptions propagate to the traced operation.
    ///
-   /// Thread: runs on the tracing thread, on several threads at a time.
+   /// Thread: runs on the tracing thread, possibly on several threads at once.
    virtual void traceIs( const TextTrace& trace ) = 0;
 
  protected:
    ~TraceSink() = default;
 };
 
-/// Sends the text traces that follow to `sink`; null sends them to standard error, one line each:
+/// Sends subsequent text traces to `sink`; null sends them to standard error, one line each:
 ///
 ///     2026-11-21T02:32:38.123456Z 4711 Sodrel/8 src/Sodrel/Sodrel.cpp:57 managerCall: Call ...
 ///
 /// with the time in UTC, the thread's id and the facility with the level. Control characters and
-/// invalid UTF-8 are written as \\xHH. Under the journal each line starts with its priority. A line
-/// longer than PIPE_BUF is cut.
+/// invalid UTF-8 are written as \\xHH. Under the journal, each line starts with its priority. A
+/// line longer than PIPE_BUF is cut.
 ///
 /// Returns the previous sink, null for standard error.
 /// Borrows the sink, which must outlive every trace that began before it was replaced.
@@ -52,7 +52,7 @@ TESSEL_EXPORT TraceSink* traceSinkIs( TraceSink* sink ) noexcept;
 
 namespace Impl {
 
-// One argument, whatever its type is in the code. Borrows a string.
+// One argument, whatever its type in the code. Borrows strings.
 using TraceArg =
    std::variant< std::string_view, bool, std::int32_t, std::uint32_t, std::int64_t, std::uint64_t >;
 
@@ -80,20 +80,20 @@ TraceArg traceArg( const T& arg ) {
    }
 }
 
-// The most that a trace can have.
+// The maximum number of arguments of a trace.
 inline constexpr std::size_t mostTraceArgs = 8;
 
-// Formats the text and hands it with its origin to the sink.
+// Formats the text and passes it to the sink with its origin.
 TESSEL_EXPORT void
 vfmtrace( TextTrace trace, std::string_view format, std::initializer_list< TraceArg > arguments );
 
 } // namespace Impl
 
-/// Formats one text trace with {fmt} and hands it to the sink, whether or not its level is enabled.
+/// Formats one text trace with {fmt} and passes it to the sink, even if its level is not enabled.
 ///
-/// The format has {} for its placeholders, and the arguments are up to 8 strings, bools and
-/// integers; a null C string is an empty one. A line of up to PIPE_BUF bytes takes no allocation.
-/// Throws fmt::format_error if the format and the arguments do not fit.
+/// The format has {} as placeholders; the arguments are up to 8 strings, bools and integers. A null
+/// C string is treated as an empty one. A line of up to PIPE_BUF bytes needs no allocation.
+/// Throws fmt::format_error if the arguments do not match the format.
 template< typename... Args >
 void fmtrace(
    const Orl::TraceHandle& handle, int level, const char* file, const char* function, int line,

@@ -1,4 +1,4 @@
-// The record of a trace point, and before the first one in a file its description.
+// Writes the record of a trace point and, before the first one in a file, its description.
 #include <platform/trace/Trace.h>
 
 #include <platform/trace/Line.h>
@@ -14,13 +14,13 @@ namespace Tessel {
 
 namespace {
 
-// Ids count through the whole process, so that one trace point has the same in every file.
+// Ids are unique within the process, so that a trace point has the same one in every file.
 constinit std::atomic< int > lastMsgId = 0;
 
-// Returns the id, which it draws if there is none, whichever thread comes first.
+// Returns the id, drawing one if there is none yet. The first thread to draw one sets it.
 int drawnId( std::atomic< int >& msgId ) {
-   // Relaxed: an id carries no other data with it. The loser of a race takes the winner's id, and
-   // the number drawn in vain stays unused.
+   // Relaxed: an id publishes no other data. The loser of a race takes the winner's id, and the
+   // number that it drew stays unused.
    int id = msgId.load( std::memory_order_relaxed );
    if( id == 0 ) {
       const int drawn = ++lastMsgId;
@@ -30,7 +30,7 @@ int drawnId( std::atomic< int >& msgId ) {
    return id;
 }
 
-// The codes of the alternatives of an argument, in their order.
+// The codes of the argument types, in the order of the variant's alternatives.
 constexpr std::array codes{ "p", "b", "si", "ui", "sl", "ul" };
 static_assert( codes.size() == std::variant_size_v< Impl::TraceArg > );
 
@@ -56,11 +56,11 @@ std::string descriptionOf( const TracePoint& point, int msgId, Arguments argumen
    return description.insert( 0, reinterpret_cast< const char* >( &head ), sizeof head );
 }
 
-// A record while it is composed.
+// A record being composed.
 class Record {
  public:
-   // Appends an argument and returns whether it fits. A text that does not fit loses its end and is
-   // marked so; a number that does not fit is left out.
+   // Appends an argument and returns whether it fits. A string that does not fit is truncated and
+   // marked as such; a number that does not fit is left out.
    template< typename Number >
    bool put( const Number& number ) {
       return append( &number, sizeof number );
@@ -76,7 +76,7 @@ class Record {
       return fits;
    }
 
-   // The whole record, of this moment. Borrowed.
+   // Returns the complete record with the current time, borrowed.
    std::string_view whole( int msgId ) {
       const auto size = static_cast< std::uint32_t >( size_ );
       const Fennet::RecordHead head{ size, msgId, Fennet::nanoseconds( CLOCK_MONOTONIC ) };

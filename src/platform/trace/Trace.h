@@ -5,8 +5,8 @@
 //    TRACE( 8, "Get {} property of {} with sd-bus", property, unit );
 //
 // A trace writes a record into the thread's ring buffer if the process has a default ring-buffer
-// handle, then a text if the level is enabled in the file's facility. If neither is on, it formats
-// and converts nothing.
+// handle, then a text if the level is enabled in the file's facility. If neither is the case, it
+// formats and converts nothing.
 #pragma once
 
 #include <platform/Export.h>
@@ -28,10 +28,10 @@ std::integral_constant< int, sizeof...( Args ) > argumentCount( const Args&... )
 
 } // namespace Impl
 
-/// One place in the code that traces: all that is constant about it. Borrows what it is given for
-/// ever.
+/// One place in the code that traces: everything about it that is constant. Borrows its members for
+/// the life of the process.
 struct TracePoint {
-   const char* file;                 ///< the source file, from src/ on
+   const char* file;                 ///< the source file's path, from src/ on
    int line;                         ///< in the source file
    const char* function;             ///< the function's plain name
    const char* format;               ///< with one {} for each argument
@@ -39,12 +39,12 @@ struct TracePoint {
    const Orl::TraceHandle& facility; ///< of the source file
    std::atomic< int >& msgId;        ///< 0 until the first record needs one
 
-   /// Traces: the ring-buffer record, which is lost if there is no memory for it, then the text.
+   /// Writes the ring-buffer record, which is lost if there is no memory for it, then the text.
    ///
    /// Ends the process if a record is to be written and the message id is negative.
    template< typename... Args >
    void trace( const Args&... args ) const {
-      // Acquire: the handle was published whole.
+      // Acquire: makes the handle's fields visible with it.
       if( auto* const handle = Fennet::defaultFennetHandle.load( std::memory_order_acquire ) )
          [[unlikely]] {
          record( *handle, { Impl::traceArg( args )... } );
@@ -61,7 +61,7 @@ struct TracePoint {
 
 } // namespace Tessel
 
-/// Gives the source file its facility: stands once, in a namespace around all its traces.
+/// Sets the source file's facility. Use it once, in a namespace that encloses all its traces.
 #define TRACE_FACILITY( name )                                                                     \
    namespace {                                                                                     \
    [[maybe_unused]] constinit ::Orl::TraceHandle traceFacility( name, false );                     \
@@ -69,7 +69,7 @@ struct TracePoint {
    static_assert( true )
 
 /// Traces `format`, a literal, with one argument for each {} in it: strings, bools and integers.
-/// `level` is a constant from 0 to 31. Each argument is evaluated once, whatever is on or off.
+/// `level` is a constant from 0 to 31. Each argument is evaluated once, even if nothing is traced.
 /// Not for signal handlers.
 #define TRACE( level, format, ... )                                                                \
    do {                                                                                            \

@@ -1,4 +1,4 @@
-// Creating a trace file, making room in its ring, and its descriptions and clock pairs.
+// Creating a trace file, making room in its ring, and writing descriptions and clock pairs.
 #include <platform/trace/TraceFile.h>
 
 #include <platform/trace/Line.h>
@@ -28,8 +28,8 @@ void readBootId( char ( &bootId )[40] ) {
    }
 }
 
-// Opens a file that did not exist and sets `path`; what stands there already, a planted link too,
-// is left alone. Returns -1 and sets errno on failure.
+// Creates and opens a file and sets `path`; an existing file, even a planted link, is left alone.
+// Returns -1 and sets errno on failure.
 int openNew( const std::string& folder, std::string& path ) {
    for( int number = 0;; ++number ) {
       path = folder + "/" + std::to_string( getpid() ) + "-" + std::to_string( gettid() ) + "." +
@@ -42,7 +42,7 @@ int openNew( const std::string& folder, std::string& path ) {
 }
 
 // Moves a file off the descriptors of the standard streams: a program that has closed one of them
-// may go on writing to it. Returns -1 and sets errno on failure.
+// may still write to it. Returns -1 and sets errno on failure.
 int moved( int fd ) {
    if( fd > STDERR_FILENO ) {
       return fd;
@@ -53,11 +53,11 @@ int moved( int fd ) {
    return other;
 }
 
-// Maps the whole of a new file. Returns null and sets errno on failure.
+// Allocates and maps a new file. Returns null and sets errno on failure.
 std::byte* mapNew( int fd, std::size_t size ) {
-   // A limit on the sizes of files is an error like any other.
+   // Exceeding the file size limit is an error like any other.
    const HeldSignal held( SIGXFSZ );
-   // Blocks for every byte of the mapping: a store into a hole of a full disk would be SIGBUS.
+   // Allocate every block of the mapping: storing into a hole on a full disk would raise SIGBUS.
    do {
       errno = posix_fallocate( fd, 0, off_t( size ) );
    } while( errno == EINTR );
@@ -114,26 +114,26 @@ bool TraceFile::begins( const std::string& folder ) {
    readBootId( header_->bootId );
    std::string_view( program_invocation_short_name )
       .copy( header_->program, sizeof header_->program - 1 );
-   // Everything above is in the file before the magic says so: a reader that sees the magic with
-   // acquire sees the rest, and a kill before it leaves a file that holds nothing.
+   // Everything above is in the file before the magic: a reader that loads the magic with acquire
+   // sees the rest, and a kill before this store leaves a file that holds nothing.
    header_->magic.store( fileMagic, std::memory_order_release );
    return true;
 }
 
-// Goes to the beginning of a block, whose old records are gone then, and reads the clocks.
+// Advances to the start of a block, discarding the old records there, and reads the clocks.
 void TraceFile::startBlock() {
    if( end_ % blockSize != 0 ) {
       std::memset( ring_ + end_ % ringSize_, 0, sizeof( RecordHead::size ) );
       end_ += blockSize - end_ % blockSize;
    }
-   // First the tail says that the old records are gone, only then may their bytes change. A kill
-   // keeps the program's order, so the compiler alone must not move a record's stores before this
-   // one; for a reader of the living file, whoever has seen a changed byte and reads the tail
-   // again must find the new one. A release fence between the stores gives both.
+   // The tail must exclude the old records before their bytes change. A kill preserves program
+   // order, so for that case only the compiler must not move a record's stores before this one. A
+   // concurrent reader that has seen a changed byte and reads the tail again must find the new one.
+   // A release fence between the stores ensures both.
    header_->tail.store(
       end_ < ringSize_ ? 0 : end_ + blockSize - ringSize_, std::memory_order_relaxed );
    std::atomic_thread_fence( std::memory_order_release );
-   // Publishes a whole pair of readings; the one before stays in place until the next but one.
+   // Publishes a complete pair of readings; the previous pair stays in place until the next one.
    ++clockPairs_;
    header_->clocks[clockPairs_ % 2] = { nanoseconds( CLOCK_MONOTONIC ),
                                         nanoseconds( CLOCK_REALTIME ) };
@@ -147,8 +147,8 @@ void TraceFile::recordIs( std::string_view record ) {
    }
    std::memcpy( ring_ + end_ % ringSize_, record.data(), record.size() );
    end_ += size;
-   // The one store that makes the record part of the file. Release: all its bytes are stored
-   // before, for a reader of the living file as for a kill, which keeps the program's order.
+   // The single store that makes the record part of the file. Release: all its bytes are stored
+   // before it, both for a concurrent reader and for a kill, which preserves program order.
    header_->end.store( end_, std::memory_order_release );
 }
 
@@ -157,9 +157,9 @@ bool TraceFile::descriptionIs( int msgId, std::string_view description ) {
       return false;
    }
    const std::uint64_t place = headerSize + std::uint64_t{ ringSize_ } + descriptionsSize_;
-   // Not through the mapping: a write says that the disk is full, a store would be SIGBUS.
+   // Not through the mapping: on a full disk, a write fails but a store would raise SIGBUS.
    const HeldSignal held( SIGXFSZ );
-   errno = ENOSPC; // the reason if only a part is written
+   errno = ENOSPC; // reported if the write is short
    const ssize_t written = pwrite( fd_, description.data(), description.size(), off_t( place ) );
    full_ = written != static_cast< ssize_t >( description.size() );
    if( full_ ) {
@@ -172,7 +172,7 @@ bool TraceFile::descriptionIs( int msgId, std::string_view description ) {
    described_.resize( std::max( described_.size(), index + 1 ) );
    described_[index] = true;
    descriptionsSize_ += description.size();
-   // Publishes a whole description, before the first record that needs it.
+   // Publishes a complete description before the first record that needs it.
    header_->descriptionsSize.store( descriptionsSize_, std::memory_order_release );
    return true;
 }

@@ -1,5 +1,5 @@
 // Ring-buffer trace files: what one thread traced most recently, kept in the page cache, so that
-// the end of the process, however sudden, loses no finished record.
+// no finished record is lost, however suddenly the process ends.
 #pragma once
 
 #include <platform/trace/FileFormat.h>
@@ -16,8 +16,8 @@ namespace Fennet {
 
 std::int64_t nanoseconds( clockid_t clock );
 
-// One file with its ring, written by one thread and mapped as long as the object lives. The file
-// stays behind, readable. Other programs can write to it: nothing is ever read back from it.
+// One file with its ring, written by one thread and mapped as long as the object exists. The file
+// itself remains afterwards. Other programs can write to it, so nothing is ever read back from it.
 //
 // Thread: one at a time. Not for signal handlers, which could interrupt a record of their thread.
 class TraceFile {
@@ -35,15 +35,15 @@ class TraceFile {
    // Releases the path to the caller; the file has none afterwards.
    std::string takePath() { return std::move( path_ ); }
 
-   // Returns whether the file can take this trace point's records: true once it is described.
+   // Returns whether the file can take this trace point's records: true once it describes that.
    [[nodiscard]] bool describes( int msgId ) const {
       const auto index = static_cast< std::size_t >( msgId );
       return index < described_.size() && described_[index];
    }
    // Appends the description of a message that the file does not describe yet, and returns whether
-   // it does now. If the disk takes no more, reports that once and describes nothing from then on.
+   // that succeeded. If not, reports the failure once and describes nothing from then on.
    bool descriptionIs( int msgId, std::string_view description );
-   // Appends a record of at most blockSize bytes. In a full ring the oldest block makes room.
+   // Appends a record of at most blockSize bytes. If the ring is full, discards the oldest block.
    void recordIs( std::string_view record );
 
  private:
@@ -56,7 +56,7 @@ class TraceFile {
    const std::uint32_t ringSize_;
    FileHeader* header_ = nullptr; // only written
    std::byte* ring_ = nullptr;
-   std::uint64_t end_ = 0; // the position behind the last record
+   std::uint64_t end_ = 0; // the position after the last record
    std::uint64_t clockPairs_ = 0;
    std::uint64_t descriptionsSize_ = 0;
    std::vector< bool > described_; // by message id

@@ -54,8 +54,8 @@ struct Reflected< Ptr< T > > : ReflectedAs< ValueType::entity, Ptr< T > > {
 template< typename T >
 inline constexpr bool mayBeNull = std::is_same_v< T, Orl::Optional< String > >;
 
-// Turns what generic access passes into what C++ takes: the passed value itself where the types are
-// the same.
+// Converts an argument of generic access to the C++ parameter type. If the types are the same,
+// returns the passed value itself.
 template< typename T >
 decltype( auto ) argumentFrom( const void* value ) {
    using Seen = typename Reflected< T >::Seen;
@@ -68,7 +68,7 @@ decltype( auto ) argumentFrom( const void* value ) {
    }
 }
 
-// The addresses of all arguments: the one argument's own, or those in the array.
+// The addresses of all arguments: that of a single argument, or those in the array.
 template< std::size_t count >
 std::array< const void*, count > argumentAddresses( const void* argument ) {
    std::array< const void*, count > addresses{};
@@ -101,11 +101,11 @@ int accessAttribute(
    return accessRefused;
 }
 
-// GCOVR_EXCL_BR_START: gcovr would have every operation take every branch
+// GCOVR_EXCL_BR_START: gcovr would require every operation to take every branch
 template< auto member, typename Class, typename Result, typename... Args >
 int callOperation(
    void* result, Node* entity, const MemberDesc&, int request, const void* argument ) {
-   // First, because what another request passes is no array of addresses.
+   // Checked first, because other requests do not pass an array of addresses.
    if( request != requestCall ) {
       return accessRefused;
    }
@@ -131,7 +131,7 @@ int callOperation(
 
 } // namespace Impl
 
-/// The greatest number of parameters of an operation or a constructor.
+/// The maximum number of parameters of an operation or a constructor.
 inline constexpr std::size_t maxParams = 4;
 
 /// The parameters of an operation or a constructor.
@@ -152,7 +152,7 @@ constexpr ParamRow paramRow( Names... names ) {
    };
 }
 
-/// One row of a member table; its place in the table is the member's id.
+/// One row of a member table; its position in the table is the member's id.
 struct MemberRow {
    std::string_view name;                       ///< as in MemberDesc
    MemberKind kind = MemberKind::attribute;     ///< as in MemberDesc
@@ -206,7 +206,7 @@ constexpr MemberRow attribute( std::string_view name ) {
    return Impl::rowOf< member >( member, name );
 }
 
-/// Describes an operation that can be called; one name for each of its parameters.
+/// Describes an operation that can be called; takes one name for each of its parameters.
 template< auto member, typename... Names >
 constexpr MemberRow operation( std::string_view name, Names... params ) {
    return Impl::rowOf< member >( member, name, params... );
@@ -235,7 +235,7 @@ struct CreationRow {
    ConstructFunction construct = nullptr; ///< null for a type that can't be created
 };
 
-/// Describes a type that has no entities of its own.
+/// Describes a type that generic construction cannot create.
 template< typename... Args, typename... Names >
 constexpr CreationRow notCreatable( Names... params ) {
    return { paramRow< Args... >( params... ), nullptr };
@@ -259,7 +259,7 @@ constexpr CreationRow creationRow( Ptr< T > ( * )( Args... ), Names... params ) 
 
 } // namespace Impl
 
-/// Describes a type whose entities are made by `factory`; one name for each of its parameters.
+/// Describes a type whose entities `factory` creates; takes one name for each of its parameters.
 template< auto factory, typename... Names >
 constexpr CreationRow createdBy( Names... params ) {
    return Impl::creationRow< factory >( factory, params... );

@@ -161,10 +161,10 @@ constexpr ModuleInspectData moduleRecord() {
 }
 
 /// Keeps a module's record registered for as long as its library is loaded. The standard streams
-/// are initialized first, so whatever the module does at load time may write to them.
+/// are initialized first, so code that the module runs at load time may write to them.
 class ModuleRegistration {
  public:
-   /// Registers the record, borrowed.
+   /// Borrows and registers the record.
    explicit ModuleRegistration( const ModuleInspectData& record ) : record_( record ) {
       record_.loaded();
    }

@@ -1,4 +1,4 @@
-// The registry of module records, and the search for types and members.
+// The registry of module records, and the lookup of types and members.
 #include <platform/types/TypeData.h>
 
 #include <platform/value/LockedByForks.h>

@@ -32,14 +32,14 @@ struct ParamDesc {
    ValueType type = ValueType::none; ///< never none
 };
 
-/// Stands for a type reference's index where a value is not an entity.
+/// Used in place of a type reference's index if a value is not an entity.
 inline constexpr std::uint32_t noTypeRef = 0xffffffff;
 
 /// One member of a type.
 struct MemberDesc {
    std::string_view name;                   ///< as in the source
    std::uint32_t id = 0;                    ///< counts from 0 in each type
-   MemberKind kind = MemberKind::attribute; ///< says which requests it takes
+   MemberKind kind = MemberKind::attribute; ///< determines the requests it accepts
    ValueType type = ValueType::none;        ///< of the attribute or the result
    std::uint32_t typeRef = noTypeRef; ///< of an entity: index among the module's type references
    std::uint32_t firstParam = 0;      ///< index among the module's parameters
@@ -74,21 +74,21 @@ using ConstructFunction = void ( * )( void* result, const void* const* arguments
 
 /// Generic access to one type: the operations of its HideMe.
 struct TypeHooks {
-   AccessFunction inspectOperation;         ///< as HideMe's
+   AccessFunction inspectOperation;         ///< as in HideMe
    ConstructFunction constructFromCtorArgs; ///< null for a type that can't be created
 };
 
-/// Generic access to the entities of class T by the rows of its table. T's module defines it.
+/// Generic access to the entities of class T through the rows of its table. Defined by T's module.
 template< typename T >
 struct HideMe {
    /// Returns accessDone, accessRefused or accessUnknownMember; throws what the member throws.
    ///
-   /// `argument` is the address of the value to write or of the one argument; for several arguments
-   /// an array of such addresses in parameter order; null where there is none. `result` is the
-   /// address of a value that takes what was read or returned; null drops a call's result.
+   /// `argument` is the address of the value to write or of the only argument; with several
+   /// arguments, an array of such addresses in parameter order; null if there is none. `result` is
+   /// the address that receives the value read or returned; null discards a call's result.
    static int inspectOperation(
       void* result, Node* entity, const MemberDesc& member, int request, const void* argument );
-   /// Stores a T* that owns the new entity's one use at `result`; null when T can't be created.
+   /// Stores at `result` a T* that owns the new entity's only use, or null if T can't be created.
    /// `arguments` are the addresses of the constructor's arguments.
    static void genericIfConstructFromCtorArgs( void* result, const void* const* arguments );
 };
@@ -96,8 +96,8 @@ struct HideMe {
 /// The record of one source module, which describes all its types. Static data only.
 struct TESSEL_EXPORT ModuleInspectData {
    std::span< const TypeDesc > types;             ///< by index
-   std::span< const MemberDesc > members;         ///< type after type
-   std::span< const ParamDesc > params;           ///< those of a member or a constructor together
+   std::span< const MemberDesc > members;         ///< in the order of the types
+   std::span< const ParamDesc > params;           ///< grouped by member or constructor
    std::span< const std::string_view > typeNames; ///< sorted
    /// Sorted: attributes, constructor parameters, and the listed operations with their parameters.
    std::span< const std::string_view > memberNames;
@@ -105,13 +105,13 @@ struct TESSEL_EXPORT ModuleInspectData {
    std::span< const TypeHooks > hooks;  ///< by type index
    std::uint32_t word = 0;              ///< low half: the number of types; high half: 1
 
-   /// Makes the record's types known to findType. Throws std::bad_alloc. Thread: any.
+   /// Makes the record's types visible to findType. Throws std::bad_alloc. Thread: any.
    void loaded() const;
-   /// Makes findType forget the record's types. Thread: any.
+   /// Hides the record's types from findType. Thread: any.
    void unloaded() const noexcept;
 };
 
-/// A member together with the access to it. Empty if nothing was found.
+/// A member and the generic access to it. Empty if nothing was found.
 ///
 /// The operations return accessDone, accessRefused or accessUnknownMember, and throw what the
 /// member throws.
@@ -121,7 +121,7 @@ class Member {
    /// Borrows both, as memberOf does.
    Member( const TypeHooks& hooks, const MemberDesc& desc ) : hooks_( &hooks ), desc_( &desc ) {}
 
-   /// Returns whether there is a member. An empty one has no other operation.
+   /// Returns whether there is a member. Nothing else may be called on an empty one.
    explicit operator bool() const { return desc_ != nullptr; }
    /// Returns the member's description, borrowed, valid as long as the module is loaded.
    [[nodiscard]] const MemberDesc& desc() const { return *desc_; }
@@ -144,9 +144,9 @@ class Member {
    const MemberDesc* desc_ = nullptr;
 };
 
-/// Returns the member of that name that `type` itself declares; empty if there is none.
+/// Returns the member with that name that `type` itself declares; empty if it declares none.
 TESSEL_EXPORT Member memberOf( TypeRef type, std::string_view name );
-/// Returns the member of that id that `type` itself declares; empty if there is none.
+/// Returns the member with that id that `type` itself declares; empty if it declares none.
 inline Member memberOf( TypeRef type, std::uint32_t id ) {
    if( !type.module || id >= type.module->types[type.index].memberCount ) {
       return {};
@@ -154,14 +154,14 @@ inline Member memberOf( TypeRef type, std::uint32_t id ) {
    const TypeDesc& desc = type.module->types[type.index];
    return { type.module->hooks[type.index], type.module->members[desc.firstMember + id] };
 }
-/// Returns the member of that name of the entity's type or else of the nearest base that has it.
+/// Returns the member with that name from the entity's type, else from the nearest base with one.
 TESSEL_EXPORT Member memberOf( const Node& entity, std::string_view name );
 
 /// Returns the base of a type; nodeType at the root.
 TESSEL_EXPORT TypeRef baseOf( TypeRef type );
 
-/// Returns the type of that qualified name in any loaded module, valid as long as its module is
-/// loaded; nodeType if there is none. Thread: any.
+/// Returns the type with that qualified name from any loaded module, valid as long as its module is
+/// loaded; nodeType if no module has it. Thread: any.
 TESSEL_EXPORT TypeRef findType( std::string_view name );
 
 } // namespace Tessel

@@ -1,4 +1,4 @@
-// The end of a process whose assertion failed.
+// Reports a failed assertion and ends the process.
 #include <platform/value/Assert.h>
 
 #include <cstdio>

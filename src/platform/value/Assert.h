@@ -1,4 +1,4 @@
-// Assertions that hold in every build, with the same words under every compiler.
+// Assertions that are checked in every build, with the same message from every compiler.
 #pragma once
 
 #include <platform/Export.h>
@@ -11,8 +11,8 @@ assertFailed( const char* file, int line, const char* function, const char* expr
 
 } // namespace Tessel::Impl
 
-/// Ends the process unless `expression` holds. `function` is the text that names the place: it is
-/// given as a literal because compilers print function names differently.
+/// Ends the process unless `expression` holds. `function` is the function name to print, passed as
+/// a literal because compilers spell function names differently.
 #define TESSEL_ASSERT( expression, function )                                                      \
    ( ( expression ) ? void( 0 )                                                                    \
                     : ::Tessel::Impl::assertFailed( __FILE__, __LINE__, function, #expression ) )

@@ -26,7 +26,7 @@ class TESSEL_EXPORT Exception : public std::exception {
    [[nodiscard]] virtual String name() const;
 
  private:
-   // Holds the text, because its copies share it and so cannot fail.
+   // Holds the text: copies share it and therefore cannot fail.
    std::runtime_error message_;
 };
 

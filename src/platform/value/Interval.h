@@ -1,4 +1,4 @@
-// Lengths of time as unsigned 64-bit nanoseconds, and the errors of leaving that range.
+// Lengths of time in unsigned 64-bit nanoseconds, and the exceptions for leaving that range.
 #pragma once
 
 #include <platform/Export.h>
@@ -34,31 +34,31 @@ struct TPErrors {
 
 } // namespace Impl
 
-/// A length of time, or a point of the steady clock as the time since its epoch, in nanoseconds.
+/// A length of time, or a point on the steady clock as the time since its epoch, in nanoseconds.
 ///
 /// Differences are taken in double-precision seconds and then truncated to nanoseconds.
 class Interval {
  public:
    /// A length of 0.
    constexpr Interval() = default;
-   /// A length of so many nanoseconds.
+   /// A length of this many nanoseconds.
    constexpr explicit Interval( std::uint64_t nanoseconds ) : nanoseconds_( nanoseconds ) {}
 
    /// Returns 2^64 - 1 nanoseconds.
    static constexpr Interval largest() { return Interval( UINT64_MAX ); }
    /// Reads std::chrono::steady_clock once. Throws NegativeNotAllowed.
    TESSEL_EXPORT static Interval steadyNow();
-   /// Truncates to nanoseconds. Throws NegativeNotAllowed, and ArgOutOfRange for NaN and above the
-   /// largest interval.
+   /// Truncates to nanoseconds. Throws NegativeNotAllowed, and ArgOutOfRange for NaN and values
+   /// above the largest interval.
    TESSEL_EXPORT static Interval fromSeconds( double seconds );
 
    /// Returns the length in nanoseconds, exactly.
    [[nodiscard]] constexpr std::uint64_t nanoseconds() const { return nanoseconds_; }
-   /// Returns the length in seconds, exact to the nanosecond only below some 100 days.
+   /// Returns the length in seconds, exact to the nanosecond only below about 100 days.
    [[nodiscard]] constexpr double seconds() const {
       return static_cast< double >( nanoseconds_ ) / 1e9;
    }
-   /// Returns whole microseconds that never fall short of the interval and are never 0.
+   /// Returns a number of microseconds that is always longer than the interval and never 0.
    [[nodiscard]] constexpr std::uint64_t microsecondsAbove() const {
       return nanoseconds_ / 1000 + 1;
    }

@@ -37,7 +37,7 @@ class Optional {
       }
       return *value_;
    }
-   /// Returns the value of an optional that is no longer needed; otherwise the same.
+   /// Moves the value out of an expiring optional; otherwise the same.
    [[nodiscard]] T operator*() && {
       if( !value_ ) {
          Impl::throwBadOptionalAccess();

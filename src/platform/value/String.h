@@ -1,4 +1,4 @@
-// The system's string: text with value semantics, and the one way to join pieces of text.
+// The system's string: text with value semantics, and the only way to join pieces of text.
 #pragma once
 
 #include <concepts>
@@ -8,18 +8,18 @@
 
 namespace Tessel {
 
-/// Text with value semantics. Its data are always NUL-terminated.
+/// Text with value semantics. Its data is always NUL-terminated.
 ///
-/// Whatever makes or extends a string throws std::bad_alloc. Thread: as std::string.
+/// Functions that create or extend a string throw std::bad_alloc. Thread: as std::string.
 class String {
  public:
    /// The empty string.
    String() = default;
-   /// A null C string is the empty string.
+   /// Copies the text; a null C string becomes the empty string.
    String( const char* text ) : text_( text ? text : "" ) {}
    /// Copies the text.
    String( std::string_view text ) : text_( text ) {}
-   /// Takes the text over.
+   /// Takes ownership of the text.
    String( std::string text ) : text_( std::move( text ) ) {}
 
    /// Makes the string empty.
@@ -61,7 +61,7 @@ class String {
    std::string text_;
 };
 
-/// Joins the pieces in their order, with one allocation at most. Throws std::bad_alloc.
+/// Joins the pieces in order, with at most one allocation. Throws std::bad_alloc.
 template< std::convertible_to< std::string_view >... Pieces >
 String concat( const Pieces&... pieces ) {
    String joined;

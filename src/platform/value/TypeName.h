@@ -8,7 +8,7 @@
 
 namespace Tessel {
 
-/// Returns the qualified name as it is written in the source, for example "Sodrel::Sdbus".
+/// Returns the qualified name as written in the source, for example "Sodrel::Sdbus".
 /// Throws std::bad_alloc.
 TESSEL_EXPORT String typeName( const std::type_info& type );
 

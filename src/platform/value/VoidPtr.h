@@ -1,9 +1,9 @@
-// The untyped pointer by which type data describe objects of other libraries.
+// The untyped pointer that type data uses for objects of other libraries.
 #pragma once
 
 namespace Orl {
 
-/// Points to something that only its user knows; generic access copies the address.
+/// Points to an object whose type only its user knows; generic access copies the address.
 using VoidPtr = void*;
 
 } // namespace Orl
