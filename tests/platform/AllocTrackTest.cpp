@@ -1,4 +1,4 @@
-// The counts of the allocation tracker: exact over threads, and when memory is missing.
+// The counts of the allocation tracker: exact across threads, and when memory runs out.
 #include "Threads.h"
 
 #include <platform/entity/Entity.h>
@@ -20,7 +20,7 @@
 
 namespace SodrelTest {
 
-// Each number is an entity type of its own.
+// Each number is a separate entity type.
 template< int number >
 class Numbered : public Tessel::Node {
    TESSEL_ENTITY( Numbered )
@@ -89,7 +89,7 @@ TEST( AnAllocationTracker, countsExactlyOverThreadsThatComeAndGo ) {
          }
       } );
       EXPECT_EQ( countsOf< Type >(), Counts( 4'000, round * 40'000 ) );
-      // The rest is released by another thread than those that allocated it.
+      // The rest is released by a different thread from those that allocated it.
       inThreads( 1, [&kept] { kept.clear(); } );
       EXPECT_EQ( countsOf< Type >(), Counts( 0, round * 40'000 ) );
    }
@@ -145,7 +145,7 @@ TEST( AllocCounts, knowNothingOfATypeNeverAllocated ) {
 }
 
 TEST( AllocCounts, addUpTypesOfOneName ) {
-   // As with types of one name that are local to their files: one name, two trackers.
+   // As for types with the same name that are local to their files: one name, two trackers.
    AllocTrackTypeInfo* first = nullptr;
    AllocTrackTypeInfo* second = nullptr;
    AllocTrackTypeInfo::_trackAllocation( &first, typeid( Numbered< 6 > ), 1, 1 );

@@ -1,4 +1,4 @@
-// Assertions, which hold although NDEBUG is defined.
+// Assertions, which are checked even if NDEBUG is defined.
 #ifndef NDEBUG
 #define NDEBUG
 #endif

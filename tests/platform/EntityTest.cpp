@@ -1,4 +1,4 @@
-// Creation and teardown of entities: the order of the steps, also when one of them fails.
+// Creation and teardown of entities: the order of the steps, even when one of them fails.
 #include <platform/entity/Entity.h>
 
 #include <platform/value/TypeName.h>
@@ -24,7 +24,7 @@ using Steps = std::vector< std::string >;
 
 enum class Step : std::uint8_t { none, track, slab, base, constructor, initialize };
 
-// Where the steps of this thread are recorded; null outside of the tests of this file.
+// Where the steps of this thread are recorded; null outside the tests in this file.
 thread_local Steps* steps = nullptr;
 thread_local Step failing = Step::none;
 
@@ -46,7 +46,7 @@ std::string nameOf( const std::type_info& type ) {
 
 } // namespace
 
-// Records its steps together with the flag that it has at that time.
+// Records each of its steps together with the flag at that time.
 class Tree : public Tessel::Node {
    TESSEL_ENTITY( Tree )
 
@@ -108,8 +108,8 @@ using SodrelTest::nameOf;
 using SodrelTest::step;
 using SodrelTest::Step;
 
-// The linker gives these names to the entities' calls of the tracker and the slab allocator, and to
-// the originals.
+// The linker uses these names for the functions of the tracker and the slab allocator that entities
+// call, and for the originals.
 void realTrack(
    Orl::AllocTrackTypeInfo** tracker, const std::type_info& type, std::size_t size,
    std::size_t alignment ) asm( "__real_" TRACK );
@@ -232,7 +232,7 @@ class AnEntityWhoseCreationFails : public AnEntity,
                                    public testing::WithParamInterface< FailedCreation > {};
 
 TEST_P( AnEntityWhoseCreationFails, leavesNothingAndCanBeCreatedAfterwards ) {
-   makeApple(); // and with it the tracker
+   makeApple(); // creates the tracker too
    taken.clear();
    failing = GetParam().failing;
    if( failing == Step::track || failing == Step::slab ) {

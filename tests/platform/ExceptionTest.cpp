@@ -24,7 +24,7 @@ class Error : public Tessel::Exception {
 
 namespace {
 
-// A type whose name is not one that a compiler makes.
+// A type with a name that no compiler produces.
 class NamedType : public std::type_info {
  public:
    explicit NamedType( const char* name ) : std::type_info( name ) {}
@@ -80,7 +80,7 @@ TEST( AnException, isCaughtAsEachOfItsBases ) {
    EXPECT_TRUE( ( isCaughtAs< Tessel::Exception, Tessel::ArgOutOfRange >() ) );
    EXPECT_TRUE( ( isCaughtAs< Tessel::Exception, Tessel::NegativeNotAllowed >() ) );
    EXPECT_FALSE( ( isCaughtAs< Tessel::ArgOutOfRange, Tessel::NegativeNotAllowed >() ) );
-   // The text that it holds is no base.
+   // The member that holds the text is not a base.
    EXPECT_FALSE( ( isCaughtAs< std::runtime_error, Tessel::Exception >() ) );
 }
 

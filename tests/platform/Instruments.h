@@ -1,4 +1,4 @@
-// Entities of the tests' own: a base and a class that can be created, with every kind of member.
+// Entities for tests: a base and a class that can be created, with every kind of member.
 #pragma once
 
 #include <platform/entity/Entity.h>
@@ -21,7 +21,7 @@ class Instrument : public Tessel::Node {
    TESSEL_ENTITY( Instrument )
 
  public:
-   // All attributes, for comparison with what generic access says of them.
+   // All attributes, for comparison with what generic access returns.
    [[nodiscard]] Tessel::String describe() const;
    // 0 to 4 parameters, by reference and by value, const and not.
    void reset();
@@ -52,7 +52,7 @@ class Gauge : public Instrument {
    Gauge( const Tessel::String& newUnit, const Orl::Optional< Tessel::String >& newMaker );
 
    std::uint32_t measure() override;
-   // Returns the peer before.
+   // Returns the previous peer.
    Tessel::Ptr< Gauge > peerIs( const Tessel::Ptr< Gauge >& newPeer );
    Orl::VoidPtr fail();
    [[nodiscard]] bool secretly( const Tessel::String& knock ) const;
@@ -69,7 +69,7 @@ class Gauge : public Instrument {
    std::uint32_t reading = 0;
 };
 
-// Throws std::invalid_argument when the unit is empty.
+// Throws std::invalid_argument if the unit is empty.
 Tessel::Ptr< Gauge >
 gaugeFactory( const Tessel::String& unit, const Orl::Optional< Tessel::String >& maker );
 

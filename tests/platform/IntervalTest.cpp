@@ -1,4 +1,4 @@
-// Lengths of time: their conversions, the ends of their range, and the clock.
+// Lengths of time: their conversions, the limits of their range, and the clock.
 #include <platform/value/Interval.h>
 
 #include <gmock/gmock.h>
@@ -13,13 +13,13 @@
 namespace SodrelTest {
 namespace {
 
-// The clock's reading while one is set.
+// The clock's reading, if one is set.
 std::optional< std::int64_t > reading;
 
 } // namespace
 } // namespace SodrelTest
 
-// The linker gives these names to the reading of the clock, and to the original.
+// The linker uses these names for the function that reads the clock, and for the original.
 std::chrono::steady_clock::time_point realNow() asm( "__real_" STEADY_NOW );
 std::chrono::steady_clock::time_point wrappedNow() asm( "__wrap_" STEADY_NOW );
 
@@ -93,12 +93,12 @@ TEST( AnInterval, subtractsInSeconds ) {
       ( Interval( 2'500'000'000 ) - Interval( 1'000'000'000 ) ).nanoseconds(), 1'500'000'000U );
    EXPECT_EQ( ( Interval::largest() - Interval::largest() ).nanoseconds(), 0U );
    EXPECT_TRUE( Interval::largest() - Interval() == Interval::largest() );
-   // Double precision everywhere, and nowhere more.
+   // Double precision everywhere, and never more.
    EXPECT_EQ(
       ( Interval( 1'200'000'000 ) - Interval( 1'000'000'000 ) ).nanoseconds(), 199'999'999U );
    EXPECT_EQ(
       ( Interval( 85'200'000'000 ) - Interval( 85'000'000'000 ) ).nanoseconds(), 200'000'000U );
-   // Double precision tells no nanoseconds apart in a clock that has run for 116 days.
+   // Double precision cannot distinguish nanoseconds on a clock that has run for 116 days.
    EXPECT_EQ(
       ( Interval( 10'000'000'000'000'001 ) - Interval( 10'000'000'000'000'000 ) ).nanoseconds(),
       0U );

@@ -23,13 +23,13 @@ namespace {
 
 TRACE_FACILITY( "KilledTraceTest" );
 
-// Lengths from nothing to about 300, so that records end at all places of the ring.
+// Lengths from 0 to about 300, so that records end everywhere in the ring.
 std::string textOf( std::int64_t number ) {
    return std::string(
       static_cast< std::size_t >( number * 37 % 311 ), static_cast< char >( 'a' + number % 26 ) );
 }
 
-// What the traced process says about itself in memory that outlives it.
+// The progress of the traced process, in memory that outlives it.
 struct Progress {
    struct Thread {
       std::atomic< int > tid;
@@ -70,7 +70,7 @@ class AKilledProcess : public testing::Test {
       ASSERT_EQ( statusOf( child ), 128 + SIGKILL );
    }
 
-   // Every record is whole, and of those that were finished none is missing but for the oldest of a
+   // Every record is complete, and no finished record is missing except for the oldest ones of a
    // full ring.
    void check( const TraceFolder& folder ) {
       struct Found {
@@ -107,7 +107,7 @@ class AKilledProcess : public testing::Test {
 
 TEST_F( AKilledProcess, leavesEveryFinishedRecordAndNoTornOne ) {
    std::mt19937 random( 1 );
-   // From the very first records to several times round the ring.
+   // From the very first records to several times around the ring.
    std::geometric_distribution< std::int64_t > records( 1.0 / 1000 );
    for( int kills = 1; kills <= 1000; ++kills ) {
       const TraceFolder folder;

@@ -23,11 +23,11 @@ void tryTheMutex() {
    } ).join();
 }
 
-// In a child process, whose forks alone take the mutex.
+// In a child process, so that only its forks take the mutex.
 TEST( AMutexLockedByForks, isHeldByNoThreadBeforeAndAfter ) {
    EXPECT_EQ(
       statusOf( [] {
-         // The last one registered runs first.
+         // The handler registered last runs first.
          EXPECT_EQ( pthread_atfork( tryTheMutex, nullptr, nullptr ), 0 );
          EXPECT_EQ( Tessel::Impl::lockedByForks< mutex >(), 0 );
          const int status = statusOf( [] {

@@ -52,7 +52,7 @@ class AccessToAGauge : public testing::Test {
    }
    [[nodiscard]] std::string description() const { return gauge->describe().data(); }
 
-   // Some address; nobody looks behind it.
+   // Provides an address, which is never dereferenced.
    int there = 0;
    const Ptr< Gauge > gauge = gaugeFactory( "bar", {} );
 };
@@ -68,7 +68,7 @@ TEST_F( AccessToAGauge, writesAndReadsAttributesOfEveryType ) {
    expectToKeep( "period", Interval( 0xfffffffffffffffe ), Interval() );
    expectToKeep( "label", String( "a label that is too long for the object itself" ), String() );
    expectToKeep< VoidPtr >( "wire", &there, nullptr );
-   // The base's member, which one of the gauge's own hides.
+   // The base's member, which a member of the gauge hides.
    const Member serial = Tessel::memberOf( Tessel::baseOf( gauge->typeData() ), "serial" );
    std::uint32_t number = 0xfffffffe;
    EXPECT_EQ( serial.write( *gauge, &number ), accessDone );

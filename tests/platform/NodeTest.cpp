@@ -17,7 +17,7 @@
 namespace SodrelTest {
 namespace {
 
-// An entity outside of all modules; it tells its end.
+// An entity that belongs to no module; it reports its destruction.
 class Plain : public Tessel::Node {
  public:
    explicit Plain( bool& gone ) : gone_( gone ) {}
@@ -29,7 +29,7 @@ class Plain : public Tessel::Node {
    bool& gone_;
 };
 
-// One that stays when its last user goes.
+// One that remains when its last user is gone.
 class Lasting : public Tessel::Node {
  public:
    ~Lasting() override = default;
@@ -38,7 +38,7 @@ class Lasting : public Tessel::Node {
    int timesLeft = 0;
 };
 
-// Counts up and down, and whether everything was as it should be.
+// Counts up and down, and returns whether every count was correct.
 bool countsUsesOf( Tessel::Node& node, std::uint32_t users ) {
    for( std::uint32_t added = 1; added <= users; ++added ) {
       node.incUse();
@@ -58,7 +58,7 @@ bool countsUsesOf( Tessel::Node& node, std::uint32_t users ) {
 static_assert( sizeof( Tessel::Node ) == sizeof( void* ) + 8 );
 
 TEST( ANode, countsItsUsesInAProcessWithOneThread ) {
-   // In a child of fork, which has one thread whatever the parent had; but for the thread
+   // In a forked child, which has one thread however many the parent had, except for the thread
    // sanitizer's own, which uses no node.
    EXPECT_EXIT(
       {

@@ -1,4 +1,4 @@
-// The optional: present or absent, and the error of reading what is absent.
+// The optional: present or absent, and the error when an absent value is read.
 #include <platform/value/Optional.h>
 #include <platform/value/String.h>
 

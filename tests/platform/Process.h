@@ -1,4 +1,4 @@
-// Processes of a test's own: how they end, and what they write to standard error.
+// Child processes of tests: how they end, and what they write to standard error.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,14 +11,14 @@
 
 namespace SodrelTest {
 
-// The exit status of a process; 128 and the number of the signal that ended it, as in shells.
+// The exit status of a process; 128 plus the number of the signal that ended it, as in shells.
 inline int statusOf( pid_t process ) {
    int status = 0;
    EXPECT_EQ( waitpid( process, &status, 0 ), process );
    return WIFSIGNALED( status ) ? 128 + WTERMSIG( status ) : WEXITSTATUS( status );
 }
 
-// How a process ends that runs the body; its status is 0 unless the body fails the test.
+// The same for a child process that runs the body; 0 unless the body fails the test.
 inline int statusOf( const std::function< void() >& body ) {
    const pid_t child = fork();
    if( child == 0 ) {
@@ -28,7 +28,7 @@ inline int statusOf( const std::function< void() >& body ) {
    return statusOf( child );
 }
 
-// What a process writes to standard error that runs the body and ends well.
+// What a child process that runs the body writes to standard error; its status must be 0.
 inline std::string stderrOf( const std::function< void() >& body ) {
    int ends[2] = {};
    EXPECT_EQ( pipe( ends ), 0 );

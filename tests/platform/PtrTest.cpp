@@ -1,4 +1,4 @@
-// The counted pointer: who owns which use, on every way from one pointer to another.
+// The counted pointer: which one owns which use, for every way from one pointer to another.
 #include "Instruments.h"
 
 #include <platform/entity/Ptr.h>
@@ -34,7 +34,7 @@ class APtr : public testing::Test {
    static bool isAlive() { return Orl::allocCounts( "SodrelTest::Gauge" )->live == 1; }
 
    Ptr< Gauge > gauge = gaugeFactory( "bar", {} );
-   // Borrowed, to look at the count.
+   // Borrowed, to read the count.
    Gauge* const raw = gauge.get();
 };
 

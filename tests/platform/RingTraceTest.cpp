@@ -134,7 +134,7 @@ TEST_F( ARingTrace, overwritesTheOldestWhenTheRingIsFull ) {
       traceNumber( number );
    }
    const Texts texts = folder.texts();
-   // 24 bytes each, in the last block and all others but the one that made room for it.
+   // 24 bytes each, in the last block and all others except the one discarded to make room for it.
    constexpr std::size_t perBlock = Fennet::blockSize / 24;
    constexpr std::size_t blocks = Fennet::minRingSize / Fennet::blockSize;
    EXPECT_EQ( texts.size(), ( blocks - 1 ) * perBlock + traces % perBlock );
@@ -164,7 +164,7 @@ TEST_F( ARingTrace, survivesRecordsOfAllLengthsAcrossTheRingsEnd ) {
 }
 
 TEST_F( ARingTrace, isInTheOrderOfTimeAcrossThreads ) {
-   // Each number is traced by another thread, after the one before.
+   // Each number is traced by a different thread, after the previous one.
    Texts expected;
    for( int number = 0; number < 20; ++number ) {
       std::thread( traceNumber, number ).join();
@@ -207,7 +207,7 @@ TEST_F( ARingTrace, goesToAFileThatOnlyItsUserCanRead ) {
    EXPECT_EQ( folder.files().at( 0 ).filename(), name + ".0.fennet" );
 }
 
-// Counts the records that there are when a text arrives.
+// Counts the records that exist when a text arrives.
 class CountingSink final : public Tessel::TraceSink {
  public:
    explicit CountingSink( const TraceFolder& folder ) : folder_( folder ) {}

@@ -1,4 +1,4 @@
-// Stands between the traces and the C library.
+// Wraps the C library's functions that traces call.
 #include "ScriptedSystem.h"
 
 #include <atomic>
@@ -18,7 +18,7 @@ ScriptedSystem scripted;
 
 namespace {
 
-// What mmap has given and munmap has not yet taken back.
+// The bytes mapped by mmap and not yet unmapped by munmap.
 std::atomic< std::size_t > mappedBytes = 0;
 
 bool fails( int& calls ) {
@@ -41,7 +41,7 @@ using SodrelTest::scripted;
 
 extern "C" {
 
-// These stand for the C library's throughout this program.
+// These replace the C library's functions throughout this program.
 
 int posix_fallocate( int fd, off_t offset, off_t length ) {
    if( fails( scripted.posixFallocate ) ) {
@@ -50,7 +50,7 @@ int posix_fallocate( int fd, off_t offset, off_t length ) {
    return fallocate( fd, 0, offset, length ) == 0 ? 0 : errno;
 }
 
-// The linker leads calls of these here; the sanitizers have some of the same names.
+// The linker redirects calls of these here; the sanitizers define some of the same names.
 
 ssize_t realPwrite( int fd, const void* bytes, size_t size, off_t offset ) asm( "__real_" PWRITE );
 ssize_t

@@ -1,4 +1,4 @@
-// The system calls of traces, which let a test choose what fails and what the clocks show.
+// The system calls of traces; a test chooses which of them fail and what the clocks show.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +25,7 @@ struct ScriptedSystem {
    int writeToStderr = 0;
    int writeError = 0;
 
-   std::optional< Clocks > clocks; // the system's own if there are none
+   std::optional< Clocks > clocks; // the system's own if not set
 };
 extern ScriptedSystem scripted;
 

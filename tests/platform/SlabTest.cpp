@@ -1,4 +1,4 @@
-// The blocks of the slab allocator: size, alignment, reuse, lack of memory, threads and forks.
+// The blocks of the slab allocator: size, alignment, reuse, out of memory, threads and forks.
 #include "Threads.h"
 
 #include <platform/memory/Slab.h>
@@ -29,14 +29,14 @@
 
 namespace SodrelTest {
 
-// What all blocks are said to be.
+// The type that all blocks are passed as.
 struct Thing {};
 
 namespace {
 
 using Tessel::slabAlloc;
 
-// Of a usual entity, and of one that is too large to be pooled.
+// The sizes of a typical entity, and of one that is too large to be pooled.
 constexpr std::size_t entityBytes = 64;
 constexpr std::size_t largeBytes = 1100;
 
@@ -153,7 +153,7 @@ constexpr std::array< std::size_t, 9 > sizesInSlabs = {
    0, 1, 16, 17, 33, 112, 240, largestInSlab - 1, largestInSlab
 };
 
-// Takes blocks until operator new has been called so often and is needed once more.
+// Takes blocks until operator new has been called `allocations` times and is needed once more.
 std::vector< void* > allBlocks( std::size_t size, std::size_t allocations ) {
    std::vector< void* > taken;
    taken.reserve( 1'000'000 );
@@ -266,7 +266,7 @@ TEST( TheSlabAllocator, canBeUsedDuringStaticDestruction ) {
       testing::ExitedWithCode( 0 ), "^destroyed\n$" );
 }
 
-// Eight threads pass blocks on through mailboxes and check that each block stays what it was.
+// Eight threads exchange blocks through mailboxes and check that each block keeps its contents.
 TEST( TheSlabAllocator, handsOutEachBlockToOneUserAtATime ) {
    struct Message {
       std::uint64_t sender;
@@ -310,7 +310,7 @@ TEST( TheSlabAllocator, canBeUsedInAChildForkedWhileOtherThreadsAllocate ) {
    for( int round = 0; round < 20; ++round ) {
       const pid_t child = fork();
       if( child == 0 ) {
-         alarm( 30 ); // ends a child that waits for a lock
+         alarm( 30 ); // ends a child that is stuck on a lock
          slabFree( inherited );
          slabFree( slabAlloc( entityBytes ) );
          _exit( 0 );

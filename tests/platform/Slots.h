@@ -1,4 +1,4 @@
-// Where an object's virtual operations stand in its virtual table.
+// The slots of an object's virtual operations in its virtual table.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ std::size_t slotOf( Operation operation ) {
    return offset / sizeof( void* );
 }
 
-// What an object's virtual table has in a slot, as a function that takes the object.
+// The entry in a slot of an object's virtual table, as a function that takes the object.
 template< typename Result, typename Object >
 auto inSlot( Object& object, std::size_t slot ) {
    using Function = Result ( * )( Object* );

@@ -67,7 +67,7 @@ TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
       { "a\nb\t\x1b[2J\x1f\x7f", "a\\x0ab\\x09\\x1b[2J\\x1f\\x7f" },
       { std::string( 1, '\0' ), "\\x00" },
       { " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80", " ~\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80" },
-      // The first and last characters of each length, and what lies beside them.
+      // The first and last characters of each length, and their neighbours.
       { "\xc2\x80 \xc2\x9b \xc2\x9f \xc2\xa0", "\\xc2\\x80 \\xc2\\x9b \\xc2\\x9f \xc2\xa0" },
       { "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf", "\xdf\xbf\xe0\xa0\x80\xef\xbf\xbf" },
       { "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf", "\xf0\x90\x80\x80\xf4\x8f\xbf\xbf" },
@@ -77,7 +77,7 @@ TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
       { "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80" },
       { "\xed\x9f\xbf\xed\xa0\x80\xed\xbf\xbf\xee\x80\x80",
         "\xed\x9f\xbf\\xed\\xa0\\x80\\xed\\xbf\\xbf\xee\x80\x80" },
-      // Bytes that begin nothing, and characters that lack their end.
+      // Bytes that start no character, and truncated characters.
       { "\x80 \x9b \xbf \xf8 \xff", "\\x80 \\x9b \\xbf \\xf8 \\xff" },
       { "\xc3", "\\xc3" },
       { "\xe2\x82", "\\xe2\\x82" },
@@ -186,7 +186,7 @@ TEST( ATraceOnStderr, hasNoPriorityWhereStderrIsNotTheJournal ) {
 
 class AProcessWithoutAReader : public testing::Test {
  protected:
-   // Leads standard error into a pipe that nobody reads.
+   // Redirects standard error to a pipe that has no reader.
    static void loseTheReader() {
       int ends[2] = {};
       ASSERT_EQ( pipe( ends ), 0 );

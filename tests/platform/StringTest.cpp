@@ -1,4 +1,4 @@
-// The string: where it comes from, how it grows, and what it compares with.
+// The string: how it is created, how it grows, and what it compares with.
 #include <platform/value/String.h>
 #include <support/Memory.h>
 

@@ -21,7 +21,7 @@ constexpr Orl::TraceLevels level8 = 1U << 8;
 
 TRACE_FACILITY( "TextTraceTest" );
 
-// Takes over the text traces for as long as it lives.
+// Captures text traces during its lifetime.
 class Capture final : public Tessel::TraceSink {
  public:
    Capture() : before_( Tessel::traceSinkIs( this ) ) {}
@@ -99,7 +99,7 @@ TEST_F( ATextTrace, evaluatesAnArgumentOnceWhetherOnOrOff ) {
    EXPECT_EQ( evaluations, 2 );
 }
 
-// Text that counts how often it is asked for.
+// Text that counts how often it is read.
 struct CountingText {
    operator std::string_view() const {
       ++conversions;
@@ -219,7 +219,7 @@ TEST( AFacility, isOpenedByManyThreadsAtOnce ) {
    EXPECT_EQ( enabled, 4 );
 }
 
-// As the readers of trace files do; the compiler has counted those of every trace point.
+// As readers of trace files do; the compiler counts those of every trace point.
 TEST( ThePlaceholdersOfAFormat, areCountedWithoutBracesThatStandForThemselves ) {
    const std::pair< std::string, int > formats[]{
       { "", 0 },   { "text", 0 }, { "{}", 1 },   { "{} of {}", 2 }, { "{{}}", 0 }, { "{{{}}}", 1 },

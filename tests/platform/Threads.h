@@ -1,4 +1,4 @@
-// Threads of a test's own.
+// Threads for tests.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace SodrelTest {
 
-// Runs work in so many threads at once and waits for their end.
+// Runs work in `count` threads at once and waits for all of them to end.
 inline void inThreads( std::size_t count, const std::function< void() >& work ) {
    std::vector< std::jthread > threads;
    while( threads.size() < count ) {

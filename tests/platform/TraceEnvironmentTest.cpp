@@ -55,7 +55,7 @@ TEST( TheTraceEnvironment, isReportedOnceAndIgnoredWhenMalformed ) {
    }
 }
 
-// No child inherits what another thread holds as it begins its first trace.
+// No child inherits the lock that another thread holds as it begins its first trace.
 TEST( TheTraceEnvironment, isReadByChildrenForkedDuringTheFirstTrace ) {
    std::string value;
    for( int facility = 0; facility < 3000; ++facility ) {

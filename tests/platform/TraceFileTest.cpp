@@ -36,7 +36,7 @@ TRACE_FACILITY( "TraceFileTest" );
 
 constexpr std::int64_t second = 1'000'000'000;
 
-// Files are also read by tools of another release: a change of these needs another magic.
+// Tools of other releases read the files too: a change to any of these needs a new magic.
 TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( Fennet::fileMagic, 0x0a32'5445'4e4e'4546U );
    EXPECT_EQ( Fennet::minRingSize, 65'536U );
@@ -56,7 +56,7 @@ TEST( TheFormatOfTraceFiles, isTheOneOfItsMagic ) {
    EXPECT_EQ( sizeof( Fennet::DescriptionHead ), 16U );
 }
 
-// tests/fuzz/README.md says how to renew a seed, and what is left out of it.
+// See tests/fuzz/README.md for how to renew a seed, and for what it leaves out.
 TEST( TheFormatOfTraceFiles, isTheOneOfTheSeedsThatTheFuzzerStartsFrom ) {
    const std::string seed = contentOf( SEEDS "/thread-1" );
    std::string bytes = seed.substr( 0, 512 );
@@ -66,7 +66,7 @@ TEST( TheFormatOfTraceFiles, isTheOneOfTheSeedsThatTheFuzzerStartsFrom ) {
    const TraceFolder folder;
    const std::filesystem::path file = folder.path() / "seed.fennet";
    std::ofstream( file ) << bytes << seed.substr( 1024 );
-   // The seeds are of a machine with this byte order.
+   // The seeds come from a machine with this byte order.
    if constexpr( std::endian::native == std::endian::little ) {
       EXPECT_EQ( folder.texts(), ( Texts{ "zero", "five", "six", "eight" } ) );
    } else {
@@ -82,7 +82,7 @@ std::string bytesOf( const Value& value ) {
    return { reinterpret_cast< const char* >( &value ), sizeof value };
 }
 
-// As its length and its characters.
+// The text as its length and its characters.
 std::string sized( const std::string& text ) {
    return bytesOf( static_cast< std::uint16_t >( text.size() ) ) + text;
 }
@@ -148,7 +148,7 @@ TEST_F( ATraceFile, isClosedAtItsEnd ) {
    EXPECT_EQ( OpenFiles(), before );
 }
 
-// Whatever another program writes to it, a file is only written by its process.
+// Whatever another program writes to a file, its own process only writes it and never reads it.
 TEST_F( ATraceFile, doesNotMindAnotherWriter ) {
    EXPECT_EQ(
       statusOf( [&] {
@@ -293,7 +293,7 @@ TEST_F( AClock, isReadForAFileAtTheBeginningOfEachBlock ) {
    EXPECT_EQ( header->clocks[0].monotonic, 3 * second );
    EXPECT_EQ( header->clocks[0].realtime, 2'000'000'000 * second );
    EXPECT_EQ( header->clocks[1].monotonic, second );
-   // The latest pair serves all records.
+   // The latest pair applies to all records.
    EXPECT_EQ( folder.records().at( 0 ).time, 1'999'999'998 * second );
 }
 

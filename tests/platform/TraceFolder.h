@@ -1,4 +1,4 @@
-// A folder of trace files that lives as long as a test, and what is found in it.
+// A folder of trace files that exists for the duration of a test, and its contents.
 #pragma once
 
 #include <platform/trace/FennetHandle.h>
@@ -56,7 +56,7 @@ class TraceFolder {
       return header;
    }
 
-   // All records of the folder in the order of time; fails the test when a file is damaged.
+   // All records of the folder in order of time; fails the test if a file is damaged.
    std::vector< Fennet::TimedRecord > records() const {
       std::vector< Fennet::TimedRecord > records;
       Fennet::TraceSet traces( []( const std::string& text ) { ADD_FAILURE() << text; } );
@@ -77,7 +77,7 @@ class TraceFolder {
    std::filesystem::path path_;
 };
 
-// Makes a handle the process's default for as long as it lives.
+// Creates a handle that is the process's default during its lifetime.
 class DefaultHandle {
  public:
    explicit DefaultHandle( const TraceFolder& folder, bool shared = true )

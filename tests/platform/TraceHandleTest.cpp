@@ -50,7 +50,7 @@ TEST( AHandleOfOneThread, hasOneFileUntilItsEnd ) {
 }
 
 TEST( AHandleOfOneThread, createsItsFileOnceThereIsMemory ) {
-   traceNumber( 0 ); // finds the facility
+   traceNumber( 0 ); // looks up the facility
    const TraceFolder folder;
    Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, false );
    {
@@ -80,7 +80,7 @@ TEST( AnAbsentHandle, takesNothing ) {
    traceNumber( 1 );
 }
 
-// The ways to make a child process that C libraries know about, and one that they do not.
+// The ways to create a child process that the C library knows of, and one that it does not.
 struct Fork {
    const char* name;
    pid_t ( *make )();
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
       Fork{ "clone",
             [] { return static_cast< pid_t >( syscall( SYS_clone, SIGCHLD, 0, 0, 0, 0 ) ); } } ) );
 
-// How a process ends that runs the body and has the id 1. Only root needs no user namespace for it.
+// The exit status for the body, run in a process with the id 1. Only root needs no user namespace.
 int statusInPidNamespace( const std::function< void() >& body ) {
    return statusOf( [&] {
       EXPECT_TRUE( unshare( CLONE_NEWPID ) == 0 || unshare( CLONE_NEWUSER | CLONE_NEWPID ) == 0 );
@@ -145,7 +145,7 @@ TEST( AChildInAPidNamespace, writesToAFileOfItsOwnAlsoWithTheIdOfItsParent ) {
    EXPECT_EQ( folder.files().size(), 2U );
 }
 
-// Traces, and in a child process too, when its thread's files have been closed.
+// Traces after its thread's files have been closed, and in a child process too.
 struct LateTracer {
    ~LateTracer() {
       traceNumber( 2 );
@@ -157,7 +157,7 @@ TEST( AThreadThatIsEnding, leavesNoMoreRecords ) {
    const TraceFolder folder;
    const DefaultHandle handle( folder );
    std::thread( [] {
-      thread_local const LateTracer tracer; // goes last, because it comes before the first trace
+      thread_local const LateTracer tracer; // destroyed last: created before the first trace
       traceNumber( 1 );
    } ).join();
    EXPECT_EQ( folder.texts(), Texts{ "number 1" } );
@@ -194,7 +194,7 @@ class ThreadsThatHaveEnded : public testing::Test {
 };
 
 TEST_F( ThreadsThatHaveEnded, leaveTheLatest64Files ) {
-   traceNumber( -1 ); // the file of a living thread stays
+   traceNumber( -1 ); // the file of a running thread stays
    endThreads( 100 );
    EXPECT_EQ( folder.files().size(), 65U );
    std::set< std::string > expected{ "number -1" };
@@ -207,7 +207,7 @@ TEST_F( ThreadsThatHaveEnded, leaveTheLatest64Files ) {
 TEST_F( ThreadsThatHaveEnded, leaveTheLatest64FilesWithoutMemoryToo ) {
    for( int number = 0; number < 70; ++number ) {
       std::thread( [number] {
-         // Goes last, because it comes before the first trace.
+         // Destroyed last, because it is created before the first trace.
          thread_local std::optional< WatchedMemory > memory;
          memory.reset();
          traceNumber( number );

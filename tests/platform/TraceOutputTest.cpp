@@ -1,4 +1,4 @@
-// What is printed and exported of the records that were read.
+// Printing and exporting the records that were read.
 #include "TraceFolder.h"
 
 #include <fennet/Ctf.h>

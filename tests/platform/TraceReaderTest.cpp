@@ -1,4 +1,4 @@
-// Reading trace files: damaged ones, living ones, and several as one.
+// Reading trace files: damaged ones, ones that are still written, and several as one.
 #include <platform/trace/Trace.h>
 
 #include "TraceFolder.h"
@@ -38,7 +38,7 @@ Texts textsOf( TraceReader& reader ) {
    return texts;
 }
 
-// Copies up to `size` bytes from `offset` on; returns how many there are.
+// Copies up to `size` bytes starting at `offset`; returns how many there were.
 std::size_t copyOf( const std::string& bytes, std::uint64_t offset, char* to, std::size_t size ) {
    return offset < bytes.size() ? bytes.copy( to, size, static_cast< std::size_t >( offset ) ) : 0;
 }
@@ -67,7 +67,7 @@ class ADamagedFile : public testing::Test {
    void valueIs( std::size_t place, Value value ) {
       std::memcpy( bytes.data() + place, &value, sizeof value );
    }
-   // What is read once the value stands at the place; the file is as before then.
+   // What is read with the value at the place; restores the file afterwards.
    template< typename Value >
    Texts textsWith( std::size_t place, Value value ) {
       const std::string before = bytes;
@@ -138,7 +138,7 @@ TEST_F( ADamagedFile, givesTheRecordsBeforeTheDamage ) {
    EXPECT_EQ(
       textsWith( records + 24, 0U ),
       ( Texts{ "first true", "damage at byte 4120: a record has an impossible size" } ) );
-   // The last record reaches beyond the end.
+   // The last record extends beyond the end.
    EXPECT_EQ(
       textsWith( records + 24, 4000U ),
       ( Texts{ "first true", "damage at byte 4120: a record has an impossible size" } ) );
@@ -198,7 +198,7 @@ TEST_F( ADamagedFile, isReadOrRefusedWhereverItEnds ) {
 }
 
 TEST_F( ADamagedFile, isReadOrRefusedWhateverItsBytesHold ) {
-   // What counts: the header, the records and the descriptions.
+   // The bytes that matter: the header, the records and the descriptions.
    std::vector< std::size_t > places;
    for( std::size_t place = 0; place < bytes.size(); ++place ) {
       if( place < sizeof( FileHeader ) || ( place >= records && place < records + 64 ) ||
@@ -211,13 +211,13 @@ TEST_F( ADamagedFile, isReadOrRefusedWhateverItsBytesHold ) {
          ASSERT_LE( textsWith( place, static_cast< char >( bytes[place] ^ change ) ).size(), 3U );
       }
    }
-   // Several at once, 1 MiB of them.
+   // Several at once, 1 << 20 in total.
    std::mt19937 random( 1 );
    const std::string before = bytes;
    for( std::size_t changes = 0; changes < 1 << 20; ) {
       bytes = before;
       for( std::size_t more = random() % 256; more > 0; --more, ++changes ) {
-         // Half of the rounds leave the header alone, whose damage hides the rest.
+         // Half of the rounds leave the header intact, because damage to it hides the rest.
          bytes[places[random() % places.size()]] = static_cast< char >( random() );
       }
       if( random() % 2 == 0 ) {
@@ -227,7 +227,7 @@ TEST_F( ADamagedFile, isReadOrRefusedWhateverItsBytesHold ) {
    }
 }
 
-// Reads a file that says much and holds little; returns how many bytes are asked for in total.
+// Reads a file that claims much and holds little; returns how many bytes it requests in total.
 std::size_t bytesReadOf( const std::string& bytes ) {
    std::size_t total = 0;
    TraceReader reader( [&]( std::uint64_t offset, char* to, std::size_t size ) {
@@ -284,7 +284,7 @@ TEST_F( ALivingFile, leavesOutWhatIsOverwrittenWhileItIsRead ) {
    for( int number = 2000; number < 4000; ++number ) {
       trace( number );
    }
-   // What was read before is given, then what still stands.
+   // Records that were read before come first, then those that are still there.
    std::int64_t last = 0;
    std::int64_t leftOut = 0;
    while( const auto record = file.next() ) {

@@ -20,7 +20,7 @@ namespace {
 TRACE_FACILITY( "TraceToolTest" );
 
 struct Outcome {
-   std::string output; // standard error's with it
+   std::string output; // including standard error
    int status;
 };
 
@@ -131,7 +131,7 @@ TEST_F( TheReader, exportsTheSameAgain ) {
       EXPECT_NE( contentOf( first / file ), "" );
       EXPECT_EQ( contentOf( first / file ), contentOf( second / file ) );
    }
-   // Numbered as they first come.
+   // Numbered in order of first appearance.
    EXPECT_THAT( contentOf( first / "stream-0" ), testing::HasSubstr( "Get Id" ) );
    EXPECT_THAT( contentOf( first / "stream-1" ), testing::HasSubstr( "Call Reload" ) );
 }
@@ -183,7 +183,7 @@ TEST_F( TheReader, followsAProcessUntilItEnds ) {
    if( child == 0 ) {
       const DefaultHandle handle( living );
       get( "before" );
-      // Goes on once the reader has printed the first record.
+      // Continues once the reader has printed the first record.
       char byte = 0;
       close( go[1] );
       if( ::read( go[0], &byte, 1 ) == 1 ) {

@@ -1,4 +1,4 @@
-// A process whose traces the environment alone turns on, of two threads. With an argument, it forks
+// A process with two threads whose traces only the environment enables. With an argument, it forks
 // while the other thread begins its first trace.
 #include <platform/trace/Trace.h>
 
@@ -27,7 +27,7 @@ int forkDuringTheFirstTrace() {
       if( child == 0 ) {
          alarm( 20 );
          TRACE( 5, "five" );
-         // A sanitizer would miss the other thread at any other end.
+         // On any other exit, a sanitizer would report the other thread as missing.
          syscall( SYS_exit_group, 0 );
       }
       int status = -1;

@@ -1,4 +1,4 @@
-// Traces where the system refuses: the program goes on, and is told once.
+// Traces when system calls fail: the program continues, and the failure is reported once.
 #include <platform/trace/Trace.h>
 #include <platform/trace/TraceFile.h>
 
@@ -147,7 +147,7 @@ TEST_F( ATroubledRingTrace, isLeftOutIfItCannotBeDescribed ) {
    }
 }
 
-// The sizes of files that a process may write, which SIGXFSZ defends.
+// A limit on the size of files that a process may write, enforced with SIGXFSZ.
 class ALimitedProcess : public ATroubledRingTrace {
  protected:
    template< typename Body >
@@ -158,7 +158,7 @@ class ALimitedProcess : public ATroubledRingTrace {
          const rlim_t before = std::exchange( limit.rlim_cur, size );
          setrlimit( RLIMIT_FSIZE, &limit );
          body();
-         // What counts coverage writes files when the process ends.
+         // Coverage instrumentation writes files when the process ends.
          limit.rlim_cur = before;
          setrlimit( RLIMIT_FSIZE, &limit );
       } );
@@ -186,7 +186,7 @@ class ATroubledTextTrace : public testing::Test {
  protected:
    ~ATroubledTextTrace() override { scripted = {}; }
 
-   // The first write of the trace fails; returns what is written.
+   // Makes the trace's first write fail; returns what is written.
    static std::string writtenAfter( int error ) {
       scripted.writeToStderr = 1;
       scripted.writeError = error;

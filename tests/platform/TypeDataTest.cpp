@@ -255,7 +255,7 @@ TEST_F( AModuleOfAnotherLibrary, comesAndGoesWhileAnotherThreadForks ) {
    } );
    for( int fork = 0; fork < 100; ++fork ) {
       const int status = statusOf( [] {
-         alarm( 30 ); // ends a child that waits for a lock
+         alarm( 30 ); // ends a child that is stuck on a lock
          EXPECT_TRUE( findType( "SodrelTest::Gauge" ) == gaugeType );
       } );
       ASSERT_EQ( status, 0 );
