@@ -1,7 +1,7 @@
-// Drives systemd from an event loop: calls block a thread of their own, and outcomes are events.
+// Drives systemd from an event loop: calls block a separate thread, and outcomes are events.
 // There is no descriptor to poll: an operation that has returned has nothing left to do.
 //
-//    event-loop UNIT...     restarts the units in turn; SIGINT gives up the present wait
+//    event-loop UNIT...     restarts the units in turn; SIGINT gives up the current wait
 #include <Sodrel/SignalMonitor.h>
 #include <Sodrel/Sodrel.h>
 
@@ -24,7 +24,7 @@
 
 namespace {
 
-// Restarts units on a thread of its own; the loop's thread uses what is public.
+// Restarts units on its own thread; the loop's thread uses the public members.
 class Restarter {
  public:
    explicit Restarter( std::vector< std::string > units )
@@ -48,7 +48,7 @@ class Restarter {
       return std::exchange( outcomes_, {} );
    }
 
-   // Makes the present wait fail, if there is one. Its job goes on in systemd.
+   // Makes the current wait fail, if there is one. Its job continues in systemd.
    void giveUp() {
       const std::lock_guard lock( mutex_ );
       shutdown( connection_, SHUT_RDWR );
@@ -82,7 +82,7 @@ class Restarter {
       }
    }
 
-   // A descriptor of the loop's own: the worker may close the connection's at any time.
+   // A separate descriptor for the loop: the worker may close the connection's at any time.
    void connectionIs( int fd ) {
       const std::lock_guard lock( mutex_ );
       close( std::exchange( connection_, fd ) );
@@ -119,7 +119,7 @@ int onInterrupt( sd_event_source* /*source*/, const signalfd_siginfo* /*info*/, 
 } // namespace
 
 int main( int argc, char** argv ) {
-   // Before there is a second thread, so that the loop gets the signal and no call is interrupted.
+   // Blocked before the second thread starts: the loop gets the signal, and no call is interrupted.
    sigset_t interrupt;
    sigemptyset( &interrupt );
    sigaddset( &interrupt, SIGINT );

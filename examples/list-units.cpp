@@ -63,8 +63,8 @@ serviceNumber( const Sodrel::Sdbus& systemd, sd_bus* bus, const Unit& unit, cons
 int main() {
    try {
       const auto systemd = Sodrel::sdbusFactory();
-      // One probe for all that follows. Borrowed: the next operation of Sdbus may replace it, which
-      // the functions that handle results never do.
+      // One probe for everything below. Borrowed: the next operation of Sdbus may replace it; the
+      // functions that handle results never do.
       sd_bus* const bus = systemd->sdbus();
       std::printf( "%-40s %-10s %-10s %8s %8s\n", "UNIT", "ACTIVE", "SUB", "PID", "RESTARTS" );
       for( const Unit& unit : loadedUnits( *systemd, bus ) ) {

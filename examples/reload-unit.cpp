@@ -1,7 +1,7 @@
 // Reloads a unit and reports the job's own result, such as "failed" if its ExecReload= fails.
 //
 // A synchronous "ReloadUnit" waits until the unit is active again, which is also the case after a
-// failed reload. This way the outcome is that of the job, and no client needs to subscribe.
+// failed reload. Waiting for the job yields its own outcome, and no client needs to subscribe.
 //
 //    reload-unit NAME.service
 #include <Sodrel/SignalMonitor.h>

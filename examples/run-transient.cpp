@@ -17,8 +17,8 @@ namespace {
 
 constexpr const char* manager = "org.freedesktop.systemd1";
 
-// A service whose unit systemd keeps loaded for as long as the connection lasts, the same one for
-// all calls: an operation of Sdbus could renew it. If the bus dies, the next call fails.
+// A service whose unit systemd keeps loaded while the connection lasts. All calls use the same
+// connection: an operation of Sdbus could replace it. If the bus dies, the next call fails.
 class TransientService {
  public:
    explicit TransientService( Sodrel::Sdbus& sdbus ) : systemd_( sdbus ), bus_( sdbus.sdbus() ) {
@@ -27,7 +27,7 @@ class TransientService {
       systemd_.handleSdbusCall( result, nullptr, "sd_bus_path_encode" );
       path_ = encoded;
       std::free( encoded );
-      // What the signals say is read as properties; they have only to wake sd_bus_wait.
+      // The signals only have to wake sd_bus_wait; their contents are read as properties.
       const auto ignore = []( sd_bus_message*, void*, sd_bus_error* ) { return 0; };
       result = sd_bus_match_signal(
          bus_, nullptr, manager, path_.c_str(), "org.freedesktop.DBus.Properties",
@@ -52,8 +52,8 @@ class TransientService {
          "no-env-expand" );
       sd_bus_message_append( call, "(sv)", "StandardOutputFileDescriptor", "h", STDOUT_FILENO );
       sd_bus_message_append( call, "(sv)", "StandardErrorFileDescriptor", "h", STDERR_FILENO );
-      // Keeps the unit until the connection ends, and sends this client its signals although none
-      // may have subscribed. Afterwards nothing is left, not even if the command has failed.
+      // Keeps the unit until the connection ends, and sends this client its signals even if no
+      // client has subscribed. Afterwards nothing is left, even if the command has failed.
       sd_bus_message_append( call, "(sv)", "AddRef", "b", 1 );
       sd_bus_message_append( call, "(sv)", "CollectMode", "s", "inactive-or-failed" );
       sd_bus_message_close_container( call );

@@ -1,4 +1,4 @@
-// The shim: C functions around operations of the library. No exception leaves them.
+// The shim: C functions that wrap operations of the library. No exception escapes them.
 #include "systemd.h"
 
 #include <Sodrel/Sodrel.h>
