@@ -133,7 +133,7 @@ void TraceFile::startBlock() {
    header_->tail.store(
       end_ < ringSize_ ? 0 : end_ + blockSize - ringSize_, std::memory_order_relaxed );
    std::atomic_thread_fence( std::memory_order_release );
-   // Publishes a complete pair of readings; the previous pair stays in place until the next one.
+   // Publishes a complete pair of readings; meanwhile the previous pair stays as it is.
    ++clockPairs_;
    header_->clocks[clockPairs_ % 2] = { nanoseconds( CLOCK_MONOTONIC ),
                                         nanoseconds( CLOCK_REALTIME ) };
