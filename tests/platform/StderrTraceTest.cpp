@@ -123,7 +123,7 @@ TEST( AReport, isCutBeforeACharacterWhereAPipeTakesNoMoreAtOnce ) {
       { xs( most - 5 ) + "\xe2\x82\xac xx", xs( most - 5 ) + "..." },
    };
    for( const auto& [text, shown] : texts ) {
-      EXPECT_EQ( stderrOf( [&] { Tessel::Impl::report( text ); } ), shown + "\n" );
+      EXPECT_EQ( stderrOf( [&message = text] { Tessel::Impl::report( message ); } ), shown + "\n" );
    }
 }
 
