@@ -1,6 +1,7 @@
 // The same trace as a record: in the ring buffer, and by LTTng-UST in a session started by
 // lttng-session.
 #include <platform/trace/Trace.h>
+#include <platform/value/String.h>
 
 #include "LttngProvider.h"
 
