@@ -66,22 +66,6 @@ void keepEnded( std::string path ) {
 
 constinit thread_local bool threadEnds = false;
 
-// The files of one thread, by handle number; null if the file could not be created.
-struct ThreadFiles {
-   std::map< std::uint64_t, std::unique_ptr< TraceFile > > files;
-   Process process;
-
-   ~ThreadFiles() {
-      threadEnds = true;
-      for( const auto& [number, file] : files ) {
-         if( file && process == thisProcess() ) {
-            keepEnded( file->takePath() );
-         }
-      }
-   }
-};
-thread_local ThreadFiles threadFiles;
-
 struct Settings {
    std::string folder;
    std::uint32_t ringSize;
@@ -127,44 +111,62 @@ TraceHandle* handleOfEnvironment() {
 // Null until the library is loaded.
 std::atomic< TraceHandle* > defaultFennetHandle = handleOfEnvironment();
 
+// By handle number; null if the file could not be created.
+struct TraceHandle::Files {
+   std::map< std::uint64_t, std::unique_ptr< TraceFile > > files;
+   Process process;
+};
+
+// Returns the files of the calling thread.
+TraceHandle::Files& TraceHandle::threadFiles() {
+   struct ThreadFiles : Files {
+      ~ThreadFiles() {
+         threadEnds = true;
+         for( const auto& [number, file] : files ) {
+            if( file && process == thisProcess() ) {
+               keepEnded( file->takePath() );
+            }
+         }
+      }
+   };
+   thread_local ThreadFiles files;
+   return files;
+}
+
 TraceHandle::TraceHandle( std::string folder, std::uint32_t ringSize, bool shared )
    : number_( ++handles ),
      folder_( std::move( folder ) ),
      ringSize_( std::bit_ceil( std::clamp( ringSize, minRingSize, maxRingSize ) ) ),
-     shared_( shared ) {}
+     ownFiles_( shared ? nullptr : new Files ) {}
 
-TraceHandle::~TraceHandle() = default;
+TraceHandle::~TraceHandle() {
+   delete ownFiles_;
+}
 
 TraceFile* TraceHandle::mtTraceFile() {
    if( threadEnds ) {
       return nullptr;
    }
+   auto& [files, owner] = ownFiles_ ? *ownFiles_ : threadFiles();
    // A child process drops its mappings of the parent's files.
    const Process process = thisProcess();
-   if( !shared_ ) {
-      if( ownFileProcess_ != process ) {
-         ownFile_ = newTraceFile();
-         ownFileProcess_ = process;
-      }
-      return ownFile_.get();
+   if( std::exchange( owner, process ) != process ) {
+      files.clear();
    }
-   if( std::exchange( threadFiles.process, process ) != process ) {
-      threadFiles.files.clear();
-   }
-   const auto found = threadFiles.files.find( number_ );
-   if( found != threadFiles.files.end() ) {
+   const auto found = files.find( number_ );
+   if( found != files.end() ) {
       return found->second.get();
    }
    // The map entry comes first, so that running out of memory leaves no file behind.
-   decltype( threadFiles.files ) made;
+   decltype( Files::files ) made;
    auto& file = made[number_];
-   file = newTraceFile();
-   threadFiles.files.merge( made );
+   file.reset( newTraceFile() );
+   files.merge( made );
    return file.get();
 }
 
 // Returns null if the file cannot be created.
-std::unique_ptr< TraceFile > TraceHandle::newTraceFile() {
+TraceFile* TraceHandle::newTraceFile() {
    const Tessel::Impl::KeepErrno keepErrno;
    auto file = TraceFile::create( folder_, ringSize_ );
    // Relaxed: the flag only ensures that one thread reports.
@@ -173,7 +175,7 @@ std::unique_ptr< TraceFile > TraceHandle::newTraceFile() {
          "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +
          "; the thread leaves no records" );
    }
-   return file;
+   return file.release();
 }
 
 } // namespace Fennet

@@ -13,11 +13,7 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
-#include <utility>
-
-#include <sys/types.h>
 
 namespace Fennet {
 
@@ -45,15 +41,17 @@ class TESSEL_EXPORT TraceHandle {
    TraceFile* mtTraceFile();
 
  private:
-   std::unique_ptr< TraceFile > newTraceFile();
+   // The files of one thread, or the file of a handle that is not shared.
+   struct Files;
+
+   static Files& threadFiles();
+   TraceFile* newTraceFile();
 
    const std::uint64_t number_; // unique within the process
    const std::string folder_;
    const std::uint32_t ringSize_;
-   const bool shared_;
+   Files* const ownFiles_; // owned; null if the handle is shared
    std::atomic< bool > troubleReported_ = false;
-   std::unique_ptr< TraceFile > ownFile_;             // of a handle that is not shared
-   std::pair< std::uint32_t, pid_t > ownFileProcess_; // the process that created it
 };
 
 /// The handle that every trace point writes to; null if there is none. Borrows the handle, which
