@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <malloc.h>
+#include <sanitizer/asan_interface.h>
 
 namespace SodrelTest {
 
@@ -27,9 +28,20 @@ thread_local std::size_t failureCount = 0;
 std::atomic< std::size_t > watchedBlockCount = 0;
 
 // The last byte of a block tells whether it was watched when allocated, so that pointers to blocks
-// are those that malloc returned, as leak checkers expect.
-bool& isWatched( void* block ) {
-   return static_cast< bool* >( block )[malloc_usable_size( block ) - 1];
+// are those that malloc returned, as leak checkers expect. To the address sanitizer that byte is
+// beyond the block.
+bool* mark( void* block ) {
+   return static_cast< bool* >( block ) + malloc_usable_size( block ) - 1;
+}
+
+[[gnu::no_sanitize_address]] void watchedIs( void* block, bool watched ) {
+   *mark( block ) = watched;
+   watchedBlockCount += watched ? 1 : 0;
+   ASAN_POISON_MEMORY_REGION( mark( block ), 1 );
+}
+
+[[gnu::no_sanitize_address]] bool isWatched( void* block ) {
+   return *mark( block );
 }
 
 void* allocate( std::size_t size, std::size_t alignment = alignof( std::max_align_t ) ) noexcept {
@@ -44,8 +56,7 @@ void* allocate( std::size_t size, std::size_t alignment = alignof( std::max_alig
                           ? std::aligned_alloc( alignment, size + alignment )
                           : std::malloc( size + 1 );
    if( block ) {
-      isWatched( block ) = watching && !paused;
-      watchedBlockCount += isWatched( block ) ? 1 : 0;
+      watchedIs( block, watching && !paused );
    }
    return block;
 }
