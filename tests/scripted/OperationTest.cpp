@@ -7,6 +7,7 @@
 
 #include <support/Memory.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -261,8 +262,8 @@ TEST_P( EachOperation, makesItsCallsInOrder ) {
 }
 
 TEST_P( EachOperation, makesTheSameCallsWhenNothingIsTraced ) {
-   Orl::traceLevelsIs( "Sodrel", 0 );
-   Orl::traceLevelsIs( "SignalMonitor", 0 );
+   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
+   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( 0 );
    prepare();
    EXPECT_EQ( outcome(), GetParam().result );
    Steps untraced = steps;
