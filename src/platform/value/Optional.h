@@ -3,7 +3,6 @@
 
 #include <platform/Export.h>
 
-#include <concepts>
 #include <optional>
 #include <utility>
 
@@ -18,37 +17,24 @@ namespace Impl {
 
 /// Holds a T or nothing.
 template< typename T >
-class Optional {
+class Optional : std::optional< T > {
  public:
-   /// Nothing.
-   Optional() = default;
-   /// Nothing.
-   Optional( std::nullopt_t ) {}
-   /// Holds the value.
-   template< std::convertible_to< T > U >
-   Optional( U&& value ) : value_( std::forward< U >( value ) ) {}
+   /// Constructed like std::optional: from nothing, std::nullopt or a value.
+   using std::optional< T >::optional;
 
    /// Returns whether there is a value.
-   [[nodiscard]] bool hasValue() const { return value_.has_value(); }
+   [[nodiscard]] bool hasValue() const { return this->has_value(); }
    /// Returns the value, borrowed. Throws std::bad_optional_access if there is none.
    [[nodiscard]] const T& operator*() const& {
-      if( !value_ ) {
+      if( !hasValue() ) {
          Impl::throwBadOptionalAccess();
       }
-      return *value_;
+      return std::optional< T >::operator*();
    }
    /// Moves the value out of an expiring optional; otherwise the same.
-   [[nodiscard]] T operator*() && {
-      if( !value_ ) {
-         Impl::throwBadOptionalAccess();
-      }
-      return *std::move( value_ );
-   }
+   [[nodiscard]] T operator*() && { return std::move( const_cast< T& >( **this ) ); }
    /// Drops the value; holds nothing afterwards.
-   void optionalClearValue() { value_.reset(); }
-
- private:
-   std::optional< T > value_;
+   void optionalClearValue() { this->reset(); }
 };
 
 } // namespace Orl
