@@ -30,9 +30,13 @@ class String {
       return *this;
    }
    /// Returns a new string: `left` followed by this one.
-   [[nodiscard]] String addLeft( std::string_view left ) const;
+   [[nodiscard]] String addLeft( std::string_view left ) const {
+      return String( left ).append( text_ );
+   }
    /// Returns a new string: this one followed by `right`.
-   [[nodiscard]] String addRight( std::string_view right ) const;
+   [[nodiscard]] String addRight( std::string_view right ) const {
+      return String( text_ ).append( right );
+   }
 
    /// Returns whether the string begins with `start`.
    [[nodiscard]] bool startsWith( std::string_view start ) const {
@@ -54,9 +58,6 @@ class String {
       return string.text_ == std::string_view( text );
    }
 
-   template< std::convertible_to< std::string_view >... Pieces >
-   friend String concat( const Pieces&... pieces );
-
  private:
    std::string text_;
 };
@@ -64,18 +65,10 @@ class String {
 /// Joins the pieces in order, with at most one allocation. Throws std::bad_alloc.
 template< std::convertible_to< std::string_view >... Pieces >
 String concat( const Pieces&... pieces ) {
-   String joined;
-   joined.text_.reserve( ( std::size_t{ 0 } + ... + std::string_view( pieces ).size() ) );
-   ( joined.append( pieces ), ... );
+   std::string joined;
+   joined.reserve( ( std::size_t{ 0 } + ... + std::string_view( pieces ).size() ) );
+   ( joined.append( std::string_view( pieces ) ), ... );
    return joined;
-}
-
-inline String String::addLeft( std::string_view left ) const {
-   return concat( left, text_ );
-}
-
-inline String String::addRight( std::string_view right ) const {
-   return concat( text_, right );
 }
 
 } // namespace Tessel
