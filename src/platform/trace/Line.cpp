@@ -2,11 +2,10 @@
 #include <platform/trace/Line.h>
 
 #include <algorithm>
-#include <bit>
 #include <climits>
-#include <cstdint>
 #include <ctime>
 #include <iterator>
+#include <locale>
 
 #include <unistd.h>
 
@@ -17,26 +16,17 @@ namespace {
 // Returns the length of the printable UTF-8 character at the start of the text, or 0 if there is
 // none. The text must not be empty.
 std::size_t printableLength( std::string_view text ) {
-   const auto byte = [&]( std::size_t at ) { return static_cast< unsigned char >( text[at] ); };
-   constexpr std::uint32_t least[] = { 0, 0x80, 0x800, 0x10000 }; // by length
-   // One for each byte of the character; none if it has a single byte.
-   const auto ones = static_cast< std::size_t >( std::countl_one( byte( 0 ) ) );
-   const std::size_t length = std::max< std::size_t >( ones, 1 );
-   if( ones == 1 || length > std::size( least ) || length > text.size() ) {
-      return 0;
-   }
-   std::uint32_t character = byte( 0 ) & ( 0xffU >> ones );
-   for( std::size_t at = 1; at < length; ++at ) {
-      const std::uint32_t bits = byte( at ) - 0x80U;
-      if( bits > 0x3f ) {
-         return 0;
-      }
-      character = character << 6 | bits;
-   }
-   const bool isValid = character >= least[length - 1] && character <= 0x10ffff &&
-                        ( character < 0xd800 || character > 0xdfff );
+   using Utf8 = std::codecvt< char32_t, char8_t, std::mbstate_t >;
+   std::mbstate_t state{};
+   const auto* const start = reinterpret_cast< const char8_t* >( text.data() );
+   const char8_t* end = nullptr;
+   char32_t character = 0; // stays 0 if no character can be converted
+   char32_t* converted = nullptr;
+   std::use_facet< Utf8 >( std::locale::classic() )
+      .in( state, start, start + text.size(), end, &character, &character + 1, converted );
    const bool isControl = character < 0x20 || ( character >= 0x7f && character < 0xa0 );
-   return isValid && !isControl ? length : 0;
+   const bool isSurrogate = character >= 0xd800 && character <= 0xdfff;
+   return isControl || isSurrogate ? 0 : static_cast< std::size_t >( end - start );
 }
 
 } // namespace
