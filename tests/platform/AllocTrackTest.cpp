@@ -3,7 +3,7 @@
 
 #include <platform/entity/Entity.h>
 #include <platform/memory/AllocTrack.h>
-#include <platform/value/TypeName.h>
+#include <platform/value/Exception.h>
 #include <support/Memory.h>
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // Creation and teardown of entities: the order of the steps, even when one of them fails.
 #include <platform/entity/Entity.h>
 
-#include <platform/value/TypeName.h>
+#include <platform/value/Exception.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,7 +4,6 @@
 #include <Sodrel/Exceptions.h>
 #include <platform/value/Exception.h>
 #include <platform/value/Interval.h>
-#include <platform/value/TypeName.h>
 
 #include <gtest/gtest.h>
 

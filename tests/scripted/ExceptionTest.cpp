@@ -1,7 +1,7 @@
 // The library's exceptions: their classes, how they are caught, and their texts.
 #include <Sodrel/Exceptions.h>
 
-#include <platform/value/TypeName.h>
+#include <platform/value/Exception.h>
 
 #include <gtest/gtest.h>
 #include <string>

@@ -1,7 +1,7 @@
 // The replaced slab allocator: it counts its blocks, fails when told to, and logs what is released.
 #include <scripted/ScriptedTest.h>
 
-#include <platform/value/TypeName.h>
+#include <platform/value/Exception.h>
 #include <support/Memory.h>
 
 #include <typeinfo>

@@ -1,7 +1,7 @@
 // The counts of each type, and the list of all types that have ever been allocated.
 #include <platform/memory/AllocTrack.h>
 
-#include <platform/value/TypeName.h>
+#include <platform/value/Exception.h>
 
 #include <atomic>
 #include <memory>
@@ -42,21 +42,13 @@ void AllocTrackTypeInfo::trackDeallocation( AllocTrackTypeInfo* tracker ) noexce
    std::atomic_ref( tracker->live_ ).fetch_sub( 1, std::memory_order_relaxed );
 }
 
-std::uint64_t AllocTrackTypeInfo::live() const noexcept {
-   return std::atomic_ref( live_ ).load();
-}
-
-std::uint64_t AllocTrackTypeInfo::total() const noexcept {
-   return std::atomic_ref( total_ ).load();
-}
-
 std::optional< AllocCounts > allocCounts( std::string_view typeName ) {
    std::optional< AllocCounts > counts;
    for( AllocTrackTypeInfo* info = newest; info; info = info->older_ ) {
       if( info->typeName_ == typeName ) {
          counts = counts.value_or( AllocCounts{} );
-         counts->live += info->live();
-         counts->total += info->total();
+         counts->live += std::atomic_ref( info->live_ ).load();
+         counts->total += std::atomic_ref( info->total_ ).load();
       }
    }
    return counts;

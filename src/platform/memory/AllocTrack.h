@@ -32,11 +32,6 @@ class AllocTrackTypeInfo {
    /// Records one release.
    TESSEL_EXPORT static void trackDeallocation( AllocTrackTypeInfo* tracker ) noexcept;
 
-   /// Returns the number of entities of the type that are allocated and not yet released.
-   TESSEL_EXPORT std::uint64_t live() const noexcept;
-   /// Returns the number of entities of the type that were ever allocated.
-   TESSEL_EXPORT std::uint64_t total() const noexcept;
-
  private:
    friend std::optional< AllocCounts > allocCounts( std::string_view typeName );
 
@@ -45,8 +40,8 @@ class AllocTrackTypeInfo {
 
    const Tessel::String typeName_;
    // Accessed through std::atomic_ref only: <atomic> is a heavy header.
-   alignas( 8 ) mutable std::uint64_t live_ = 0;
-   alignas( 8 ) mutable std::uint64_t total_ = 0;
+   alignas( 8 ) std::uint64_t live_ = 0;
+   alignas( 8 ) std::uint64_t total_ = 0;
    AllocTrackTypeInfo* older_ = nullptr;
 };
 

@@ -3,8 +3,8 @@
 // The standard library's pools are not an option: libstdc++ 12's crash when an allocation fails.
 #include <platform/memory/Slab.h>
 
+#include <platform/value/Exception.h>
 #include <platform/value/LockedByForks.h>
-#include <platform/value/TypeName.h>
 
 #include <array>
 #include <cstdint>

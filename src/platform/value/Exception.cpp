@@ -2,7 +2,6 @@
 #include <platform/value/Exception.h>
 
 #include <platform/value/Optional.h>
-#include <platform/value/TypeName.h>
 
 #include <cstdlib>
 #include <cxxabi.h>

@@ -1,4 +1,4 @@
-// The base of the system's exceptions.
+// The base of the system's exceptions, and readable names of C++ types.
 #pragma once
 
 #include <platform/Export.h>
@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <stdexcept>
+#include <typeinfo>
 
 namespace Tessel {
 
@@ -29,5 +30,9 @@ class TESSEL_EXPORT Exception : public std::exception {
    // Holds the text: copies share it and therefore cannot fail.
    std::runtime_error message_;
 };
+
+/// Returns the qualified name as written in the source, for example "Sodrel::Sdbus".
+/// Throws std::bad_alloc.
+TESSEL_EXPORT String typeName( const std::type_info& type );
 
 } // namespace Tessel
