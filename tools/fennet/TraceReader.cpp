@@ -1,7 +1,7 @@
 // Checking and parsing the header, the descriptions and the records.
 #include "TraceReader.h"
 
-#include <platform/trace/Placeholders.h>
+#include <platform/trace/TextTrace.h>
 
 #include <algorithm>
 #include <bit>

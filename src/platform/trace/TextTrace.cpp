@@ -2,7 +2,6 @@
 #include <platform/trace/TextTrace.h>
 
 #include <platform/trace/Line.h>
-#include <platform/trace/Placeholders.h>
 
 #include <algorithm>
 #include <array>

@@ -12,7 +12,6 @@
 #include <platform/Export.h>
 #include <platform/trace/Facility.h>
 #include <platform/trace/FennetHandle.h>
-#include <platform/trace/Placeholders.h>
 #include <platform/trace/TextTrace.h>
 
 #include <atomic>
