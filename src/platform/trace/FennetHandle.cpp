@@ -160,22 +160,15 @@ TraceFile* TraceHandle::mtTraceFile() {
    // The map entry comes first, so that running out of memory leaves no file behind.
    decltype( Files::files ) made;
    auto& file = made[number_];
-   file.reset( newTraceFile() );
-   files.merge( made );
-   return file.get();
-}
-
-// Returns null if the file cannot be created.
-TraceFile* TraceHandle::newTraceFile() {
-   const Tessel::Impl::KeepErrno keepErrno;
-   auto file = TraceFile::create( folder_, ringSize_ );
+   file = TraceFile::create( folder_, ringSize_ );
    // Relaxed: the flag only ensures that one thread reports.
    if( !file && !troubleReported_.exchange( true, std::memory_order_relaxed ) ) {
       Tessel::Impl::report(
          "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +
          "; the thread leaves no records" );
    }
-   return file.release();
+   files.merge( made );
+   return file.get();
 }
 
 } // namespace Fennet

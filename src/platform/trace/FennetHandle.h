@@ -45,7 +45,6 @@ class TESSEL_EXPORT TraceHandle {
    struct Files;
 
    static Files& threadFiles();
-   TraceFile* newTraceFile();
 
    const std::uint64_t number_; // unique within the process
    const std::string folder_;

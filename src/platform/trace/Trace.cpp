@@ -10,6 +10,8 @@
 #include <new>
 #include <string>
 
+#include <fmt/format.h>
+
 namespace Tessel {
 
 namespace {
@@ -56,48 +58,29 @@ std::string descriptionOf( const TracePoint& point, int msgId, Arguments argumen
    return description.insert( 0, reinterpret_cast< const char* >( &head ), sizeof head );
 }
 
-// A record being composed.
-class Record {
- public:
-   // Appends an argument and returns whether it fits. A string that does not fit is truncated and
-   // marked as such; a number that does not fit is left out.
-   template< typename Number >
-   bool put( const Number& number ) {
-      return append( &number, sizeof number );
-   }
-   bool put( std::string_view text ) {
-      if( room() < sizeof( std::uint16_t ) ) {
-         return false;
-      }
-      const std::string_view kept = text.substr( 0, room() - sizeof( std::uint16_t ) );
-      const bool fits = kept.size() == text.size();
-      put( static_cast< std::uint16_t >( fits ? kept.size() : kept.size() | Fennet::cutString ) );
-      append( kept.data(), kept.size() );
-      return fits;
-   }
+// A record being composed, which needs no allocation.
+using Record = fmt::basic_memory_buffer< char, Fennet::blockSize >;
 
-   // Returns the complete record with the current time, borrowed.
-   std::string_view whole( int msgId ) {
-      const auto size = static_cast< std::uint32_t >( size_ );
-      const Fennet::RecordHead head{ size, msgId, Fennet::nanoseconds( CLOCK_MONOTONIC ) };
-      std::memcpy( bytes_, &head, sizeof head );
-      return { bytes_, size_ };
+// Appends an argument and returns whether it fits. A string that does not fit is truncated and
+// marked as such; a number that does not fit is left out.
+template< typename Number >
+bool put( Record& record, Number number ) {
+   const auto* const bytes = reinterpret_cast< const char* >( &number );
+   const bool fits = record.size() + sizeof number <= Fennet::blockSize;
+   record.append( bytes, bytes + ( fits ? sizeof number : 0 ) );
+   return fits;
+}
+bool put( Record& record, std::string_view text ) {
+   const std::size_t room = Fennet::blockSize - record.size();
+   if( room < sizeof( std::uint16_t ) ) {
+      return false;
    }
-
- private:
-   [[nodiscard]] std::size_t room() const { return sizeof bytes_ - size_; }
-   bool append( const void* data, std::size_t size ) {
-      if( size > room() ) {
-         return false;
-      }
-      std::memcpy( bytes_ + size_, data, size );
-      size_ += size;
-      return true;
-   }
-
-   char bytes_[Fennet::blockSize];
-   std::size_t size_ = sizeof( Fennet::RecordHead );
-};
+   const std::string_view kept = text.substr( 0, room - sizeof( std::uint16_t ) );
+   const bool fits = kept.size() == text.size();
+   put( record, std::uint16_t( fits ? kept.size() : kept.size() | Fennet::cutString ) );
+   record.append( kept );
+   return fits;
+}
 
 } // namespace
 
@@ -116,12 +99,16 @@ void TracePoint::record( Fennet::TraceHandle& handle, Arguments arguments ) cons
       return;
    }
    Record record;
+   record.resize( sizeof( Fennet::RecordHead ) );
    for( const Impl::TraceArg& argument : arguments ) {
-      if( !std::visit( [&]( const auto& value ) { return record.put( value ); }, argument ) ) {
+      if( !std::visit( [&]( auto value ) { return put( record, value ); }, argument ) ) {
          break;
       }
    }
-   records->recordIs( record.whole( id ) );
+   const auto size = static_cast< std::uint32_t >( record.size() );
+   const Fennet::RecordHead head{ size, id, Fennet::nanoseconds( CLOCK_MONOTONIC ) };
+   std::memcpy( record.data(), &head, sizeof head );
+   records->recordIs( { record.data(), size } );
 } catch( const std::bad_alloc& ) {
    // Destructors trace too.
 }
