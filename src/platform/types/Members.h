@@ -154,9 +154,7 @@ constexpr ParamRow paramRow( Names... names ) {
 
 /// One row of a member table; its position in the table is the member's id.
 struct MemberRow {
-   std::string_view name;                       ///< as in MemberDesc
-   MemberKind kind = MemberKind::attribute;     ///< as in MemberDesc
-   ValueType type = ValueType::none;            ///< as in MemberDesc
+   MemberDesc desc;                             ///< without its indices in the module's tables
    TypeRef entityType;                          ///< of a value that is an entity
    ParamRow params;                             ///< of an operation
    AccessFunction access = &Impl::refuseAccess; ///< reads, writes or calls the member
@@ -169,9 +167,7 @@ template< auto member, typename Class, typename Value >
 requires std::is_object_v< Value >
 constexpr MemberRow rowOf( Value Class::*, std::string_view name ) {
    return {
-      name,
-      MemberKind::attribute,
-      Reflected< Value >::valueType,
+      { name, 0, MemberKind::attribute, Reflected< Value >::valueType },
       Reflected< Value >::typeRef(),
       {},
       &accessAttribute< member, Class, Value >,
@@ -182,9 +178,7 @@ template< auto member, typename Class, typename Result, typename... Args, typena
 constexpr MemberRow
 rowOf( Result ( Class::* )( Args... ), std::string_view name, Names... params ) {
    return {
-      name,
-      MemberKind::operation,
-      Reflected< Result >::valueType,
+      { name, 0, MemberKind::operation, Reflected< Result >::valueType },
       Reflected< Result >::typeRef(),
       paramRow< Args... >( params... ),
       &callOperation< member, Class, Result, std::remove_cvref_t< Args >... >,
@@ -224,7 +218,7 @@ constexpr MemberRow hook( std::string_view name ) {
 template< auto member, typename... Names >
 constexpr MemberRow closed( std::string_view name, Names... params ) {
    MemberRow row = Impl::rowOf< member >( member, name, params... );
-   row.listed = row.kind == MemberKind::attribute;
+   row.listed = row.desc.kind == MemberKind::attribute;
    row.access = &Impl::refuseAccess;
    return row;
 }

@@ -98,17 +98,15 @@ struct ModuleTables {
 
    constexpr void addMember( const MemberRow& row, std::uint32_t id ) {
       if( row.listed ) {
-         memberNames[nameTotal++] = row.name;
+         memberNames[nameTotal++] = row.desc.name;
       }
-      members[memberTotal++] = {
-         row.name,
-         id,
-         row.kind,
-         row.type,
-         row.type == ValueType::entity ? addTypeRef( row.entityType ) : noTypeRef,
-         addParams( row.params, row.listed ),
-         row.params.count,
-      };
+      MemberDesc& member = members[memberTotal++] = row.desc;
+      member.id = id;
+      if( member.type == ValueType::entity ) {
+         member.typeRef = addTypeRef( row.entityType );
+      }
+      member.firstParam = addParams( row.params, row.listed );
+      member.paramCount = row.params.count;
    }
 
    constexpr std::uint32_t addParams( const ParamRow& row, bool listed ) {
