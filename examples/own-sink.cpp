@@ -24,7 +24,8 @@ class Sink : public Tessel::TraceSink {
 int main() {
    Sink sink;
    Tessel::traceSinkIs( &sink );
-   Orl::traceLevelsIs( "Sodrel", Orl::TraceLevels{ 1 } << 8 | Orl::TraceLevels{ 1 } << 9 );
+   Orl::TraceHandle( "Sodrel", false )
+      .levelsIs( Orl::TraceLevels{ 1 } << 8 | Orl::TraceLevels{ 1 } << 9 );
    try {
       auto systemd = Sodrel::sdbusFactory();
    } catch( const Sodrel::Exception& error ) {

@@ -39,14 +39,14 @@ void createShared( benchmark::State& state ) {
 }
 
 void trace( benchmark::State& state, Orl::TraceLevels levels ) {
-   Orl::traceLevelsIs( "PlatformBench", levels );
+   traceFacility.levelsIs( levels );
    const Tessel::String text = "abcdefghij-klmn.unit";
    const bool flag = true;
    for( auto _ : state ) {
       TRACE( 8, "Call {} async={}", text, flag );
       benchmark::ClobberMemory();
    }
-   Orl::traceLevelsIs( "PlatformBench", 0 );
+   traceFacility.levelsIs( 0 );
 }
 
 BENCHMARK( createEntity );

@@ -89,7 +89,7 @@ void Report::step(
 
 void Report::tracesAre( bool shown ) {
    for( const char* facility : { "Sodrel", "SignalMonitor" } ) {
-      Orl::traceLevelsIs( facility, shown ? Orl::allTraceLevels : 0 );
+      Orl::TraceHandle( facility, false ).levelsIs( shown ? Orl::allTraceLevels : 0 );
    }
 }
 

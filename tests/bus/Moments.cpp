@@ -26,15 +26,15 @@ std::int64_t realTime() {
 
 Moments::Moments() {
    current = this;
-   Orl::traceLevelsIs( "Sodrel", Orl::allTraceLevels );
-   Orl::traceLevelsIs( "SignalMonitor", Orl::allTraceLevels );
+   Orl::TraceHandle( "Sodrel", false ).levelsIs( Orl::allTraceLevels );
+   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( Orl::allTraceLevels );
    Tessel::traceSinkIs( this );
 }
 
 Moments::~Moments() {
    Tessel::traceSinkIs( nullptr );
-   Orl::traceLevelsIs( "Sodrel", 0 );
-   Orl::traceLevelsIs( "SignalMonitor", 0 );
+   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
+   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( 0 );
    current = nullptr;
 }
 

@@ -222,9 +222,9 @@ class CountingSink final : public Tessel::TraceSink {
 TEST_F( ARingTrace, comesBeforeItsText ) {
    CountingSink sink( folder );
    Tessel::traceSinkIs( &sink );
-   Orl::traceLevelsIs( "RingTraceTest", Orl::allTraceLevels );
+   traceFacility.levelsIs( Orl::allTraceLevels );
    traceNumber( 1 );
-   Orl::traceLevelsIs( "RingTraceTest", 0 );
+   traceFacility.levelsIs( 0 );
    Tessel::traceSinkIs( nullptr );
    EXPECT_EQ( sink.recordsAtText, 1U );
 }

@@ -24,7 +24,7 @@ namespace {
 TRACE_FACILITY( "StderrTraceTest" );
 
 void enable() {
-   Orl::traceLevelsIs( "StderrTraceTest", Orl::allTraceLevels );
+   traceFacility.levelsIs( Orl::allTraceLevels );
 }
 
 void traceInFull( const char* facility, const char* file, const std::string& text ) {

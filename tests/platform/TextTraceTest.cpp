@@ -43,8 +43,8 @@ class Capture final : public Tessel::TraceSink {
 
 class ATextTrace : public testing::Test {
  protected:
-   ATextTrace() { Orl::traceLevelsIs( "TextTraceTest", level8 ); }
-   ~ATextTrace() override { Orl::traceLevelsIs( "TextTraceTest", 0 ); }
+   ATextTrace() { traceFacility.levelsIs( level8 ); }
+   ~ATextTrace() override { traceFacility.levelsIs( 0 ); }
 
    Capture capture;
 };
@@ -86,7 +86,7 @@ TEST_F( ATextTrace, isLeftOutUnlessItsLevelIsEnabled ) {
    TRACE( 7, "seven" );
    TRACE( 9, "nine" );
    for( const bool on : { true, false, true } ) {
-      Orl::traceLevelsIs( "TextTraceTest", on ? level8 : 0 );
+      traceFacility.levelsIs( on ? level8 : 0 );
       TRACE( 8, "{}", on );
    }
    EXPECT_EQ( capture.texts, ( Texts{ "true", "true" } ) );
@@ -141,7 +141,7 @@ TEST_F( ATextTrace, followsLevelsThatAnotherThreadChangesMeanwhile ) {
    std::atomic< bool > done = false;
    std::thread changing( [&] {
       for( Orl::TraceLevels levels = 0; !done; levels ^= level8 ) {
-         Orl::traceLevelsIs( "TextTraceTest", levels );
+         traceFacility.levelsIs( levels );
       }
    } );
    bool emitted = false;
@@ -186,7 +186,7 @@ TEST( AFacility, hasNoLevelAtFirstAndEveryOneWhenOpenedSo ) {
 }
 
 TEST( AFacility, takesLevelsSetBeforeItsFirstUse ) {
-   Orl::traceLevelsIs( "AFacility.early", level8 );
+   Orl::TraceHandle( "AFacility.early", false ).levelsIs( level8 );
    const Orl::TraceHandle handle( "AFacility.early", false );
    EXPECT_TRUE( handle.enabled( 8 ) );
    EXPECT_FALSE( handle.enabled( 9 ) );
@@ -197,7 +197,7 @@ TEST( AFacility, sharesItsLevelsBetweenHandlesOfOneName ) {
    const Orl::TraceHandle other( "AFacility.shared", false );
    one.levelsIs( level8 );
    EXPECT_EQ( other.levels(), level8 );
-   EXPECT_EQ( Orl::traceLevels( "AFacility.shared" ), level8 );
+   EXPECT_EQ( Orl::TraceHandle( "AFacility.shared", false ).levels(), level8 );
 }
 
 TEST( AFacility, isLookedUpByTheFirstUseAlone ) {
@@ -209,7 +209,7 @@ TEST( AFacility, isLookedUpByTheFirstUseAlone ) {
 
 TEST( AFacility, isOpenedByManyThreadsAtOnce ) {
    std::atomic< int > enabled = 0;
-   Orl::traceLevelsIs( "AFacility.threads", level8 );
+   Orl::TraceHandle( "AFacility.threads", false ).levelsIs( level8 );
    const Orl::TraceHandle handle( "AFacility.threads", false );
    std::vector< std::jthread > opening;
    for( int thread = 0; thread < 4; ++thread ) {

@@ -236,10 +236,10 @@ class AClock : public testing::Test {
    }
    static std::string timeOfALine( std::time_t seconds, long nanoseconds ) {
       clocksAre( 0, { seconds, nanoseconds } );
-      Orl::traceLevelsIs( "TraceFileTest", Orl::allTraceLevels );
+      traceFacility.levelsIs( Orl::allTraceLevels );
       testing::internal::CaptureStderr();
       TRACE( 8, "" );
-      Orl::traceLevelsIs( "TraceFileTest", 0 );
+      traceFacility.levelsIs( 0 );
       const std::string line = testing::internal::GetCapturedStderr();
       return line.substr( 0, line.find( ' ' ) );
    }

@@ -15,7 +15,7 @@ namespace {
 using TheRingBuffer = ClientTest;
 
 TEST_F( TheRingBuffer, holdsTheRecordsOfOperationsWhenNoTextIsEnabled ) {
-   Orl::traceLevelsIs( "Sodrel", 0 );
+   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
    std::string folder = ( std::filesystem::temp_directory_path() / "scripted-XXXXXX" ).string();
    ASSERT_NE( mkdtemp( folder.data() ), nullptr );
    {

@@ -81,7 +81,7 @@ std::string fieldsOf( Tessel::Node& entity ) {
 
 ScriptedTest::ScriptedTest() {
    for( const char* const facility : facilities ) {
-      Orl::traceLevelsIs( facility, Orl::allTraceLevels );
+      Orl::TraceHandle( facility, false ).levelsIs( Orl::allTraceLevels );
    }
    Tessel::traceSinkIs( this );
 }

@@ -48,7 +48,7 @@ class Reconnections : public Tessel::TraceSink {
  public:
    explicit Reconnections( unsigned long& number ) : count( number ) {
       Tessel::traceSinkIs( this );
-      Orl::traceLevelsIs( "Sodrel", Orl::TraceLevels{ 1 } << 5 );
+      Orl::TraceHandle( "Sodrel", false ).levelsIs( Orl::TraceLevels{ 1 } << 5 );
    }
    ~Reconnections() { Tessel::traceSinkIs( nullptr ); }
 

@@ -233,7 +233,7 @@ int Observer::onPropertiesChanged(
 CollectedTraces::CollectedTraces( std::vector< const char* > facilities )
    : facilities_( std::move( facilities ) ) {
    for( const char* const facility : facilities_ ) {
-      Orl::traceLevelsIs( facility, Orl::allTraceLevels );
+      Orl::TraceHandle( facility, false ).levelsIs( Orl::allTraceLevels );
    }
    Tessel::traceSinkIs( this );
 }
@@ -241,7 +241,7 @@ CollectedTraces::CollectedTraces( std::vector< const char* > facilities )
 CollectedTraces::~CollectedTraces() {
    Tessel::traceSinkIs( nullptr );
    for( const char* const facility : facilities_ ) {
-      Orl::traceLevelsIs( facility, 0 );
+      Orl::TraceHandle( facility, false ).levelsIs( 0 );
    }
 }
 

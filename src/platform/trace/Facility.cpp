@@ -6,7 +6,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -57,7 +56,7 @@ std::optional< std::map< std::string, TraceLevels > > parseFacilities( std::stri
 }
 
 // The shared levels of each facility. Elements are only added, so references to them stay valid.
-using Facilities = std::map< std::string, std::atomic< TraceLevels >, std::less<> >;
+using Facilities = std::map< std::string, std::atomic< TraceLevels > >;
 
 Facilities* facilitiesOfEnvironment() {
    const char* const text = secure_getenv( "TESSEL_TRACE" );
@@ -76,30 +75,17 @@ constinit std::mutex mutex;
 // Created on first use and never destroyed: handles are used until the very end of the process.
 constinit Facilities* sharedLevels = nullptr;
 
-std::atomic< TraceLevels >& levelsOf( std::string_view name ) {
+} // namespace
+
+std::atomic< TraceLevels >& TraceHandle::find() const {
    const std::scoped_lock lock( mutex );
    if( !sharedLevels ) {
       sharedLevels = facilitiesOfEnvironment();
    }
-   const auto found = sharedLevels->find( name );
-   return found != sharedLevels->end() ? found->second : ( *sharedLevels )[std::string( name )];
-}
-
-} // namespace
-
-std::atomic< TraceLevels >& TraceHandle::find() const {
-   auto& levels = levelsOf( name_ );
+   auto& levels = ( *sharedLevels )[name_];
    // Release: a thread that sees the pointer also sees the levels that it points to.
    shared_.store( &levels, std::memory_order_release );
    return levels;
-}
-
-TraceLevels traceLevels( std::string_view facility ) {
-   return levelsOf( facility ).load( std::memory_order_relaxed );
-}
-
-void traceLevelsIs( std::string_view facility, TraceLevels levels ) {
-   levelsOf( facility ).store( levels, std::memory_order_relaxed );
 }
 
 } // namespace Orl

@@ -12,7 +12,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <string_view>
 
 namespace Orl {
 
@@ -56,10 +55,5 @@ class TraceHandle {
    const char* name_;
    mutable std::atomic< std::atomic< TraceLevels >* > shared_ = nullptr;
 };
-
-/// Returns the levels enabled in a facility, which need not have been used yet.
-[[nodiscard]] TESSEL_EXPORT TraceLevels traceLevels( std::string_view facility );
-/// Enables these levels of a facility, which need not have been used yet, and no others.
-TESSEL_EXPORT void traceLevelsIs( std::string_view facility, TraceLevels levels );
 
 } // namespace Orl
