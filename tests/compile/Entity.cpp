@@ -6,7 +6,7 @@
 #ifdef ALIGNED_TOO_STRICTLY
 constexpr std::size_t alignment = 64;
 #else
-constexpr std::size_t alignment = alignof( std::max_align_t );
+constexpr std::size_t alignment = 16;
 #endif
 
 class alignas( alignment ) Panel : public Tessel::Node {

@@ -40,8 +40,7 @@ void entityFree( void* block ) noexcept {
 // Records the allocation, then allocates the block. Throws std::bad_alloc.
 template< typename T >
 void* entityAlloc( std::size_t size ) {
-   static_assert(
-      alignof( T ) <= alignof( std::max_align_t ), "slab blocks are not aligned that strictly" );
+   static_assert( alignof( T ) <= slabAlignment, "slab blocks are not aligned that strictly" );
    Orl::AllocTrackTypeInfo::_trackAllocation(
       &T::memAllocationTracker_, typeid( T ), size, alignof( T ) );
    void* const block = slabAlloc( size );

@@ -28,7 +28,7 @@ namespace Tessel {
 namespace {
 
 // The header of a block, right before the memory that slabAlloc returns. Sizes include it.
-struct alignas( std::max_align_t ) Block {
+struct alignas( slabAlignment ) Block {
    std::size_t bytes;
    Block* next; // in the list of free blocks; &live in a block that is not free
 };
@@ -36,6 +36,8 @@ struct alignas( std::max_align_t ) Block {
 constinit Block live{};
 
 constexpr std::size_t slabBytes = 16384;
+// Some 32-bit architectures' operator new aligns to less by default.
+constexpr std::align_val_t alignment{ slabAlignment };
 // Larger blocks are allocated by operator new and freed by operator delete.
 #ifdef TESSEL_ASAN
 constexpr std::size_t largestInSlab = 0; // so that the sanitizer sees every block
@@ -58,7 +60,8 @@ std::unique_lock< std::mutex > lock() {
 // Allocates a slab, which is never freed, and cuts it into blocks; adds none if there is no memory.
 // NOLINTBEGIN(clang-analyzer-cplusplus.NewDeleteLeaks)
 [[gnu::noinline]] void addBlocks( std::size_t bytes ) noexcept {
-   auto* const slab = static_cast< std::byte* >( operator new( slabBytes, std::nothrow ) );
+   auto* const slab =
+      static_cast< std::byte* >( operator new( slabBytes, alignment, std::nothrow ) );
    Block*& first = freeBlocks[bytes / sizeof( Block )];
    for( std::size_t at = 0; slab && at + bytes <= slabBytes; at += bytes ) {
       first = new( slab + at ) Block{ bytes, first };
@@ -98,7 +101,7 @@ void* slabAlloc( std::size_t size ) noexcept {
          take( ( bytes + sizeof( Block ) - 1 ) / sizeof( Block ) * sizeof( Block ) );
       return block ? block + 1 : nullptr;
    }
-   void* const memory = operator new( bytes, std::nothrow );
+   void* const memory = operator new( bytes, alignment, std::nothrow );
    return memory ? new( memory ) Block{ bytes, &live } + 1 : nullptr;
 }
 
@@ -112,7 +115,7 @@ void slabFree( void* memory, const std::type_info& type ) noexcept {
       Block*& first = freeBlocks[block->bytes / sizeof( Block )];
       block->next = std::exchange( first, block );
    } else {
-      operator delete( block );
+      operator delete( block, alignment );
    }
 }
 

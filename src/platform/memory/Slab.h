@@ -8,8 +8,11 @@
 
 namespace Tessel {
 
-/// Returns a block of at least size bytes, aligned to alignof( std::max_align_t ), or null if
-/// there is no memory or no object can be that large.
+/// The alignment of every block, in bytes.
+inline constexpr std::size_t slabAlignment = 16;
+
+/// Returns a block of at least size bytes, or null if there is no memory or no object can be that
+/// large.
 ///
 /// The caller owns the block until it passes it to slabFree.
 /// Thread: any, also while a thread or the process ends, and in the child after a fork, but
