@@ -45,7 +45,7 @@ extern "C" {
 
 int posix_fallocate( int fd, off_t offset, off_t length ) {
    if( fails( scripted.posixFallocate ) ) {
-      return ENOSPC;
+      return scripted.posixFallocateError;
    }
    return fallocate( fd, 0, offset, length ) == 0 ? 0 : errno;
 }

@@ -1,6 +1,7 @@
 // The system calls of traces; a test chooses which of them fail and what the clocks show.
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -18,6 +19,7 @@ struct Clocks {
 // Which call of a function fails next, counted from 1; 0 for none.
 struct ScriptedSystem {
    int posixFallocate = 0;
+   int posixFallocateError = ENOSPC;
    int pwrite = 0;
    bool pwriteShort = false;
    int mmap = 0;

@@ -108,6 +108,14 @@ TEST_F( ATroubledRingTrace, leavesNothingBehindWhenTheDiskOrTheMemoryIsFull ) {
    }
 }
 
+TEST_F( ATroubledRingTrace, isWrittenAlsoIfASignalInterruptsTheCreationOfItsFile ) {
+   scripted.posixFallocate = 1;
+   scripted.posixFallocateError = EINTR;
+   traceNumber( 1 );
+   EXPECT_EQ( scripted.posixFallocate, 0 );
+   EXPECT_EQ( folder.texts(), Texts{ "number 1" } );
+}
+
 TEST_F( ATroubledRingTrace, isWrittenByAnotherThreadOnceThereIsSpace ) {
    scripted.posixFallocate = 1;
    EXPECT_EQ(
