@@ -162,7 +162,7 @@ TraceFile* TraceHandle::mtTraceFile() {
    auto& file = made[number_];
    file = TraceFile::create( folder_, ringSize_ );
    // Relaxed: the flag only ensures that one thread reports.
-   if( !file && !troubleReported_.exchange( true, std::memory_order_relaxed ) ) {
+   if( !file && !troubleReported_.test_and_set( std::memory_order_relaxed ) ) {
       Tessel::Impl::report(
          "Fennet: cannot create a trace file in \"" + folder_ + "\": " + std::strerror( errno ) +
          "; the thread leaves no records" );

@@ -50,7 +50,7 @@ class TESSEL_EXPORT TraceHandle {
    const std::string folder_;
    const std::uint32_t ringSize_;
    Files* const ownFiles_; // owned; null if the handle is shared
-   std::atomic< bool > troubleReported_ = false;
+   std::atomic_flag troubleReported_;
 };
 
 /// The handle that every trace point writes to; null if there is none. Borrows the handle, which
