@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -49,6 +50,23 @@ inline std::string stderrOf( const std::function< void() >& body ) {
    close( ends[0] );
    EXPECT_EQ( statusOf( child ), 0 );
    return text;
+}
+
+struct Outcome {
+   std::string output; // including standard error
+   int status;
+};
+
+// How a shell command ends.
+inline Outcome run( const std::string& command ) {
+   FILE* const pipe = popen( ( command + " 2>&1" ).c_str(), "r" );
+   Outcome result{};
+   char piece[4096];
+   for( std::size_t size = 0; ( size = fread( piece, 1, sizeof piece, pipe ) ) > 0; ) {
+      result.output.append( piece, size );
+   }
+   result.status = WEXITSTATUS( pclose( pipe ) );
+   return result;
 }
 
 } // namespace SodrelTest

@@ -19,22 +19,6 @@ namespace {
 
 TRACE_FACILITY( "TraceToolTest" );
 
-struct Outcome {
-   std::string output; // including standard error
-   int status;
-};
-
-Outcome run( const std::string& command ) {
-   FILE* const pipe = popen( ( command + " 2>&1" ).c_str(), "r" );
-   Outcome result{};
-   char piece[4096];
-   for( std::size_t size = 0; ( size = fread( piece, 1, sizeof piece, pipe ) ) > 0; ) {
-      result.output.append( piece, size );
-   }
-   result.status = WEXITSTATUS( pclose( pipe ) );
-   return result;
-}
-
 // What follows the last separator in each line.
 Texts endsOfLines( const std::string& lines, std::string_view separator ) {
    Texts ends;

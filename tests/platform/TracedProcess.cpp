@@ -1,8 +1,12 @@
-// A process with two threads whose traces only the environment enables. With an argument, it forks
-// while the other thread begins its first trace.
+// A process with two threads whose traces only the environment enables. With the argument "forks",
+// it forks while the other thread begins its first trace; with "numbers", it traces numbers
+// instead.
 #include <platform/trace/Trace.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
 #include <thread>
 
 #include <sys/syscall.h>
@@ -38,11 +42,23 @@ int forkDuringTheFirstTrace() {
    return failed;
 }
 
+// Of types whose sizes differ between architectures, and the largest of those that agree.
+void traceNumbers() {
+   TRACE(
+      1, "{} {} {} {} {} {}", std::size_t{ 4096 }, -5L, INT64_MIN, UINT64_MAX, true,
+      std::string_view( "text" ) );
+}
+
 } // namespace
 
-int main( int argc, char** ) {
-   if( argc > 1 ) {
+int main( int argc, char** argv ) {
+   const std::string_view mode = argc > 1 ? argv[1] : "";
+   if( mode == "forks" ) {
       return forkDuringTheFirstTrace();
+   }
+   if( mode == "numbers" ) {
+      traceNumbers();
+      return 0;
    }
    TRACE( 0, "zero" );
    TRACE( 5, "five" );
