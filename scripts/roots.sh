@@ -2,12 +2,14 @@
 #
 # build/roots/SUITE is a root folder, created once by debootstrap. A machine is an overlay of it,
 # whose changes are kept in memory. Mounts are visible only to the script, so nothing of a machine
-# outlives the script, however it ends.
+# outlives the script, however it ends. Those of other architectures, build/roots/SUITE-ARCHITECTURE,
+# need qemu and Linux 6.7 or newer.
 
 roots=$PWD/build/roots
 scratch=$roots/scratch
 machine=$scratch/machine
 archives=/var/cache/apt/archives
+emulator=$scratch/emulator
 
 # Restarts the script in its own mount namespace: inOwnMounts ARGUMENT...
 inOwnMounts() {
@@ -40,27 +42,35 @@ debianMirror() {
 }
 
 # Creates the root folder of a release with what users of the libraries have, a compiler, CMake and
-# pkg-config, but none of the libraries' dependencies: rootIs SUITE
+# pkg-config, but none of the libraries' dependencies: rootIs SUITE[-ARCHITECTURE]
 rootIs() {
-    local suite=$1 new=$roots/$1.new mirror lock
+    local suite=${1%-*} root=$roots/$1 new=$roots/$1.new foreign=() mirror lock
     # Another script may be creating it, or have been killed while doing so.
-    exec {lock}>"$roots/$suite.lock"
+    exec {lock}>"$root.lock"
     flock "$lock"
-    if [[ ! -e $roots/$suite ]]; then
-        say "$suite: creating the root folder (once)"
+    if [[ ! -e $root ]]; then
+        say "$1: creating the root folder (once)"
         mirror=$(debianMirror)
         rm -rf "$new"
         # It need not survive a loss of power.
         mkdir -p "$new/etc/dpkg/dpkg.cfg.d" "$archives/partial"
         echo force-unsafe-io >"$new/etc/dpkg/dpkg.cfg.d/unsafe-io"
-        quietly debootstrap --variant=minbase --include=cmake,g++,make,pkgconf \
-            --cache-dir="$archives" "$suite" "$new" "$mirror"
-        mv "$new" "$roots/$suite"
+        [[ $suite == "$1" ]] || foreign=(--foreign "--arch=${1#*-}")
+        quietly debootstrap "${foreign[@]}" --variant=minbase \
+            --include=cmake,g++,make,pkgconf --cache-dir="$archives" "$suite" "$new" "$mirror"
+        if [[ $suite != "$1" ]]; then
+            # User namespaces cannot create devices, which debootstrap accepts from containers.
+            mount -t proc sodrel-root "$new/proc"
+            cp -a /dev/{null,zero,full,random,urandom,tty,console,ptmx} "$new/dev"
+            machine=$new quietly asArchitecture container=lxc \
+                /debootstrap/debootstrap --second-stage
+        fi
+        mv "$new" "$root"
     fi
     exec {lock}>&-
 }
 
-# Starts a machine of a release: machineIs SUITE
+# Starts a machine of a release: machineIs SUITE[-ARCHITECTURE]
 machineIs() {
     rootIs "$1"
     mkdir "$machine" "$scratch/changes" "$scratch/work"
@@ -93,6 +103,48 @@ installOnMachine() {
     quietly onMachine sh -c '
         install() { apt-get install -y --no-install-recommends "$@"; }
         install "$@" || { apt-get update && install "$@"; }' sh "$@"
+}
+
+# Prepares asArchitecture, with the qemu of the running machine: emulatorIs MULTIARCH
+emulatorIs() {
+    multiarch=$1
+    installOnMachine qemu-user-static
+    cp "$machine/usr/bin/qemu-${multiarch%%-*}-static" "$emulator"
+}
+
+emulatorDel() {
+    rm -f "$emulator"
+}
+
+# Like onMachine, but if there is an emulator, the kernel runs programs of its architecture by it, for
+# this command and its children only: asArchitecture COMMAND...
+asArchitecture() {
+    local header mask
+    if [[ ! -e $emulator ]]; then
+        onMachine "$@"
+        return
+    fi
+    # An ELF header from its magic to the machine, of any ABI and type.
+    header=$(head -c 20 "$machine/usr/lib/$multiarch/libc.so.6" | od -An -v -t x1 | tr -d '\n')
+    mask=$(printf '\\xff%.0s' {1..7})$(printf '\\x00%.0s' {1..11})'\xff\xff'
+    # The user namespace has all users, so that packages can be installed; only a process outside can
+    # write that. The machine is entered last: from a chroot, there is no way to a user namespace.
+    # shellcheck disable=SC2016
+    REGISTRATION=":$multiarch:M::${header// /\\x}:$mask:$emulator:PF" bash -euc '
+        coproc {
+            read -r
+            echo 0 0 65536 >"/proc/$$/uid_map"
+            echo 0 0 65536 >"/proc/$$/gid_map"
+            echo
+        }
+        exec 3<&0 4>&1 <&"${COPROC[0]}" >&"${COPROC[1]}"
+        exec unshare --user --mount bash -euc '\''
+            echo
+            read -r
+            mount -t binfmt_misc sodrel-machine "$1/proc/sys/fs/binfmt_misc"
+            printf %s "$REGISTRATION" >"$1/proc/sys/fs/binfmt_misc/register"
+            exec chroot "$@" <&3 >&4 3<&- 4>&-'\'' "$@"' \
+        asArchitecture asArchitecture "$machine" "${machineEnvironment[@]}" "$@"
 }
 
 machineDel() {
