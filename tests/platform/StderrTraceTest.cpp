@@ -86,6 +86,7 @@ TEST( AnEscapedText, hasNeitherControlCharactersNorInvalidBytes ) {
    for( const auto& [text, shown] : texts ) {
       EXPECT_EQ( Tessel::Impl::escaped( text ), shown );
    }
+   EXPECT_EQ( Tessel::Impl::escaped( std::string_view( "\xc3\xa9", 1 ) ), "\\xc3" );
 }
 
 TEST( ATraceOnStderr, isEscaped ) {

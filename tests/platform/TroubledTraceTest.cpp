@@ -54,6 +54,9 @@ class ATroubledRingTrace : public testing::Test {
 
 TEST_F( ATroubledRingTrace, isLeftOutWithOneWordWhereTheFolderIsMissing ) {
    std::filesystem::remove( folder.path() );
+   const OpenFiles before;
+   EXPECT_EQ( Fennet::TraceFile::create( folder.path(), Fennet::minRingSize ), nullptr );
+   EXPECT_EQ( OpenFiles(), before );
    EXPECT_EQ(
       stderrOfThis( [] {
          traceNumber( 1 );

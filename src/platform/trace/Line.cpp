@@ -20,7 +20,7 @@ std::size_t printableLength( std::string_view text ) {
    std::mbstate_t state{};
    const auto* const start = reinterpret_cast< const char8_t* >( text.data() );
    const char8_t* end = nullptr;
-   char32_t character = 0; // stays 0 if no character can be converted
+   char32_t character{};
    char32_t* converted = nullptr;
    std::use_facet< Utf8 >( std::locale::classic() )
       .in( state, start, start + text.size(), end, &character, &character + 1, converted );

@@ -87,9 +87,7 @@ TraceFile::~TraceFile() {
    if( header_ ) {
       munmap( header_, std::size_t{ headerSize } + ringSize_ );
    }
-   if( fd_ >= 0 ) {
-      close( fd_ );
-   }
+   close( fd_ );
 }
 
 // Returns false and sets errno if the file cannot be created.
