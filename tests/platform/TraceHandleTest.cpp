@@ -54,7 +54,9 @@ TEST( AHandle, createsItsFileOnceThereIsMemory ) {
       const TraceFolder folder;
       Fennet::TraceHandle handle( folder.path(), Fennet::minRingSize, shared );
       std::size_t failing = 0;
+      const OpenFiles before;
       for( bool fails = true; fails; ) {
+         EXPECT_EQ( OpenFiles(), before );
          const WatchedMemory memory( ++failing, true );
          try {
             EXPECT_NE( handle.mtTraceFile(), nullptr );
