@@ -128,6 +128,9 @@ void* operator new( std::size_t size, std::align_val_t alignment ) {
 void* operator new( std::size_t size, const std::nothrow_t& ) noexcept {
    return SodrelTest::allocate( size );
 }
+void* operator new( std::size_t size, std::align_val_t alignment, const std::nothrow_t& ) noexcept {
+   return SodrelTest::allocate( size, static_cast< std::size_t >( alignment ) );
+}
 void operator delete( void* block ) noexcept {
    SodrelTest::release( block );
 }
@@ -141,5 +144,8 @@ void operator delete( void* block, std::size_t, std::align_val_t ) noexcept {
    SodrelTest::release( block );
 }
 void operator delete( void* block, const std::nothrow_t& ) noexcept {
+   SodrelTest::release( block );
+}
+void operator delete( void* block, std::align_val_t, const std::nothrow_t& ) noexcept {
    SodrelTest::release( block );
 }
