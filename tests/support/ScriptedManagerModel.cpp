@@ -49,6 +49,10 @@ int findUnit(
 constexpr uint64_t constant = SD_BUS_VTABLE_PROPERTY_CONST;
 constexpr auto doJob = handled< &ScriptedManagerModel::doJob >;
 
+// The macros of systemd 247 leave a field out.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
+
 const auto managerTable = std::to_array< sd_bus_vtable >( {
    SD_BUS_VTABLE_START( SD_BUS_VTABLE_UNPRIVILEGED ),
    SD_BUS_PROPERTY( "Version", "s", readManagerProperty, 0, constant ),
@@ -76,6 +80,8 @@ const auto unitTable = std::to_array< sd_bus_vtable >( {
    SD_BUS_PROPERTY( "ActiveState", "s", readUnitProperty, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE ),
    SD_BUS_VTABLE_END,
 } );
+
+#pragma GCC diagnostic pop
 
 } // namespace
 
