@@ -226,7 +226,7 @@ TEST( ThePlaceholdersOfAFormat, areCountedWithoutBracesThatStandForThemselves ) 
       { "{", -1 }, { "}", -1 },   { "{0}", -1 }, { "{} {:x}", -1 }, { "}{", -1 },  { "{}}", -1 },
    };
    for( const auto& [format, count] : formats ) {
-      EXPECT_EQ( Tessel::placeholders( format ), count ) << format;
+      EXPECT_EQ( Tessel::Impl::placeholders( format ), count ) << format;
    }
 }
 

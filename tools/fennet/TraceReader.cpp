@@ -107,7 +107,7 @@ parseDescription( const DescriptionHead& head, std::string_view body, std::uint6
       description.codes.emplace_back( code );
       rest.remove_prefix( std::min( rest.size(), code.size() + 1 ) );
    }
-   const int wanted = Tessel::placeholders( description.format );
+   const int wanted = Tessel::Impl::placeholders( description.format );
    if( wanted < 0 || static_cast< std::size_t >( wanted ) != description.codes.size() ) {
       damaged( place, "a description's format does not fit its arguments" );
    }

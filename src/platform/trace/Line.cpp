@@ -13,18 +13,19 @@ namespace Tessel::Impl {
 
 namespace {
 
+using Utf8 = std::codecvt< char32_t, char8_t, std::mbstate_t >;
+
 // Returns the length of the printable UTF-8 character at the start of the text, or 0 if there is
 // none. The text must not be empty.
-std::size_t printableLength( std::string_view text ) {
-   using Utf8 = std::codecvt< char32_t, char8_t, std::mbstate_t >;
+std::size_t printableLength( const Utf8& utf8, std::string_view text ) {
    std::mbstate_t state{};
    const auto* const start = reinterpret_cast< const char8_t* >( text.data() );
    const char8_t* end = nullptr;
    char32_t character{};
    char32_t* converted = nullptr;
-   std::use_facet< Utf8 >( std::locale::classic() )
-      .in( state, start, start + text.size(), end, &character, &character + 1, converted );
+   utf8.in( state, start, start + text.size(), end, &character, &character + 1, converted );
    const bool isControl = character < 0x20 || ( character >= 0x7f && character < 0xa0 );
+   // Accepted by some versions of the standard library.
    const bool isSurrogate = character >= 0xd800 && character <= 0xdfff;
    return isControl || isSurrogate ? 0 : static_cast< std::size_t >( end - start );
 }
@@ -32,8 +33,9 @@ std::size_t printableLength( std::string_view text ) {
 } // namespace
 
 void appendEscaped( Line& line, std::string_view text ) {
+   const auto& utf8 = std::use_facet< Utf8 >( std::locale::classic() );
    while( !text.empty() ) {
-      const std::size_t length = printableLength( text );
+      const std::size_t length = printableLength( utf8, text );
       if( length != 0 ) {
          line.append( text.substr( 0, length ) );
       } else {

@@ -25,22 +25,6 @@ struct TextTrace {
    std::string_view text; ///< may contain anything, including control characters
 };
 
-// The number of {} in a format; -1 if it has any braces other than {}, {{ and }}.
-constexpr int placeholders( std::string_view format ) {
-   int count = 0;
-   std::size_t at = format.find_first_of( "{}" );
-   while( at != std::string_view::npos ) {
-      const std::string_view pair = format.substr( at, 2 );
-      if( pair == "{}" ) {
-         ++count;
-      } else if( pair != "{{" && pair != "}}" ) {
-         return -1;
-      }
-      at = format.find_first_of( "{}", at + 2 );
-   }
-   return count;
-}
-
 /// A destination for text traces.
 class TESSEL_EXPORT TraceSink {
  public:
@@ -67,6 +51,22 @@ class TESSEL_EXPORT TraceSink {
 TESSEL_EXPORT TraceSink* traceSinkIs( TraceSink* sink ) noexcept;
 
 namespace Impl {
+
+// The number of {} in a format; -1 if it has any braces other than {}, {{ and }}.
+constexpr int placeholders( std::string_view format ) {
+   int count = 0;
+   std::size_t at = format.find_first_of( "{}" );
+   while( at != std::string_view::npos ) {
+      const std::string_view pair = format.substr( at, 2 );
+      if( pair == "{}" ) {
+         ++count;
+      } else if( pair != "{{" && pair != "}}" ) {
+         return -1;
+      }
+      at = format.find_first_of( "{}", at + 2 );
+   }
+   return count;
+}
 
 // One argument, whatever its type in the code. Borrows strings.
 using TraceArg =

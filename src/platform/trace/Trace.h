@@ -74,7 +74,7 @@ struct TracePoint {
    do {                                                                                            \
       static_assert( 0 <= ( level ) && ( level ) < 32, "a trace level is 0 to 31" );               \
       static_assert(                                                                               \
-         ::Tessel::placeholders( format ) ==                                                       \
+         ::Tessel::Impl::placeholders( format ) ==                                                 \
             decltype( ::Tessel::Impl::argumentCount( __VA_ARGS__ ) )::value,                       \
          "a trace's format has one {} for each argument, and no other braces but {{ and }}" );     \
       static constinit ::std::atomic< int > traceMsgId = 0;                                        \
