@@ -30,13 +30,9 @@ class String {
       return *this;
    }
    /// Returns a new string: `left` followed by this one.
-   [[nodiscard]] String addLeft( std::string_view left ) const {
-      return String( left ).append( text_ );
-   }
+   [[nodiscard]] String addLeft( std::string_view left ) const;
    /// Returns a new string: this one followed by `right`.
-   [[nodiscard]] String addRight( std::string_view right ) const {
-      return String( text_ ).append( right );
-   }
+   [[nodiscard]] String addRight( std::string_view right ) const;
 
    /// Returns whether the string begins with `start`.
    [[nodiscard]] bool startsWith( std::string_view start ) const {
@@ -69,6 +65,14 @@ String concat( const Pieces&... pieces ) {
    joined.reserve( ( std::size_t{ 0 } + ... + std::string_view( pieces ).size() ) );
    ( joined.append( std::string_view( pieces ) ), ... );
    return joined;
+}
+
+inline String String::addLeft( std::string_view left ) const {
+   return concat( left, text_ );
+}
+
+inline String String::addRight( std::string_view right ) const {
+   return concat( text_, right );
 }
 
 } // namespace Tessel
