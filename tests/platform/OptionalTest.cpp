@@ -6,6 +6,7 @@
 
 #include <concepts>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace SodrelTest {
@@ -41,6 +42,7 @@ TEST( AnOptional, isPresentFromWhatBecomesAString ) {
 TEST( AnOptional, throwsWhenAnAbsentValueIsRead ) {
    const OptionalString optional;
    EXPECT_THROW( static_cast< void >( *optional ), std::bad_optional_access );
+   EXPECT_THROW( static_cast< void >( *OptionalString() ), std::bad_optional_access );
    EXPECT_THROW( Orl::Impl::throwBadOptionalAccess(), std::bad_optional_access );
 }
 
@@ -62,6 +64,13 @@ TEST( AnOptional, copiesAndMovesWhatItHolds ) {
    EXPECT_TRUE( *optional == "text" );
    const OptionalString moved = std::move( optional );
    EXPECT_TRUE( *moved == "text" );
+}
+
+TEST( AnOptional, givesItsValueAwayWhenItExpires ) {
+   OptionalString optional = std::string( 100, 'x' );
+   const char* const data = ( *optional ).data();
+   const String value = *std::move( optional );
+   EXPECT_EQ( value.data(), data );
 }
 
 } // namespace

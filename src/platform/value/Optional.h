@@ -19,7 +19,7 @@ namespace Impl {
 template< typename T >
 class Optional : std::optional< T > {
  public:
-   /// Constructed like std::optional: from nothing, std::nullopt or a value.
+   /// Has the constructors of std::optional: from nothing, std::nullopt, a value and so on.
    using std::optional< T >::optional;
 
    /// Returns whether there is a value.
