@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -243,15 +244,24 @@ TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfOtherProcessesAlone ) {
 
 // A child process has its parent's files until it traces.
 TEST_F( ThreadsThatHaveEnded, leaveTheFilesOfAParentAlone ) {
+   static std::atomic_flag ended;
+   // Destroyed after the thread's trace file, which is created later.
+   struct AtEnd {
+      ~AtEnd() {
+         ended.test_and_set();
+         ended.notify_one();
+      }
+   };
    pid_t child = 0;
    std::vector< std::filesystem::path > ofParent;
    std::thread( [&] {
+      thread_local const AtEnd atEnd;
       traceNumber( -1 );
       ofParent = folder.files();
       child = fork();
       if( child == 0 ) {
-         std::thread( [main = pthread_self()] {
-            pthread_join( main, nullptr );
+         std::thread( [] {
+            ended.wait( false );
             endThreads( 70 );
             _exit( 0 );
          } ).detach();
