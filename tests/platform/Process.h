@@ -12,11 +12,16 @@
 
 namespace SodrelTest {
 
-// The exit status of a process; 128 plus the number of the signal that ended it, as in shells.
+// The exit status in a wait status; 128 plus the number of a signal, as in shells.
+inline int exitStatus( int waitStatus ) {
+   return WIFSIGNALED( waitStatus ) ? 128 + WTERMSIG( waitStatus ) : WEXITSTATUS( waitStatus );
+}
+
+// How a process ends.
 inline int statusOf( pid_t process ) {
    int status = 0;
    EXPECT_EQ( waitpid( process, &status, 0 ), process );
-   return WIFSIGNALED( status ) ? 128 + WTERMSIG( status ) : WEXITSTATUS( status );
+   return exitStatus( status );
 }
 
 // The same for a child process that runs the body; 0 unless the body fails the test.
@@ -65,7 +70,7 @@ inline Outcome run( const std::string& command ) {
    for( std::size_t size = 0; ( size = fread( piece, 1, sizeof piece, pipe ) ) > 0; ) {
       result.output.append( piece, size );
    }
-   result.status = WEXITSTATUS( pclose( pipe ) );
+   result.status = exitStatus( pclose( pipe ) );
    return result;
 }
 
