@@ -9,7 +9,13 @@
 #include <utility>
 
 #include <malloc.h>
+
+// clang has it among its run-time libraries, which need not be there.
+#if __has_include( <sanitizer/asan_interface.h> )
 #include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION( at, size ) static_cast< void >( 0 )
+#endif
 
 namespace SodrelTest {
 
