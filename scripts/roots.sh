@@ -2,8 +2,8 @@
 #
 # build/roots/SUITE is a root folder, created once by debootstrap. A machine is an overlay of it,
 # whose changes are kept in memory. Mounts are visible only to the script, so nothing of a machine
-# outlives the script, however it ends. Those of other architectures, build/roots/SUITE-ARCHITECTURE,
-# need qemu and Linux 6.7 or newer.
+# outlives the script, however it ends. Root folders of other architectures are
+# build/roots/SUITE-ARCHITECTURE; they need qemu and Linux 6.7 or newer.
 
 roots=$PWD/build/roots
 scratch=$roots/scratch
@@ -116,8 +116,8 @@ emulatorDel() {
     rm -f "$emulator"
 }
 
-# Like onMachine, but if there is an emulator, the kernel runs programs of its architecture by it, for
-# this command and its children only: asArchitecture COMMAND...
+# Like onMachine, but if there is an emulator, the kernel runs programs of its architecture with it,
+# for this command and its children only: asArchitecture COMMAND...
 asArchitecture() {
     local header mask
     if [[ ! -e $emulator ]]; then
@@ -127,8 +127,8 @@ asArchitecture() {
     # An ELF header from its magic to the machine, of any ABI and type.
     header=$(head -c 20 "$machine/usr/lib/$multiarch/libc.so.6" | od -An -v -t x1 | tr -d '\n')
     mask=$(printf '\\xff%.0s' {1..7})$(printf '\\x00%.0s' {1..11})'\xff\xff'
-    # The user namespace has all users, so that packages can be installed; only a process outside can
-    # write that. The machine is entered last: from a chroot, there is no way to a user namespace.
+    # The user namespace maps all users, so that packages can be installed; only a process outside
+    # can write its maps. The machine is entered last: a chroot has no way to a user namespace.
     # shellcheck disable=SC2016
     REGISTRATION=":$multiarch:M::${header// /\\x}:$mask:$emulator:PF" bash -euc '
         coproc {
