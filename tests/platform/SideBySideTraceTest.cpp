@@ -40,7 +40,7 @@ class ProcessesOfTwoArchitectures : public testing::Test {
    TraceFolder folder;
 };
 
-TEST_F( ProcessesOfTwoArchitectures, areReadInTheOrderOfTime ) {
+TEST_F( ProcessesOfTwoArchitectures, areReadInOrderOfTime ) {
    EXPECT_EQ( folder.files().size(), 5U );
    EXPECT_EQ(
       folder.texts(),

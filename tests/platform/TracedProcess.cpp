@@ -42,7 +42,7 @@ int forkDuringTheFirstTrace() {
    return failed;
 }
 
-// Of types whose sizes differ between architectures, and the largest of those that agree.
+// Traces numbers of types whose sizes differ between architectures, and the largest of the others.
 void traceNumbers() {
    TRACE(
       1, "{} {} {} {} {} {}", std::size_t{ 4096 }, -5L, INT64_MIN, UINT64_MAX, true,

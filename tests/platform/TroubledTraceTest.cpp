@@ -111,7 +111,7 @@ TEST_F( ATroubledRingTrace, leavesNothingBehindWhenTheDiskOrTheMemoryIsFull ) {
    }
 }
 
-TEST_F( ATroubledRingTrace, isWrittenAlsoIfASignalInterruptsTheCreationOfItsFile ) {
+TEST_F( ATroubledRingTrace, isWrittenEvenIfASignalInterruptsTheCreationOfItsFile ) {
    scripted.posixFallocate = 1;
    scripted.posixFallocateError = EINTR;
    traceNumber( 1 );

@@ -154,9 +154,9 @@ constexpr ParamRow paramRow( Names... names ) {
 
 /// One row of a member table; its position in the table is the member's id.
 struct MemberRow {
-   MemberDesc desc;                             ///< without its indices in the module's tables
-   TypeRef entityType;                          ///< of a value that is an entity
-   ParamRow params;                             ///< of an operation
+   MemberDesc desc;    ///< without its id and its places in the module's tables
+   TypeRef entityType; ///< of a value that is an entity
+   ParamRow params;    ///< of an operation
    AccessFunction access = &Impl::refuseAccess; ///< reads, writes or calls the member
    bool listed = true;                          ///< among the module's member names
 };
