@@ -105,6 +105,11 @@ int wrappedOpen( const char* path, int flags, mode_t mode ) {
    return realOpen( path, flags, mode );
 }
 
+// What newer C libraries make of an open without a mode where they check its arguments.
+int __wrap___open64_2( const char* path, int flags ) {
+   return wrappedOpen( path, flags, 0 );
+}
+
 int realClock( clockid_t clock, timespec* time ) asm( "__real_" CLOCK_GETTIME );
 int wrappedClock( clockid_t clock, timespec* time ) asm( "__wrap_" CLOCK_GETTIME );
 int wrappedClock( clockid_t clock, timespec* time ) {
