@@ -4,23 +4,13 @@
 #include <Sodrel/Sodrel.h>
 
 #include <platform/value/VoidPtr.h>
+#include <support/Slots.h>
 
-#include <array>
-#include <bit>
 #include <cstddef>
 #include <gtest/gtest.h>
 
 namespace SodrelTest {
 namespace {
-
-// The slot through which an operation is called, counted from the two destructors that each table
-// begins with. A pointer to a virtual operation holds its slot's offset in the table, plus one on
-// most architectures.
-template< typename Operation >
-std::ptrdiff_t slotOf( Operation operation ) {
-   const auto offset = std::bit_cast< std::array< std::ptrdiff_t, 2 > >( operation )[0];
-   return offset / std::ptrdiff_t{ sizeof( void* ) };
-}
 
 // A class with one more operation, whose slot is the number of Base's operations.
 template< typename Base >
@@ -29,7 +19,7 @@ struct Extended : Base {
 };
 
 template< typename Base >
-std::ptrdiff_t slotsOf() {
+std::size_t slotsOf() {
    return slotOf( &Extended< Base >::further );
 }
 

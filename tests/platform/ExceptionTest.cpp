@@ -1,9 +1,8 @@
 // The exceptions: text, name, copies, slots, and which handler catches which class.
-#include "Slots.h"
-
 #include <Sodrel/Exceptions.h>
 #include <platform/value/Exception.h>
 #include <platform/value/Interval.h>
+#include <support/Slots.h>
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The base of entities: use count, flags, and the order of its virtual operations.
 #include "Instruments.h"
-#include "Slots.h"
 
 #include <platform/entity/Node.h>
+#include <support/Slots.h>
 
 #include <gtest/gtest.h>
 
