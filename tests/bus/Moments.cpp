@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include <platform/trace/Trace.h>
+#include <support/LibraryTraces.h>
 
 namespace SodrelTest {
 
@@ -26,15 +27,13 @@ std::int64_t realTime() {
 
 Moments::Moments() {
    current = this;
-   Orl::TraceHandle( "Sodrel", false ).levelsIs( Orl::allTraceLevels );
-   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( Orl::allTraceLevels );
+   libraryTraceLevelsAre( Orl::allTraceLevels );
    Tessel::traceSinkIs( this );
 }
 
 Moments::~Moments() {
    Tessel::traceSinkIs( nullptr );
-   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
-   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( 0 );
+   libraryTraceLevelsAre( 0 );
    current = nullptr;
 }
 

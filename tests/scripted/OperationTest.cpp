@@ -5,6 +5,7 @@
 // defines the result. The n-th allocation fails likewise, also while a call of sd-bus fails.
 #include <scripted/Operations.h>
 
+#include <support/LibraryTraces.h>
 #include <support/Memory.h>
 
 #include <algorithm>
@@ -262,8 +263,7 @@ TEST_P( EachOperation, makesItsCallsInOrder ) {
 }
 
 TEST_P( EachOperation, makesTheSameCallsWhenNothingIsTraced ) {
-   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
-   Orl::TraceHandle( "SignalMonitor", false ).levelsIs( 0 );
+   libraryTraceLevelsAre( 0 );
    prepare();
    EXPECT_EQ( outcome(), GetParam().result );
    Steps untraced = steps;

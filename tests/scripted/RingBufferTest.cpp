@@ -2,6 +2,7 @@
 #include <scripted/ScriptedTest.h>
 
 #include <platform/trace/FennetHandle.h>
+#include <support/LibraryTraces.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -15,7 +16,7 @@ namespace {
 using TheRingBuffer = ClientTest;
 
 TEST_F( TheRingBuffer, holdsTheRecordsOfOperationsWhenNoTextIsEnabled ) {
-   Orl::TraceHandle( "Sodrel", false ).levelsIs( 0 );
+   libraryTraceLevelsAre( 0 );
    std::string folder = ( std::filesystem::temp_directory_path() / "scripted-XXXXXX" ).string();
    ASSERT_NE( mkdtemp( folder.data() ), nullptr );
    {

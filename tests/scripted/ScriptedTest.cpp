@@ -2,13 +2,12 @@
 #include <scripted/ScriptedTest.h>
 
 #include <platform/memory/AllocTrack.h>
+#include <support/LibraryTraces.h>
 #include <support/Memory.h>
 
 namespace SodrelTest {
 
 namespace {
-
-constexpr const char* facilities[] = { "Sodrel", "SignalMonitor" };
 
 constexpr const char* entityTypes[] = {
    "Sodrel::Sdbus",
@@ -80,9 +79,7 @@ std::string fieldsOf( Tessel::Node& entity ) {
 }
 
 ScriptedTest::ScriptedTest() {
-   for( const char* const facility : facilities ) {
-      Orl::TraceHandle( facility, false ).levelsIs( Orl::allTraceLevels );
-   }
+   libraryTraceLevelsAre( Orl::allTraceLevels );
    Tessel::traceSinkIs( this );
 }
 
