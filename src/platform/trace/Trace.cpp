@@ -65,10 +65,12 @@ using Record = fmt::basic_memory_buffer< char, Fennet::blockSize >;
 // marked as such; a number that does not fit is left out.
 template< typename Number >
 bool put( Record& record, Number number ) {
+   if( record.size() + sizeof number > Fennet::blockSize ) {
+      return false;
+   }
    const auto* const bytes = reinterpret_cast< const char* >( &number );
-   const bool fits = record.size() + sizeof number <= Fennet::blockSize;
-   record.append( bytes, bytes + ( fits ? sizeof number : 0 ) );
-   return fits;
+   record.append( bytes, bytes + sizeof number );
+   return true;
 }
 bool put( Record& record, std::string_view text ) {
    const std::size_t room = Fennet::blockSize - record.size();
